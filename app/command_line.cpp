@@ -1,0 +1,115 @@
+#include "app/command_line.h"
+
+#include <exception>
+#include <optional>
+#include <system_error>
+
+#include "core/config/config_store.h"
+#include "core/support/environment.h"
+#include "core/takeover/startup_mutation_lock.h"
+
+namespace holdenmere {
+namespace {
+
+CLIMode gCurrentMode = CLIMode::app();
+
+constexpr const char* kTag = "[Holdenmere] ";
+
+int printVersion(std::ostream& out) {
+    out << CLIMode::versionText() << '\n';
+    return exit_status::kSuccess;
+}
+
+int printUsage(std::ostream& out) {
+    out << CLIMode::usageText << '\n';
+    return exit_status::kSuccess;
+}
+
+int rejectUnknown(const std::string& argument, std::ostream& out, std::ostream& err) {
+    err << "Holdenmere: unknown option '" << argument << "'\n";
+    out << CLIMode::usageText << '\n';
+    return exit_status::kUsage;
+}
+
+ConfigStore configStore() { return ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")); }
+
+int runGate(std::ostream& err) {
+    const ConfigStore store = configStore();
+    try {
+        (void)store.load();
+    } catch (const ConfigStoreError& error) {
+        err << kTag << "ERROR: config unreadable at " << store.url.string() << ": " << error.what()
+            << ". Launching nothing. Open Holdenmere to repair it.\n";
+        return exit_status::kConfigUnreadable;
+    }
+    err << kTag << "ERROR: this build cannot run the login pass yet. Launching nothing.\n";
+    return exit_status::kFailure;
+}
+
+int runAudit(std::ostream& err) {
+    err << kTag << "ERROR: this build cannot audit Login Items yet. Nothing to report.\n";
+    return exit_status::kFailure;
+}
+
+// The two modes that change startup state hold the startup mutation lock for
+// their whole run, and read the configuration only once they hold it.
+int runMutatingMode(const CLIMode& mode, std::ostream& err) {
+    const bool restoring = mode.kind == CLIMode::Kind::restoreStartup;
+    const char* nothingDone = restoring ? "Nothing restored." : "Nothing repaired.";
+    const ConfigStore store = configStore();
+
+    std::optional<StartupMutationLock::Lease> lease;
+    try {
+        lease.emplace(StartupMutationLock(store.url).acquire(/*wait=*/true));
+    } catch (const std::system_error& error) {
+        err << kTag << "ERROR: startup mutation lock unavailable \u2014 " << error.what() << ". Nothing changed.\n";
+        return exit_status::kLockUnavailable;
+    }
+
+    try {
+        (void)store.load();
+    } catch (const ConfigStoreError& error) {
+        err << kTag << "ERROR: config unreadable at " << store.url.string() << ": " << error.what() << ". "
+            << nothingDone << "\n";
+        return exit_status::kConfigUnreadable;
+    }
+
+    err << kTag << "ERROR: this build cannot " << (restoring ? "give startup back" : "repair helpers") << " yet. "
+        << nothingDone << "\n";
+    return exit_status::kFailure;
+}
+
+int runApp(std::ostream& err) {
+    err << "Holdenmere: this build has no desktop app yet; see 'Holdenmere --help' for the command-line modes.\n";
+    return exit_status::kFailure;
+}
+
+}  // namespace
+
+const CLIMode& currentMode() { return gCurrentMode; }
+
+int runCommandLine(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
+    if (CLIMode::asksForDeemsterUI(arguments)) {
+        err << CLIMode::kDeemsterUIMessage;
+        return exit_status::kUnavailable;
+    }
+    gCurrentMode = CLIMode::from(arguments);
+    try {
+        switch (gCurrentMode.kind) {
+            case CLIMode::Kind::version: return printVersion(out);
+            case CLIMode::Kind::help: return printUsage(out);
+            case CLIMode::Kind::unknown: return rejectUnknown(gCurrentMode.argument, out, err);
+            case CLIMode::Kind::gate: return runGate(err);
+            case CLIMode::Kind::audit: return runAudit(err);
+            case CLIMode::Kind::restoreStartup:
+            case CLIMode::Kind::repairHelpers: return runMutatingMode(gCurrentMode, err);
+            case CLIMode::Kind::app: return runApp(err);
+        }
+    } catch (const std::exception& error) {
+        // A headless mode never falls through into anything else, whatever failed.
+        err << kTag << "ERROR: " << error.what() << '\n';
+    }
+    return exit_status::kFailure;
+}
+
+}  // namespace holdenmere

@@ -1,0 +1,227 @@
+#include "core/config/config_codec.h"
+
+namespace holdenmere::config_codec {
+namespace {
+
+using json::ObjectReader;
+using json::Value;
+
+template <class Enum, class FromRaw>
+Enum decodeEnum(const Value& value, const std::string& path, std::string_view what, FromRaw fromRaw) {
+    std::string raw = json::decodeString(value, path);
+    if (auto decoded = fromRaw(raw)) return *decoded;
+    throw json::DecodeError("\"" + path + "\": \"" + raw + "\" is not a " + std::string(what));
+}
+
+GateSettings decodeSettings(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    GateSettings settings;
+    settings.probeURL = reader.string("probeURL");
+    settings.pollInterval = reader.number("pollInterval");
+    settings.maxAttempts = reader.integer("maxAttempts");
+    settings.launchAnywayOnTimeout = reader.boolean("launchAnywayOnTimeout");
+    settings.isEnabled = reader.boolean("isEnabled");
+    settings.menuBarMode = reader.boolean("menuBarMode", false);
+    settings.openAppAtLogin = reader.boolean("openAppAtLogin", false);
+    return settings;
+}
+
+ManagedApp decodeApp(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    ManagedApp app;
+    app.bundleIdentifier = reader.string("bundleIdentifier");
+    app.name = reader.string("name");
+    app.path = reader.string("path");
+    app.isEnabled = reader.boolean("isEnabled", true);
+    app.launchHidden = reader.boolean("launchHidden", false);
+    app.importedFromLoginItem = reader.boolean("importedFromLoginItem", false);
+    app.importedFromStartup = reader.boolean("importedFromStartup", false);
+    app.delaySeconds = reader.number("delaySeconds", 0);
+    return app;
+}
+
+DelayedHelper decodeHelper(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    DelayedHelper helper;
+    helper.label = reader.string("label");
+    helper.plistPath = reader.string("plistPath");
+    helper.appBundleIdentifier = reader.string("appBundleIdentifier");
+    helper.name = reader.string("name");
+    helper.mode = decodeEnum<DelayedHelper::Mode>(reader.require("mode"), reader.pathOf("mode"), "helper mode",
+                                                  delayedHelperModeFromRaw);
+    return helper;
+}
+
+BlockedApp decodeBlocked(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    return BlockedApp{reader.string("bundleIdentifier"), reader.string("name"), reader.string("path")};
+}
+
+DisabledAgent decodeAgent(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    return DisabledAgent{reader.string("label"), reader.string("plistPath"), reader.boolean("inferred")};
+}
+
+TakeoverRecord decodeTakeover(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    TakeoverRecord record;
+    record.bundleIdentifier = reader.string("bundleIdentifier");
+    record.name = reader.string("name");
+    if (const Value* item = reader.find("loginItem")) {
+        ObjectReader itemReader(*item, reader.pathOf("loginItem"));
+        record.loginItem = RemovedLoginItem{itemReader.string("path"), itemReader.boolean("hidden")};
+    }
+    record.agents = reader.array("agents", decodeAgent);
+    return record;
+}
+
+ReopenWindowsRecord decodeReopenWindows(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    ReopenWindowsRecord record;
+    if (const Value* saves = reader.find("logoutSavesState")) {
+        record.logoutSavesState = json::decodeBool(*saves, reader.pathOf("logoutSavesState"));
+    }
+    if (const Value* relaunch = reader.find("launchesRelaunchApps")) {
+        record.launchesRelaunchApps = json::decodeBool(*relaunch, reader.pathOf("launchesRelaunchApps"));
+    }
+    record.recordedAt = reader.date("recordedAt");
+    return record;
+}
+
+Value encodeDate(Date date) { return Value(date.secondsSinceReferenceDate); }
+
+Value encodeSettings(const GateSettings& settings) {
+    return Value{
+        {"probeURL", settings.probeURL},
+        {"pollInterval", settings.pollInterval},
+        {"maxAttempts", settings.maxAttempts},
+        {"launchAnywayOnTimeout", settings.launchAnywayOnTimeout},
+        {"isEnabled", settings.isEnabled},
+        {"menuBarMode", settings.menuBarMode},
+        {"openAppAtLogin", settings.openAppAtLogin},
+    };
+}
+
+Value encodeApp(const ManagedApp& app) {
+    return Value{
+        {"bundleIdentifier", app.bundleIdentifier},
+        {"name", app.name},
+        {"path", app.path},
+        {"isEnabled", app.isEnabled},
+        {"launchHidden", app.launchHidden},
+        {"importedFromLoginItem", app.importedFromLoginItem},
+        {"importedFromStartup", app.importedFromStartup},
+        {"delaySeconds", app.delaySeconds},
+    };
+}
+
+Value encodeTakeover(const TakeoverRecord& record) {
+    Value agents = Value::array();
+    for (const auto& agent : record.agents) {
+        agents.push_back(Value{{"label", agent.label}, {"plistPath", agent.plistPath}, {"inferred", agent.inferred}});
+    }
+    Value encoded{{"bundleIdentifier", record.bundleIdentifier}, {"name", record.name}, {"agents", agents}};
+    if (record.loginItem) {
+        encoded["loginItem"] = Value{{"path", record.loginItem->path}, {"hidden", record.loginItem->hidden}};
+    }
+    return encoded;
+}
+
+template <class T, class Encode>
+Value encodeArray(const std::vector<T>& items, Encode encodeItem) {
+    Value array = Value::array();
+    for (const auto& item : items) array.push_back(encodeItem(item));
+    return array;
+}
+
+}  // namespace
+
+HeldStartupItem decodeHeldStartupItem(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    HeldStartupItem item;
+    item.source = decodeEnum<StartupSource>(reader.require("source"), reader.pathOf("source"), "startup source",
+                                            startupSourceFromRaw);
+    item.handle = reader.string("handle");
+    item.ownerBundleIdentifier = reader.optionalString("ownerBundleIdentifier");
+    item.name = reader.string("name");
+    item.previous = reader.string("previous");
+    item.plistPath = reader.optionalString("plistPath");
+    item.recordedAt = reader.date("recordedAt");
+    return item;
+}
+
+Value encode(const HeldStartupItem& item) {
+    Value encoded{
+        {"source", std::string(rawValue(item.source))},
+        {"handle", item.handle},
+        {"name", item.name},
+        {"previous", item.previous},
+        {"recordedAt", encodeDate(item.recordedAt)},
+    };
+    if (item.ownerBundleIdentifier) encoded["ownerBundleIdentifier"] = *item.ownerBundleIdentifier;
+    if (item.plistPath) encoded["plistPath"] = *item.plistPath;
+    return encoded;
+}
+
+HoldenmereConfig decodeValue(const Value& value) {
+    ObjectReader reader(value, "");
+    HoldenmereConfig config;
+    config.settings = decodeSettings(reader.require("settings"), "settings");
+    config.apps = reader.array("apps", decodeApp);
+    config.delayedHelpers = reader.optionalArray("delayedHelpers", decodeHelper);
+    config.blockedApps = reader.optionalArray("blockedApps", decodeBlocked);
+    config.takeovers = reader.optionalArray("takeovers", decodeTakeover);
+    config.keptOff = reader.optionalArray("keptOff", json::decodeString);
+    config.leftToMacOS = reader.optionalArray("leftToMacOS", json::decodeString);
+    config.restoreOptOuts = reader.optionalArray("restoreOptOuts", json::decodeString);
+    if (const Value* reopen = reader.find("reopenWindowsOriginal")) {
+        config.reopenWindowsOriginal = decodeReopenWindows(*reopen, "reopenWindowsOriginal");
+    }
+    config.heldStartup = reader.optionalArray("heldStartup", decodeHeldStartupItem);
+    if (const Value* consent = reader.find("startupConsent")) {
+        config.startupConsent =
+            decodeEnum<StartupConsent>(*consent, "startupConsent", "startup consent", startupConsentFromRaw);
+    } else {
+        config.startupConsent = config.derivedConsent();
+    }
+    return config;
+}
+
+HoldenmereConfig decode(std::string_view text) { return decodeValue(json::parse(text)); }
+
+Value encode(const HoldenmereConfig& config) {
+    Value encoded{
+        {"settings", encodeSettings(config.settings)},
+        {"apps", encodeArray(config.apps, encodeApp)},
+        {"delayedHelpers", encodeArray(config.delayedHelpers,
+                                       [](const DelayedHelper& helper) {
+                                           return Value{{"label", helper.label},
+                                                        {"plistPath", helper.plistPath},
+                                                        {"appBundleIdentifier", helper.appBundleIdentifier},
+                                                        {"name", helper.name},
+                                                        {"mode", std::string(rawValue(helper.mode))}};
+                                       })},
+        {"blockedApps", encodeArray(config.blockedApps,
+                                    [](const BlockedApp& app) {
+                                        return Value{{"bundleIdentifier", app.bundleIdentifier},
+                                                     {"name", app.name},
+                                                     {"path", app.path}};
+                                    })},
+        {"takeovers", encodeArray(config.takeovers, encodeTakeover)},
+        {"keptOff", config.keptOff},
+        {"startupConsent", std::string(rawValue(config.startupConsent))},
+        {"leftToMacOS", config.leftToMacOS},
+        {"restoreOptOuts", config.restoreOptOuts},
+        {"heldStartup", encodeArray(config.heldStartup, [](const HeldStartupItem& item) { return encode(item); })},
+    };
+    if (config.reopenWindowsOriginal) {
+        const auto& record = *config.reopenWindowsOriginal;
+        Value reopen{{"recordedAt", encodeDate(record.recordedAt)}};
+        if (record.logoutSavesState) reopen["logoutSavesState"] = *record.logoutSavesState;
+        if (record.launchesRelaunchApps) reopen["launchesRelaunchApps"] = *record.launchesRelaunchApps;
+        encoded["reopenWindowsOriginal"] = reopen;
+    }
+    return encoded;
+}
+
+}  // namespace holdenmere::config_codec

@@ -1,0 +1,82 @@
+#include "core/config/history_store.h"
+
+#include <cerrno>
+#include <system_error>
+
+#include "core/support/environment.h"
+#include "core/support/files.h"
+
+namespace holdenmere {
+
+HistoryStoreError::HistoryStoreError(Kind kind, std::string description)
+    : std::runtime_error((kind == Kind::read ? "Could not read run history: " : "Could not write run history: ") +
+                         description),
+      kind_(kind),
+      description_(std::move(description)) {}
+
+std::filesystem::path HistoryStore::defaultURL() {
+    return homeDirectory() / "Library" / "Application Support" / "Holdenmere" / "history.json";
+}
+
+HistoryStore HistoryStore::resolving(const std::optional<std::string>& override) {
+    if (override && !override->empty()) return HistoryStore{*override, kDefaultLimit};
+    return HistoryStore{defaultURL(), kDefaultLimit};
+}
+
+std::vector<LaunchRecord> HistoryStore::loadOrThrow() const {
+    std::string text;
+    try {
+        text = files::read(url);
+    } catch (const std::system_error& error) {
+        if (error.code().value() == ENOENT) return {};
+        throw HistoryStoreError(HistoryStoreError::Kind::read, error.what());
+    }
+    try {
+        return json::ObjectReader::decodeArray(json::parse(text), "", decodeLaunchRecord);
+    } catch (const json::DecodeError& error) {
+        throw HistoryStoreError(HistoryStoreError::Kind::read, error.what());
+    }
+}
+
+std::vector<LaunchRecord> HistoryStore::load() const {
+    try {
+        return loadOrThrow();
+    } catch (const HistoryStoreError&) {
+        return {};
+    }
+}
+
+void HistoryStore::appendOrThrow(const std::vector<LaunchRecord>& records) const {
+    std::vector<LaunchRecord> kept;
+    try {
+        kept = loadOrThrow();
+    } catch (const HistoryStoreError&) {
+        // A damaged history is replaced by this pass's records.
+    }
+    json::Value encoded = json::Value::array();
+    std::size_t count = 0;
+    for (const std::vector<LaunchRecord>* list : {&records, static_cast<const std::vector<LaunchRecord>*>(&kept)}) {
+        for (const auto& record : *list) {
+            if (count == limit) break;
+            encoded.push_back(encode(record));
+            ++count;
+        }
+    }
+    try {
+        files::writeAtomically(url, json::encodePretty(encoded));
+    } catch (const std::system_error& error) {
+        throw HistoryStoreError(HistoryStoreError::Kind::write, error.what());
+    } catch (const json::DecodeError& error) {
+        throw HistoryStoreError(HistoryStoreError::Kind::write, error.what());
+    }
+}
+
+void HistoryStore::append(const std::vector<LaunchRecord>& records) const {
+    try {
+        appendOrThrow(records);
+    } catch (const HistoryStoreError&) {
+        // Callers without an error channel accept a lost record.
+    }
+}
+
+}  // namespace holdenmere

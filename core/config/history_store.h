@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "core/config/launch_record.h"
+
+namespace holdenmere {
+
+// A failure of the history store; what() is the user text
+// ("Could not read run history: ..." / "Could not write run history: ...").
+class HistoryStoreError : public std::runtime_error {
+public:
+    enum class Kind { read, write };
+    HistoryStoreError(Kind kind, std::string description);
+
+    Kind kind() const { return kind_; }
+    const std::string& description() const { return description_; }
+
+private:
+    Kind kind_;
+    std::string description_;
+};
+
+// Owns history.json: the launch records of login passes, newest first.
+struct HistoryStore {
+    static constexpr std::size_t kDefaultLimit = 200;
+
+    std::filesystem::path url;
+    std::size_t limit = kDefaultLimit;
+
+    // "~/Library/Application Support/Holdenmere/history.json".
+    static std::filesystem::path defaultURL();
+    static HistoryStore resolving(const std::optional<std::string>& override);
+
+    // All records, newest first; none when the file does not exist. Throws
+    // HistoryStoreError read.
+    std::vector<LaunchRecord> loadOrThrow() const;
+    // The same, with an empty list on any error.
+    std::vector<LaunchRecord> load() const;
+
+    // Puts one pass's records in front of the kept ones and keeps the newest
+    // `limit`. A damaged history is replaced, never an obstacle to recording.
+    // Throws HistoryStoreError write.
+    void appendOrThrow(const std::vector<LaunchRecord>& records) const;
+    // The same for callers that have nowhere to report a failure.
+    void append(const std::vector<LaunchRecord>& records) const;
+};
+
+}  // namespace holdenmere

@@ -1,0 +1,102 @@
+#include "core/config/holdenmere_config.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace holdenmere {
+
+double ManagedApp::delay(LaunchMode mode) const {
+    if (mode == LaunchMode::noDelay) return 0;
+    return delaySeconds > 0 ? delaySeconds : kDefaultDelay;
+}
+
+std::string_view rawValue(DelayedHelper::Mode mode) {
+    return mode == DelayedHelper::Mode::delay ? "delay" : "off";
+}
+
+std::optional<DelayedHelper::Mode> delayedHelperModeFromRaw(std::string_view raw) {
+    if (raw == "delay") return DelayedHelper::Mode::delay;
+    if (raw == "off") return DelayedHelper::Mode::off;
+    return std::nullopt;
+}
+
+std::string_view rawValue(StartupConsent consent) {
+    switch (consent) {
+        case StartupConsent::undecided: return "undecided";
+        case StartupConsent::granted: return "granted";
+        case StartupConsent::declined: return "declined";
+    }
+    return "";
+}
+
+std::optional<StartupConsent> startupConsentFromRaw(std::string_view raw) {
+    for (auto consent : {StartupConsent::undecided, StartupConsent::granted, StartupConsent::declined}) {
+        if (rawValue(consent) == raw) return consent;
+    }
+    return std::nullopt;
+}
+
+double HoldenmereConfig::runTimeout() const {
+    double largestDelay = 0;
+    double enabled = 0;
+    for (const auto& app : apps) {
+        if (!app.isEnabled) continue;
+        enabled += 1;
+        double delay = std::isnan(app.delaySeconds) ? 0 : std::max(app.delaySeconds, 0.0);
+        double rounded = std::min(std::ceil(delay / kDelayStep) * kDelayStep, kMaxDelay);
+        largestDelay = std::max(largestDelay, rounded);
+    }
+    const double interval = GateSettings::clampedPollInterval(settings.pollInterval);
+    const double attempts = static_cast<double>(GateSettings::clampedAttempts(settings.maxAttempts));
+    const double attemptTimeout = std::min(interval + 1.0, GateSettings::kMaxProbeAttemptTimeout);
+    return enabled * kRunTimeoutPerApp + kRunTimeoutBase + largestDelay + (interval + attemptTimeout) * attempts;
+}
+
+StartupConsent HoldenmereConfig::derivedConsent() const {
+    return apps.empty() && takeovers.empty() && blockedApps.empty() ? StartupConsent::undecided
+                                                                     : StartupConsent::granted;
+}
+
+void HoldenmereConfig::grantStartupConsent(std::vector<std::string> leftToMacOSIdentifiers) {
+    startupConsent = StartupConsent::granted;
+    std::sort(leftToMacOSIdentifiers.begin(), leftToMacOSIdentifiers.end());
+    leftToMacOSIdentifiers.erase(std::unique(leftToMacOSIdentifiers.begin(), leftToMacOSIdentifiers.end()),
+                                 leftToMacOSIdentifiers.end());
+    leftToMacOS = std::move(leftToMacOSIdentifiers);
+}
+
+void HoldenmereConfig::declineStartupConsent() { startupConsent = StartupConsent::declined; }
+
+void HoldenmereConfig::keepOff(const std::vector<std::string>& identifiers) {
+    for (const auto& identifier : identifiers) {
+        if (std::find(keptOff.begin(), keptOff.end(), identifier) == keptOff.end()) keptOff.push_back(identifier);
+    }
+}
+
+void HoldenmereConfig::hold(const HeldStartupItem& item) {
+    auto held = std::find_if(heldStartup.begin(), heldStartup.end(), [&](const HeldStartupItem& existing) {
+        return existing.source == item.source && existing.handle == item.handle;
+    });
+    if (held == heldStartup.end()) heldStartup.push_back(item);
+}
+
+void HoldenmereConfig::recordAgent(std::string_view bundleIdentifier, std::string_view name, std::string_view label,
+                                   std::string_view plistPath, bool inferred) {
+    auto record = std::find_if(takeovers.begin(), takeovers.end(), [&](const TakeoverRecord& existing) {
+        return existing.bundleIdentifier == bundleIdentifier;
+    });
+    if (record == takeovers.end()) {
+        takeovers.push_back(TakeoverRecord{std::string(bundleIdentifier), std::string(name), std::nullopt, {}});
+        record = std::prev(takeovers.end());
+    }
+    DisabledAgent agent{std::string(label), std::string(plistPath), inferred};
+    auto existing = std::find_if(record->agents.begin(), record->agents.end(),
+                                 [&](const DisabledAgent& candidate) { return candidate.label == label; });
+    if (existing == record->agents.end()) {
+        record->agents.push_back(std::move(agent));
+    } else {
+        *existing = std::move(agent);
+    }
+}
+
+}  // namespace holdenmere

@@ -1,0 +1,158 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/config/gate_settings.h"
+#include "core/discovery/startup_source.h"
+#include "core/support/date.h"
+
+namespace holdenmere {
+
+// One app the login pass opens once the network answers.
+struct ManagedApp {
+    enum class LaunchMode { noDelay, delayed };
+    // The delay a user gets on first switching an app to delayed mode.
+    static constexpr double kDefaultDelay = 5.0;
+
+    std::string bundleIdentifier;
+    std::string name;
+    std::string path;  // absolute path of the .app bundle
+    bool isEnabled = true;
+    bool launchHidden = false;
+    bool importedFromLoginItem = false;
+    bool importedFromStartup = false;
+    double delaySeconds = 0;
+
+    LaunchMode launchMode() const { return delaySeconds > 0 ? LaunchMode::delayed : LaunchMode::noDelay; }
+    // 0 with no delay; with a delay the stored one, or 5 s when none is stored.
+    double delay(LaunchMode mode) const;
+
+    friend bool operator==(const ManagedApp&, const ManagedApp&) = default;
+};
+
+// A managed app's own launchd helper, held off at login and started after the
+// network ("delay") or kept switched off ("off").
+struct DelayedHelper {
+    enum class Mode { delay, off };
+
+    std::string label;
+    std::string plistPath;
+    std::string appBundleIdentifier;
+    std::string name;
+    Mode mode = Mode::delay;
+
+    friend bool operator==(const DelayedHelper&, const DelayedHelper&) = default;
+};
+std::string_view rawValue(DelayedHelper::Mode mode);
+std::optional<DelayedHelper::Mode> delayedHelperModeFromRaw(std::string_view raw);
+
+// An app the user asked never to be offered or started.
+struct BlockedApp {
+    std::string bundleIdentifier;
+    std::string name;
+    std::string path;
+
+    friend bool operator==(const BlockedApp&, const BlockedApp&) = default;
+};
+
+// A Login Item that was removed; `hidden` lets give-back re-create it alike.
+struct RemovedLoginItem {
+    std::string path;
+    bool hidden = false;
+
+    friend bool operator==(const RemovedLoginItem&, const RemovedLoginItem&) = default;
+};
+
+// A LaunchAgent switched off in launchd on an app's behalf.
+struct DisabledAgent {
+    std::string label;
+    std::string plistPath;
+    bool inferred = false;  // attributed to the app by inference, not by association
+
+    friend bool operator==(const DisabledAgent&, const DisabledAgent&) = default;
+};
+
+// One app whose own startup was taken over.
+struct TakeoverRecord {
+    std::string bundleIdentifier;
+    std::string name;
+    std::optional<RemovedLoginItem> loginItem;
+    std::vector<DisabledAgent> agents;
+
+    friend bool operator==(const TakeoverRecord&, const TakeoverRecord&) = default;
+};
+
+// A startup item of any source that was switched off and is held.
+struct HeldStartupItem {
+    StartupSource source = StartupSource::launchdJob;
+    std::string handle;  // what switches the item back on in its source
+    std::optional<std::string> ownerBundleIdentifier;
+    std::string name;
+    std::string previous;  // the item's state before it was held, as its source words it
+    std::optional<std::string> plistPath;
+    Date recordedAt;
+
+    friend bool operator==(const HeldStartupItem&, const HeldStartupItem&) = default;
+};
+
+// The session-restore setting ("reopen windows when logging back in") as it
+// was before it was changed. Each value is absent when the preference was not
+// set at all, so that give-back can remove it again rather than guess.
+struct ReopenWindowsRecord {
+    std::optional<bool> logoutSavesState;      // loginwindow TALLogoutSavesState
+    std::optional<bool> launchesRelaunchApps;  // loginwindow LoginwindowLaunchesRelaunchApps
+    Date recordedAt;
+
+    friend bool operator==(const ReopenWindowsRecord&, const ReopenWindowsRecord&) = default;
+};
+
+enum class StartupConsent { undecided, granted, declined };
+std::string_view rawValue(StartupConsent consent);
+std::optional<StartupConsent> startupConsentFromRaw(std::string_view raw);
+
+// Everything the login pass does, and the ledger of every change made to
+// macOS startup so that it can be given back.
+struct HoldenmereConfig {
+    // Each enabled app adds this much to the pass deadline.
+    static constexpr double kRunTimeoutPerApp = 20.0;
+    static constexpr double kRunTimeoutBase = 40.0;
+    static constexpr double kDelayStep = 5.0;
+    static constexpr double kMaxDelay = 40.0;
+
+    GateSettings settings;
+    std::vector<ManagedApp> apps;
+    std::vector<DelayedHelper> delayedHelpers;
+    std::vector<BlockedApp> blockedApps;
+    std::vector<TakeoverRecord> takeovers;
+    std::vector<std::string> keptOff;
+    StartupConsent startupConsent = StartupConsent::undecided;
+    std::vector<std::string> leftToMacOS;
+    std::vector<std::string> restoreOptOuts;
+    std::optional<ReopenWindowsRecord> reopenWindowsOriginal;
+    std::vector<HeldStartupItem> heldStartup;
+
+    // The bound a watchdog puts on a whole login pass, in seconds.
+    double runTimeout() const;
+
+    // Consent as a file without "startupConsent" implies: a config that already
+    // manages, took over or blocked something was set up before consent existed.
+    StartupConsent derivedConsent() const;
+
+    void grantStartupConsent(std::vector<std::string> leftToMacOSIdentifiers);
+    void declineStartupConsent();
+    void keepOff(const std::vector<std::string>& identifiers);
+    // Holds an item. An item already held (same source and handle) keeps its
+    // first record, which knows the state before anything was switched off.
+    void hold(const HeldStartupItem& item);
+    // Records a switched-off agent under the take-over record of the app,
+    // creating that record when needed; an agent of the same label is replaced.
+    void recordAgent(std::string_view bundleIdentifier, std::string_view name, std::string_view label,
+                     std::string_view plistPath, bool inferred);
+
+    friend bool operator==(const HoldenmereConfig&, const HoldenmereConfig&) = default;
+};
+
+}  // namespace holdenmere

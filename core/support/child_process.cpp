@@ -1,0 +1,246 @@
+#include "core/support/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <system_error>
+
+extern char** environ;
+
+namespace holdenmere {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class Pipe {
+public:
+    Pipe() {
+#if defined(__linux__)
+        if (::pipe2(fds_.data(), O_CLOEXEC) != 0) fds_ = {-1, -1};
+#else
+        if (::pipe(fds_.data()) != 0) {
+            fds_ = {-1, -1};
+        } else {
+            for (int fd : fds_) ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+        }
+#endif
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    ~Pipe() {
+        closeRead();
+        closeWrite();
+    }
+    bool valid() const { return fds_[0] >= 0; }
+    int readEnd() const { return fds_[0]; }
+    int writeEnd() const { return fds_[1]; }
+    void closeRead() { closeOne(0); }
+    void closeWrite() { closeOne(1); }
+
+private:
+    void closeOne(int index) {
+        if (fds_[index] >= 0) ::close(fds_[index]);
+        fds_[index] = -1;
+    }
+    std::array<int, 2> fds_{-1, -1};
+};
+
+struct Stream {
+    Pipe* pipe;
+    std::string* sink;
+    bool open = true;
+};
+
+// Reads what is available now; false at end of file or on a hard error.
+bool drain(Stream& stream, std::size_t limit) {
+    std::array<char, 16384> buffer{};
+    for (;;) {
+        ssize_t count = ::read(stream.pipe->readEnd(), buffer.data(), buffer.size());
+        if (count > 0) {
+            std::size_t room = stream.sink->size() < limit ? limit - stream.sink->size() : 0;
+            stream.sink->append(buffer.data(), std::min(room, static_cast<std::size_t>(count)));
+            continue;
+        }
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
+        return false;
+    }
+}
+
+std::vector<char*> pointers(std::vector<std::string>& strings) {
+    std::vector<char*> result;
+    result.reserve(strings.size() + 1);
+    for (auto& text : strings) result.push_back(text.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+// Whether the child has ended, without reaping it: its process group stays
+// addressable until the status is collected.
+bool hasEnded(pid_t pid) {
+    siginfo_t info{};
+    for (;;) {
+        info.si_pid = 0;
+        if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0) return info.si_pid == pid;
+        if (errno != EINTR) return true;
+    }
+}
+
+int reap(pid_t pid) {
+    int status = 0;
+    for (;;) {
+        if (::waitpid(pid, &status, 0) == pid) return status;
+        if (errno != EINTR) return -1;
+    }
+}
+
+}  // namespace
+
+std::string ChildProcessResult::describe(std::chrono::milliseconds timeout) const {
+    switch (ending) {
+        case Ending::exited: return "exit status " + std::to_string(status);
+        case Ending::signalled: return "killed by signal " + std::to_string(status);
+        case Ending::timedOut: {
+            auto seconds = std::chrono::duration<double>(timeout).count();
+            std::string text = std::to_string(seconds);
+            text.erase(text.find_last_not_of('0') + 1);
+            if (!text.empty() && text.back() == '.') text.pop_back();
+            return "timed out after " + text + "s";
+        }
+        case Ending::couldNotStart: return startError;
+    }
+    return startError;
+}
+
+std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
+    std::vector<std::string> result;
+    auto nameOf = [](std::string_view entry) { return entry.substr(0, entry.find('=')); };
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        std::string_view current(*entry);
+        bool replaced = false;
+        for (const auto& change : changes) replaced = replaced || nameOf(change) == nameOf(current);
+        if (!replaced) result.emplace_back(current);
+    }
+    for (const auto& change : changes) {
+        if (change.find('=') != std::string::npos) result.push_back(change);
+    }
+    return result;
+}
+
+ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
+    ChildProcessResult result;
+    Pipe output;
+    Pipe error;
+    if (!output.valid() || !error.valid()) {
+        result.startError = std::string("could not create a pipe: ") + std::strerror(errno);
+        return result;
+    }
+
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, output.writeEnd(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, error.writeEnd(), STDERR_FILENO);
+
+    // Own process group (so a time-out kills the tool's children too), default
+    // signal dispositions and an empty mask whatever this process set up.
+    sigset_t noSignals;
+    sigset_t defaultSignals;
+    sigemptyset(&noSignals);
+    sigemptyset(&defaultSignals);
+    for (int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) sigaddset(&defaultSignals, signal);
+    short flags = POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+#if defined(__APPLE__)
+    // Only the descriptors named in the file actions reach the tool.
+    flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
+#endif
+    posix_spawnattr_setflags(&attributes, flags);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setsigmask(&attributes, &noSignals);
+    posix_spawnattr_setsigdefault(&attributes, &defaultSignals);
+
+    std::vector<std::string> argv{request.executable.string()};
+    argv.insert(argv.end(), request.arguments.begin(), request.arguments.end());
+    auto argvPointers = pointers(argv);
+    std::vector<std::string> environment = request.environment ? *request.environment : environmentWith({});
+    auto environmentPointers = pointers(environment);
+
+    pid_t pid = 0;
+    int spawned = ::posix_spawn(&pid, request.executable.c_str(), &actions, &attributes, argvPointers.data(),
+                                environmentPointers.data());
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    if (spawned != 0) {
+        result.startError = "could not start " + request.executable.string() + ": " + std::strerror(spawned);
+        return result;
+    }
+
+    output.closeWrite();
+    error.closeWrite();
+    for (int fd : {output.readEnd(), error.readEnd()}) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+
+    std::array<Stream, 2> streams{Stream{&output, &result.output}, Stream{&error, &result.error}};
+    const auto deadline = Clock::now() + request.timeout;
+    bool timedOut = false;
+    bool ended = false;
+
+    while (!ended && !timedOut) {
+        std::array<pollfd, 2> watched{};
+        nfds_t count = 0;
+        for (auto& stream : streams) {
+            if (stream.open) watched[count++] = pollfd{stream.pipe->readEnd(), POLLIN, 0};
+        }
+        auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (remaining.count() <= 0) {
+            timedOut = true;
+            break;
+        }
+        // Wake up now and then: a tool that exits while a child of its own
+        // keeps the pipes open (or that closed them and lives on) must not
+        // hold us until the time limit.
+        int slice = static_cast<int>(std::min<long long>(remaining.count(), count == 0 ? 5 : 50));
+        int ready = ::poll(watched.data(), count, slice);
+        if (ready < 0 && errno != EINTR) break;
+        for (auto& stream : streams) {
+            if (stream.open) stream.open = drain(stream, request.outputLimit);
+        }
+        ended = hasEnded(pid);
+    }
+    if (ended) {
+        for (auto& stream : streams) {
+            if (stream.open) drain(stream, request.outputLimit);
+        }
+    }
+
+    // Whatever is left of the group (a timed-out tool, or children a tool
+    // left behind) goes before the leader is reaped, while its id is still ours.
+    ::kill(-pid, SIGKILL);
+    if (timedOut) ::kill(pid, SIGKILL);
+    int status = reap(pid);
+
+    if (timedOut) {
+        result.ending = ChildProcessResult::Ending::timedOut;
+    } else if (status >= 0 && WIFEXITED(status)) {
+        result.ending = ChildProcessResult::Ending::exited;
+        result.status = WEXITSTATUS(status);
+    } else if (status >= 0 && WIFSIGNALED(status)) {
+        result.ending = ChildProcessResult::Ending::signalled;
+        result.status = WTERMSIG(status);
+    } else {
+        result.ending = ChildProcessResult::Ending::couldNotStart;
+        result.startError = "could not wait for " + request.executable.string();
+    }
+    return result;
+}
+
+}  // namespace holdenmere

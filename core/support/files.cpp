@@ -1,0 +1,133 @@
+#include "core/support/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+#include <vector>
+
+namespace holdenmere::files {
+namespace {
+
+// Closes a descriptor on scope exit unless released.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    int get() const { return fd_; }
+    int release() {
+        int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+
+private:
+    int fd_;
+};
+
+void flushToDisk(int fd, const std::filesystem::path& path) {
+#if defined(__APPLE__)
+    // fsync on macOS only reaches the drive's cache; F_FULLFSYNC reaches the platter.
+    if (::fcntl(fd, F_FULLFSYNC) == 0) return;
+#endif
+    if (::fsync(fd) != 0) throwErrno(errno, "fsync", path);
+}
+
+void flushFolder(const std::filesystem::path& folder) {
+    int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    // The rename already happened; a folder that cannot be flushed (some file
+    // systems refuse) leaves the new file in place all the same.
+    (void)::fsync(fd);
+    ::close(fd);
+}
+
+}  // namespace
+
+void throwErrno(int code, std::string_view call, const std::filesystem::path& path) {
+    std::string what(call);
+    what += "(";
+    what += path.string();
+    what += ")";
+    throw std::system_error(code, std::generic_category(), what);
+}
+
+std::string read(const std::filesystem::path& path) {
+    int raw = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (raw < 0) throwErrno(errno, "open", path);
+    FileDescriptor fd(raw);
+    std::string contents;
+    struct stat info {};
+    if (::fstat(fd.get(), &info) == 0 && info.st_size > 0) contents.reserve(static_cast<std::size_t>(info.st_size));
+    std::vector<char> buffer(64 * 1024);
+    for (;;) {
+        ssize_t count = ::read(fd.get(), buffer.data(), buffer.size());
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            throwErrno(errno, "read", path);
+        }
+        if (count == 0) break;
+        contents.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+    return contents;
+}
+
+bool exists(const std::filesystem::path& path) {
+    struct stat info {};
+    return ::lstat(path.c_str(), &info) == 0;
+}
+
+void createDirectories(const std::filesystem::path& folder) {
+    if (folder.empty()) return;
+    struct stat info {};
+    if (::stat(folder.c_str(), &info) == 0) {
+        if (S_ISDIR(info.st_mode)) return;
+        throwErrno(ENOTDIR, "mkdir", folder);
+    }
+    auto parent = folder.parent_path();
+    if (!parent.empty() && parent != folder) createDirectories(parent);
+    if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) throwErrno(errno, "mkdir", folder);
+    if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) throwErrno(ENOTDIR, "mkdir", folder);
+}
+
+void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {
+    const auto folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+    createDirectories(folder);
+
+    std::string pattern = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
+    std::vector<char> temporary(pattern.begin(), pattern.end());
+    temporary.push_back('\0');
+    int raw = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (raw < 0) throwErrno(errno, "mkstemp", pattern);
+    const std::filesystem::path temporaryPath(temporary.data());
+    FileDescriptor fd(raw);
+
+    try {
+        if (::fchmod(fd.get(), mode) != 0) throwErrno(errno, "fchmod", temporaryPath);
+        std::size_t written = 0;
+        while (written < bytes.size()) {
+            ssize_t count = ::write(fd.get(), bytes.data() + written, bytes.size() - written);
+            if (count < 0) {
+                if (errno == EINTR) continue;
+                throwErrno(errno, "write", temporaryPath);
+            }
+            written += static_cast<std::size_t>(count);
+        }
+        flushToDisk(fd.get(), temporaryPath);
+        if (::close(fd.release()) != 0) throwErrno(errno, "close", temporaryPath);
+        if (::rename(temporaryPath.c_str(), path.c_str()) != 0) throwErrno(errno, "rename", path);
+    } catch (...) {
+        ::unlink(temporaryPath.c_str());
+        throw;
+    }
+    flushFolder(folder);
+}
+
+}  // namespace holdenmere::files

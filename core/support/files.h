@@ -1,0 +1,32 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+// File primitives shared by the stores. Every failure is thrown as a
+// std::system_error carrying errno, whose what() reads "call(path): reason".
+namespace holdenmere::files {
+
+// Throws std::system_error for errno `code`, described as "call(path): reason".
+[[noreturn]] void throwErrno(int code, std::string_view call, const std::filesystem::path& path);
+
+// Reads the whole file. A missing file, a folder or an unreadable file throws.
+std::string read(const std::filesystem::path& path);
+
+// Whether something (a file, a folder, a dangling link) exists at the path.
+bool exists(const std::filesystem::path& path);
+
+// Creates the folder and every missing folder above it; an existing folder is
+// no failure, a file standing in the way is.
+void createDirectories(const std::filesystem::path& folder);
+
+// Replaces the file at `path` with `bytes` so that no reader ever sees a
+// partial file: the bytes go to a temporary file in the same folder, are
+// flushed to disk, and the temporary file is renamed over the target; the
+// folder is flushed last. Missing parent folders are created. On failure the
+// previous file is untouched and the temporary file is removed.
+void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0644);
+
+}  // namespace holdenmere::files

@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Installs what building and testing Holdenmere needs: Debian packages with
+# apt-get (as root, or through sudo), Homebrew formulae on macOS. Packages that
+# are already installed are left alone, so this is cheap to run every time.
+#   scripts/install-deps.sh [--fuzz]   (--fuzz adds clang for libFuzzer builds)
+set -euo pipefail
+
+want_fuzz=0
+for arg in "$@"; do
+  case "$arg" in
+    --fuzz) want_fuzz=1 ;;
+    *) echo "usage: $0 [--fuzz]" >&2; exit 64 ;;
+  esac
+done
+
+if [ "$(uname -s)" = Darwin ]; then
+  formulae=(cmake ninja pkg-config libplist nlohmann-json curl googletest google-benchmark)
+  missing=()
+  for formula in "${formulae[@]}"; do
+    brew list --formula "$formula" >/dev/null 2>&1 || missing+=("$formula")
+  done
+  [ ${#missing[@]} -eq 0 ] || brew install "${missing[@]}"
+  exit 0
+fi
+
+packages=(
+  cmake ninja-build g++ pkg-config git
+  libplist-dev nlohmann-json3-dev libcurl4-openssl-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+)
+[ "$want_fuzz" -eq 0 ] || packages+=(clang libclang-rt-dev)
+
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+echo "Installing: ${missing[*]}" >&2
+"${sudo[@]}" apt-get update -qq
+DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2

@@ -1,0 +1,177 @@
+// Runs the built bundle as a user would, in a temporary home folder.
+#include <sys/stat.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+
+#include "core/gate/cli_mode.h"
+#include "core/support/child_process.h"
+#include "tests/support/temporary_directory.h"
+#include "tests/support/test_executables.h"
+
+namespace holdenmere {
+namespace {
+
+using ::testing::HasSubstr;
+using testing::readFile;
+using testing::TemporaryDirectory;
+using testing::writeFile;
+
+const std::string kUsage = std::string(CLIMode::usageText) + "\n";
+const char* kDamaged = R"({"settings": {"probeURL": 7}, "apps": []})";
+
+class CommandLine : public ::testing::Test {
+protected:
+    TemporaryDirectory home;
+    std::vector<std::string> environment{"HOME=" + home.path().string(), "PATH=/usr/bin:/bin"};
+
+    std::filesystem::path defaultConfig() const {
+        return home / "Library/Application Support/Holdenmere/config.json";
+    }
+
+    ChildProcessResult run(std::vector<std::string> arguments, std::filesystem::path executable = {}) {
+        ChildProcessRequest request;
+        request.executable = executable.empty() ? std::filesystem::path(testing::holdenmerePath()) : executable;
+        request.arguments = std::move(arguments);
+        request.environment = environment;
+        request.timeout = std::chrono::seconds(30);
+        return runChildProcess(request);
+    }
+
+    // A copy of the executable in a bundle of its own with the given Info.plist keys, written as a binary plist.
+    std::filesystem::path bundledCopy(const std::vector<std::pair<std::string, std::string>>& keys) {
+        auto executable = home / "Copy.app/Contents/MacOS/holdenmere";
+        std::filesystem::create_directories(executable.parent_path());
+        std::filesystem::copy_file(testing::holdenmerePath(), executable);
+        plist_t root = plist_new_dict();
+        for (const auto& [key, value] : keys) plist_dict_set_item(root, key.c_str(), plist_new_string(value.c_str()));
+        char* bytes = nullptr;
+        uint32_t length = 0;
+        plist_to_bin(root, &bytes, &length);
+        writeFile(home / "Copy.app/Contents/Info.plist", std::string(bytes, length));
+        plist_to_bin_free(bytes);
+        plist_free(root);
+        return executable;
+    }
+};
+
+TEST_F(CommandLine, VersionComesFromTheBundle) {
+    auto result = run({"--version"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, std::string("Holdenmere ") + HOLDENMERE_VERSION + " (" + HOLDENMERE_BUILD_NUMBER + ")\n");
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(run({"-v"}).output, result.output);
+
+    EXPECT_EQ(run({"--version"}, bundledCopy({{"CFBundleShortVersionString", "2.1"}, {"CFBundleVersion", "2.1"}})).output,
+              "Holdenmere 2.1\n");
+}
+
+TEST_F(CommandLine, VersionOfACopyInAnotherBundleOrNone) {
+    EXPECT_EQ(run({"--version"}, bundledCopy({{"CFBundleShortVersionString", "2.1"}, {"CFBundleVersion", "57"}})).output,
+              "Holdenmere 2.1 (57)\n");
+    auto loose = home / "bin/holdenmere";
+    std::filesystem::create_directories(loose.parent_path());
+    std::filesystem::copy_file(testing::holdenmerePath(), loose);
+    auto result = run({"--version"}, loose);
+    EXPECT_EQ(result.output, "Holdenmere dev (unpackaged build)\n");
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(CommandLine, HelpPrintsTheUsage) {
+    for (const char* option : {"--help", "-h"}) {
+        auto result = run({option});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.output, kUsage);
+        EXPECT_EQ(result.error, "");
+    }
+}
+
+TEST_F(CommandLine, UnknownOptionIsAUsageError) {
+    auto result = run({"-x"});
+    EXPECT_EQ(result.status, 64);
+    EXPECT_EQ(result.error, "Holdenmere: unknown option '-x'\n");
+    EXPECT_EQ(result.output, kUsage);
+
+    result = run({"--dry-run"});
+    EXPECT_EQ(result.status, 64);
+    EXPECT_EQ(result.error, "Holdenmere: unknown option '--dry-run'\n");
+}
+
+TEST_F(CommandLine, DeemsterUIOnlyAsTheFirstArgument) {
+    auto result = run({"--deemsterui", "--gate"});
+    EXPECT_EQ(result.status, 69);
+    EXPECT_EQ(result.error, "Holdenmere: DeemsterUI unavailable; build with the sibling DeemsterUI package.\n");
+    EXPECT_EQ(result.output, "");
+
+    result = run({"-psn_0_1", "--deemsterui"});
+    EXPECT_EQ(result.status, 64);
+    EXPECT_EQ(result.error, "Holdenmere: unknown option '--deemsterui'\n");
+}
+
+TEST_F(CommandLine, GateWithAnUnreadableConfigLaunchesNothing) {
+    writeFile(defaultConfig(), kDamaged);
+    environment.push_back("HOLDENMERE_CONFIG_PATH=");  // empty counts as unset
+    auto result = run({"--gate"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.error, "[Holdenmere] ERROR: config unreadable at " + defaultConfig().string() +
+                                ": Could not read config: \"settings.probeURL\": expected a string, found a number. "
+                                "Launching nothing. Open Holdenmere to repair it.\n");
+    EXPECT_EQ(readFile(defaultConfig()), kDamaged);
+    EXPECT_FALSE(std::filesystem::exists(home / "Library/Application Support/Holdenmere/history.json"));
+}
+
+TEST_F(CommandLine, GateWithAFolderForAConfig) {
+    auto folder = home / "config-folder";
+    std::filesystem::create_directories(folder);
+    environment.push_back("HOLDENMERE_CONFIG_PATH=" + folder.string());
+    auto result = run({"--gate"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.error, "[Holdenmere] ERROR: config unreadable at " + folder.string() +
+                                ": Could not read config: read(" + folder.string() +
+                                "): Is a directory. Launching nothing. Open Holdenmere to repair it.\n");
+}
+
+TEST_F(CommandLine, ModesThatThisBuildCannotRunSayItAndFail) {
+    for (auto arguments : std::vector<std::vector<std::string>>{{"--gate"}, {"--audit"}, {}, {"--restore-startup"},
+                                                                {"--repair-helpers", "--dry-run"}}) {
+        auto result = run(arguments);
+        EXPECT_EQ(result.status, 1) << ::testing::PrintToString(arguments);
+        EXPECT_THAT(result.error, HasSubstr("this build")) << ::testing::PrintToString(arguments);
+    }
+    EXPECT_FALSE(std::filesystem::exists(defaultConfig()));
+}
+
+TEST_F(CommandLine, MutatingModesTakeTheLockBeforeReadingTheConfig) {
+    auto config = home / "custom/config.json";
+    environment.push_back("HOLDENMERE_CONFIG_PATH=" + config.string());
+    writeFile(config, kDamaged);
+
+    auto result = run({"--restore-startup"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.error, "[Holdenmere] ERROR: config unreadable at " + config.string() +
+                                ": Could not read config: \"settings.probeURL\": expected a string, found a number. "
+                                "Nothing restored.\n");
+    EXPECT_TRUE(std::filesystem::exists(config.string() + ".startup-lock"));
+
+    result = run({"--repair-helpers", "--dry-run"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.error, ::testing::EndsWith(". Nothing repaired.\n"));
+
+    // A lock path that is a symbolic link is never followed: the mode stops
+    // before it reads anything.
+    std::filesystem::remove(config.string() + ".startup-lock");
+    std::filesystem::create_symlink(home / "target", config.string() + ".startup-lock");
+    for (const char* mode : {"--restore-startup", "--repair-helpers"}) {
+        result = run({mode});
+        EXPECT_EQ(result.status, 75);
+        EXPECT_EQ(result.error, "[Holdenmere] ERROR: startup mutation lock unavailable \xE2\x80\x94 open(" +
+                                    config.string() +
+                                    ".startup-lock): Too many levels of symbolic links. Nothing changed.\n");
+    }
+    EXPECT_EQ(readFile(config), kDamaged);
+    EXPECT_FALSE(std::filesystem::exists(home / "target"));
+}
+
+}  // namespace
+}  // namespace holdenmere

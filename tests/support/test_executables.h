@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "core/support/child_process.h"
+
+namespace holdenmere::testing {
+
+inline const char* testHelperPath() { return HOLDENMERE_TEST_HELPER; }
+inline const char* holdenmerePath() { return HOLDENMERE_EXECUTABLE; }
+
+// Runs the test helper with the arguments and an optional environment.
+inline ChildProcessResult runTestHelper(std::vector<std::string> arguments,
+                                        std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+    ChildProcessRequest request;
+    request.executable = testHelperPath();
+    request.arguments = std::move(arguments);
+    request.timeout = timeout;
+    return runChildProcess(request);
+}
+
+}  // namespace holdenmere::testing
