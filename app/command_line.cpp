@@ -1,5 +1,7 @@
 #include "app/command_line.h"
 
+#include "app/audit_mode.h"
+
 #include <exception>
 #include <optional>
 #include <system_error>
@@ -43,11 +45,6 @@ int runGate(std::ostream& err) {
         return exit_status::kConfigUnreadable;
     }
     err << kTag << "ERROR: this build cannot run the login pass yet. Launching nothing.\n";
-    return exit_status::kFailure;
-}
-
-int runAudit(std::ostream& err) {
-    err << kTag << "ERROR: this build cannot audit Login Items yet. Nothing to report.\n";
     return exit_status::kFailure;
 }
 
@@ -100,7 +97,7 @@ int runCommandLine(const std::vector<std::string>& arguments, std::ostream& out,
             case CLIMode::Kind::help: return printUsage(out);
             case CLIMode::Kind::unknown: return rejectUnknown(gCurrentMode.argument, out, err);
             case CLIMode::Kind::gate: return runGate(err);
-            case CLIMode::Kind::audit: return runAudit(err);
+            case CLIMode::Kind::audit: return runAudit(out, err);
             case CLIMode::Kind::restoreStartup:
             case CLIMode::Kind::repairHelpers: return runMutatingMode(gCurrentMode, err);
             case CLIMode::Kind::app: return runApp(err);

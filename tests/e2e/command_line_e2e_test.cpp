@@ -133,7 +133,7 @@ TEST_F(CommandLine, GateWithAFolderForAConfig) {
 }
 
 TEST_F(CommandLine, ModesThatThisBuildCannotRunSayItAndFail) {
-    for (auto arguments : std::vector<std::vector<std::string>>{{"--gate"}, {"--audit"}, {}, {"--restore-startup"},
+    for (auto arguments : std::vector<std::vector<std::string>>{{"--gate"}, {}, {"--restore-startup"},
                                                                 {"--repair-helpers", "--dry-run"}}) {
         auto result = run(arguments);
         EXPECT_EQ(result.status, 1) << ::testing::PrintToString(arguments);
@@ -171,6 +171,45 @@ TEST_F(CommandLine, MutatingModesTakeTheLockBeforeReadingTheConfig) {
     }
     EXPECT_EQ(readFile(config), kDamaged);
     EXPECT_FALSE(std::filesystem::exists(home / "target"));
+}
+
+TEST_F(CommandLine, AuditReportsManagedAppsAndTheLastLogin) {
+    writeFile(defaultConfig(), R"({"settings": {"probeURL": "https://captive.apple.com/hotspot-detect.html",
+        "pollInterval": 2, "maxAttempts": 60, "launchAnywayOnTimeout": true, "isEnabled": true},
+        "apps": [{"bundleIdentifier": "com.example.mail", "name": "Mail", "path": "/Applications/Mail.app"},
+                 {"bundleIdentifier": "com.example.drive", "name": "Drive", "path": "/Applications/Drive.app"}],
+        "blockedApps": [{"bundleIdentifier": "com.example.chat", "name": "Chat", "path": "/Applications/Chat.app"}]})");
+    const std::string configBefore = readFile(defaultConfig());
+    auto result = run({"--audit"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.output,
+              "[Holdenmere] managed by Holdenmere: Mail, Drive\n"
+              "[Holdenmere] removed from Holdenmere (do not start at login): Chat\n"
+              "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
+
+    auto log = home / "logs/custom.log";
+    environment.push_back("HOLDENMERE_LOG_PATH=" + log.string());
+    writeFile(log,
+              "[2026-03-01T08:15:02Z] network reachable after 1 attempt(s) [v0.1.0 (3)]\n"
+              "[Holdenmere]   CONFLICT: Mail \xE2\x80\x94 remove it from Login Items\n"
+              "[Holdenmere]   CONFLICT: Drive \xE2\x80\x94 remove it from Login Items\n");
+    result = run({"--audit"});
+    EXPECT_THAT(result.output,
+                ::testing::EndsWith("[Holdenmere] LAST LOGIN (2026-03-01T08:15:02Z, v0.1.0 (3)) started before the network: Mail, Drive\n"
+                                    "[Holdenmere]   Mail \xE2\x80\x94 macOS started it before the gate at that login\n"
+                                    "[Holdenmere]   Drive \xE2\x80\x94 macOS started it before the gate at that login\n"));
+    EXPECT_EQ(readFile(defaultConfig()), configBefore);
+}
+
+TEST_F(CommandLine, AuditWithAnUnreadableConfigStillReportsTheLog) {
+    writeFile(defaultConfig(), kDamaged);
+    auto result = run({"--audit"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.error, "[Holdenmere] ERROR: cannot read config \xE2\x80\x94 Could not read config: "
+                            "\"settings.probeURL\": expected a string, found a number\n");
+    EXPECT_EQ(result.output, "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
+    EXPECT_EQ(readFile(defaultConfig()), kDamaged);
 }
 
 }  // namespace

@@ -1,0 +1,53 @@
+#include "app/audit_mode.h"
+
+#include "app/command_line.h"
+#include "core/config/config_store.h"
+#include "core/config/last_login_conflicts.h"
+#include "core/support/environment.h"
+#include "core/support/text.h"
+
+namespace holdenmere {
+namespace {
+
+constexpr const char* kTag = "[Holdenmere] ";
+constexpr const char* kDash = " \xE2\x80\x94 ";
+
+template <class Items>
+std::string names(const Items& items) {
+    std::vector<std::string> result;
+    for (const auto& item : items) result.push_back(item.name);
+    return text::joined(result, ", ");
+}
+
+void printLastLogin(std::ostream& out) {
+    auto reading = LastLoginConflicts::read(LastLoginConflicts::resolving(environmentValue("HOLDENMERE_LOG_PATH")));
+    if (!reading) {
+        out << kTag << "LAST LOGIN: no gate pass in the log" << kDash << "not observed\n";
+        return;
+    }
+    out << kTag << "LAST LOGIN (" << reading->stamp << ", v" << reading->version
+        << ") started before the network: " << (reading->conflicts.empty() ? "none" : text::joined(reading->conflicts, ", "))
+        << '\n';
+    for (const auto& name : reading->conflicts) {
+        out << kTag << "  " << name << kDash << "macOS started it before the gate at that login\n";
+    }
+}
+
+}  // namespace
+
+int runAudit(std::ostream& out, std::ostream& err) {
+    const ConfigStore store = ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH"));
+    try {
+        const HoldenmereConfig config = store.load();
+        if (!config.apps.empty()) out << kTag << "managed by Holdenmere: " << names(config.apps) << '\n';
+        if (!config.blockedApps.empty()) {
+            out << kTag << "removed from Holdenmere (do not start at login): " << names(config.blockedApps) << '\n';
+        }
+    } catch (const ConfigStoreError& error) {
+        err << kTag << "ERROR: cannot read config" << kDash << error.what() << '\n';
+    }
+    printLastLogin(out);
+    return exit_status::kSuccess;
+}
+
+}  // namespace holdenmere
