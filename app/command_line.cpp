@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "core/config/config_store.h"
+#include "core/gate/open_at_login.h"
 #include "core/support/environment.h"
 #include "core/takeover/startup_mutation_lock.h"
 
@@ -14,6 +15,7 @@ namespace holdenmere {
 namespace {
 
 CLIMode gCurrentMode = CLIMode::app();
+bool gOpenedQuietly = false;
 
 constexpr const char* kTag = "[Holdenmere] ";
 
@@ -85,12 +87,17 @@ int runApp(std::ostream& err) {
 
 const CLIMode& currentMode() { return gCurrentMode; }
 
+bool openedQuietly() { return gOpenedQuietly; }
+
 int runCommandLine(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
     if (CLIMode::asksForDeemsterUI(arguments)) {
         err << CLIMode::kDeemsterUIMessage;
         return exit_status::kUnavailable;
     }
-    gCurrentMode = CLIMode::from(arguments);
+    // An instance the login pass opened carries "--opened-at-login": it is
+    // the desktop app, opened quietly, whatever the other arguments say.
+    gOpenedQuietly = OpenAtLogin::openedQuietly(arguments);
+    gCurrentMode = CLIMode::from(OpenAtLogin::withoutOpenedAtLogin(arguments));
     try {
         switch (gCurrentMode.kind) {
             case CLIMode::Kind::version: return printVersion(out);

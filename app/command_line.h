@@ -21,6 +21,9 @@ inline constexpr int kLockUnavailable = 75;  // startup mutation lock (EX_TEMPFA
 // The mode this process runs, decided once at start, for the parts of the
 // program that behave differently by mode.
 const CLIMode& currentMode();
+// Whether the login pass opened this instance ("--opened-at-login"): the
+// desktop app then starts without raising a window.
+bool openedQuietly();
 
 // Decides the mode from the whole argument vector and runs it. Reports go to
 // `out`, errors to `err`; the return value is the process's exit status.
