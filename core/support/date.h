@@ -1,6 +1,7 @@
 #pragma once
 
 #include <compare>
+#include <string>
 
 namespace holdenmere {
 
@@ -17,6 +18,9 @@ struct Date {
     double unixTime() const { return secondsSinceReferenceDate + kReferenceFromUnixEpoch; }
 
     Date adding(double seconds) const { return Date{secondsSinceReferenceDate + seconds}; }
+
+    // ISO 8601 in UTC to the whole second: "2026-03-01T08:15:02Z".
+    std::string iso8601() const;
 
     friend auto operator<=>(const Date&, const Date&) = default;
 };

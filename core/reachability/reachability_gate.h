@@ -1,0 +1,41 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "core/config/gate_settings.h"
+#include "core/reachability/probe_result.h"
+#include "core/reachability/reachability_probe.h"
+#include "core/support/clock.h"
+
+namespace holdenmere {
+
+// Waits until the network really answers: repeats single probe attempts,
+// each raced against a cap, until one succeeds, the attempts or the overall
+// time run out, or the wait is cancelled. Never throws: running out of time
+// is a result whose `reachable` is false.
+class ReachabilityGate {
+public:
+    using OnAttempt = std::function<void(int attempt, const ProbeOutcome&)>;
+
+    // The probe and the clock must outlive every attempt the gate starts
+    // (an attempt the cap abandoned still reports to the clock when it ends).
+    ReachabilityGate(ReachabilityProbe& probe, Clock& clock) : probe_(probe), clock_(clock) {}
+
+    ProbeResult waitForNetwork(const GateSettings& settings, const OnAttempt& onAttempt = {},
+                               const Signal* cancellation = nullptr);
+
+    // The URL probed for these settings: the default when the stored one is
+    // empty or no absolute URL.
+    static std::string probeURL(const GateSettings& settings);
+    // How long one attempt may take before the gate stops waiting for it.
+    static double attemptCap(const GateSettings& settings);
+    // "attempt exceeded its 1.5s cap (URLSession did not honour it)".
+    static std::string capExceededText(double cap);
+
+private:
+    ReachabilityProbe& probe_;
+    Clock& clock_;
+};
+
+}  // namespace holdenmere

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace holdenmere::testing {
+
+// A tiny HTTP server on 127.0.0.1 and an ephemeral port, for the probe's
+// tests. It answers every connection the same way and stops when destroyed,
+// or by itself after `lifetimeSeconds`, whichever comes first.
+class LoopbackHTTPServer {
+public:
+    enum class Mode {
+        status,   // "HTTP/1.1 {status} ..." with an empty body
+        silent,   // accepts and never answers
+        garbage,  // answers with bytes that are not HTTP
+        hangUp,   // closes the connection without a byte
+    };
+
+    explicit LoopbackHTTPServer(Mode mode, int status = 200, double lifetimeSeconds = 30);
+    ~LoopbackHTTPServer();
+    LoopbackHTTPServer(const LoopbackHTTPServer&) = delete;
+    LoopbackHTTPServer& operator=(const LoopbackHTTPServer&) = delete;
+
+    int port() const { return port_; }
+    std::string url(const std::string& path = "/hotspot-detect.html") const;
+    // The raw requests received so far.
+    std::vector<std::string> requests() const;
+
+    // A loopback port on which nothing listens (bound, then released).
+    static int closedPort();
+
+private:
+    void serve();
+
+    Mode mode_;
+    int status_;
+    double lifetime_;
+    int listener_ = -1;
+    int port_ = 0;
+    std::atomic<bool> stopping_{false};
+    mutable std::mutex mutex_;
+    std::vector<std::string> requests_;
+    std::vector<int> held_;
+    std::thread thread_;
+};
+
+}  // namespace holdenmere::testing
