@@ -91,6 +91,14 @@ int tryLock(const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Copied into an app bundle, the helper is the app: "LingeringApp" runs
+    // until killed (at most a minute), "QuickApp" ends at once.
+    const std::string program = argc > 0 ? argv[0] : "";
+    if (program.ends_with("/LingeringApp")) {
+        for (int second = 0; second < 60; ++second) ::sleep(1);
+        return 0;
+    }
+    if (program.ends_with("/QuickApp")) return 0;
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty()) return 2;
     std::string command = args.front();

@@ -1,0 +1,149 @@
+#include "core/apps/hidden_launch_confirmation.h"
+
+#include <deque>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+namespace holdenmere {
+namespace {
+
+// Drives a confirmation tick by tick: scheduled work waits in a list until
+// the test runs it, and time moves one interval per tick.
+class ConfirmationDriver {
+public:
+    HiddenAppState state;
+    int hideRequests = 0;
+    bool hideAccepted = true;
+    bool cancelled = false;
+    double now = 0;
+    std::optional<LaunchAttempt> result;
+
+    std::shared_ptr<HiddenLaunchConfirmation::Session> start(HiddenLaunchConfirmation::Parameters parameters = {}) {
+        HiddenLaunchConfirmation::Hooks hooks{
+            [this] { return now; }, [this] { return cancelled; },
+            [this](double delay, std::function<void()> work) {
+                now += delay;
+                queue_.push_back(std::move(work));
+            }};
+        HiddenLaunchConfirmation::Application application{[this] { return state; },
+                                                          [this] {
+                                                              ++hideRequests;
+                                                              return hideAccepted;
+                                                          }};
+        return HiddenLaunchConfirmation::start(parameters, hooks, application,
+                                               [this](LaunchAttempt attempt) { result = attempt; });
+    }
+    // Runs scheduled ticks until a result or `limit` ticks; returns the ticks run.
+    int run(int limit = 1000) {
+        int ticks = 0;
+        while (!result && !queue_.empty() && ticks < limit) {
+            auto work = std::move(queue_.front());
+            queue_.pop_front();
+            work();
+            ++ticks;
+        }
+        return ticks;
+    }
+
+private:
+    std::deque<std::function<void()>> queue_;
+};
+
+TEST(HiddenLaunchConfirmation, AnAppThatStaysHiddenIsConfirmedAfterTenChecks) {
+    ConfirmationDriver driver;
+    driver.state.hidden = true;
+    auto session = driver.start();
+    EXPECT_EQ(driver.run(), 10);
+    EXPECT_EQ(driver.result, LaunchAttempt::opened());
+    EXPECT_NEAR(driver.now, 1.0, 1e-9);
+    session->tick();  // a tick after the end delivers nothing more
+    EXPECT_EQ(session->checks(), 10);
+}
+
+TEST(HiddenLaunchConfirmation, FinalConditionsEndAtOnce) {
+    struct Case {
+        std::function<void(HiddenAppState&)> set;
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        {[](HiddenAppState& s) { s.referenceLost = true; }, "application reference lost before hidden confirmation"},
+        {[](HiddenAppState& s) { s.terminated = true; }, "application terminated before hidden confirmation"},
+        {[](HiddenAppState& s) { s.listed = false; }, "application disappeared during hidden confirmation"},
+    };
+    for (const auto& entry : cases) {
+        ConfirmationDriver driver;
+        driver.state.hidden = true;
+        entry.set(driver.state);
+        driver.start();
+        EXPECT_EQ(driver.run(), 1);
+        EXPECT_EQ(driver.result, LaunchAttempt::unconfirmed(entry.text));
+    }
+
+    ConfirmationDriver late;
+    late.state.finishedLaunching = false;
+    late.start({100, 0.1, 10, 0.55});
+    late.run();
+    EXPECT_EQ(late.result, LaunchAttempt::unconfirmed("hidden confirmation exceeded its startup deadline"));
+
+    ConfirmationDriver cancelled;
+    cancelled.cancelled = true;
+    cancelled.start();
+    cancelled.run();
+    EXPECT_EQ(cancelled.result, LaunchAttempt::unconfirmed("launch confirmation cancelled"));
+}
+
+TEST(HiddenLaunchConfirmation, RetriedConditionsGiveUpAfterTheLastCheck) {
+    ConfirmationDriver active;
+    active.state.active = true;
+    active.start({100, 0.1, 10, 1000});
+    EXPECT_EQ(active.run(), 100);
+    EXPECT_EQ(active.result, LaunchAttempt::unconfirmed("could not confirm application hidden after 100 startup checks: "
+                                                        "application became active before hidden confirmation"));
+    EXPECT_EQ(active.hideRequests, 99);  // asked again at every check but the last
+
+    ConfirmationDriver rejecting;
+    rejecting.hideAccepted = false;
+    rejecting.start({20, 0.1, 10, 1000});
+    rejecting.run();
+    EXPECT_EQ(rejecting.result, LaunchAttempt::unconfirmed("could not confirm application hidden after 20 startup "
+                                                           "checks: application rejected hide request"));
+
+    ConfirmationDriver visible;
+    visible.start({20, 0.1, 10, 1000});
+    visible.run();
+    EXPECT_EQ(visible.result, LaunchAttempt::unconfirmed("could not confirm application hidden after 20 startup "
+                                                         "checks: application stayed visible after hide request"));
+
+    ConfirmationDriver slow;
+    slow.state.finishedLaunching = false;
+    slow.start({30, 0.1, 10, 1000});
+    slow.run();
+    EXPECT_EQ(slow.result, LaunchAttempt::unconfirmed("could not confirm application hidden after 30 startup checks: "
+                                                      "application did not finish launching before hidden confirmation"));
+}
+
+TEST(HiddenLaunchConfirmation, AnAppThatKeepsShowingItselfDoesNotSettle) {
+    ConfirmationDriver driver;
+    driver.start();
+    // Hidden for a few checks, then visible again, three times over.
+    for (int round = 0; round < 3; ++round) {
+        driver.state.hidden = true;
+        driver.run(3);
+        driver.state.hidden = false;
+        driver.run(1);
+    }
+    EXPECT_EQ(driver.result,
+              LaunchAttempt::unconfirmed("could not confirm application hidden after 12 startup checks: hidden state "
+                                         "did not settle"));
+
+    ConfirmationDriver recovers;
+    recovers.start();
+    recovers.run(5);  // visible: hide requested again
+    recovers.state.hidden = true;
+    recovers.run();
+    EXPECT_EQ(recovers.result, LaunchAttempt::opened());
+}
+
+}  // namespace
+}  // namespace holdenmere

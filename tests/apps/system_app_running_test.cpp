@@ -1,0 +1,89 @@
+#include "core/apps/app_running.h"
+
+#include <signal.h>
+
+#include <chrono>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/temporary_directory.h"
+#include "tests/support/test_executables.h"
+
+namespace holdenmere {
+namespace {
+
+using testing::TemporaryDirectory;
+
+// Real bundles in a temporary folder whose executable is a copy of the test
+// helper, which behaves as an app by its name.
+class SystemAppRunningTest : public ::testing::Test {
+protected:
+    TemporaryDirectory folder;
+    SystemAppRunning system;
+
+    std::string makeBundle(const std::string& name, const std::string& identifier, const std::string& executable,
+                           bool withExecutable = true) {
+        auto bundle = folder / (name + ".app");
+        std::string info = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+                           "<key>CFBundleIdentifier</key><string>" + identifier + "</string>"
+                           "<key>CFBundleExecutable</key><string>" + executable + "</string></dict></plist>\n";
+        testing::writeFile(bundle / "Contents/Info.plist", info);
+        if (withExecutable) {
+            std::filesystem::create_directories(bundle / "Contents/MacOS");
+            std::filesystem::copy_file(testing::testHelperPath(), bundle / "Contents/MacOS" / executable);
+        }
+        return bundle.string();
+    }
+
+    void TearDown() override {
+        for (const char* identifier : {"com.example.lingering", "com.example.hidden"}) {
+            for (int pid : system.processIdentifiers(identifier)) ::kill(pid, SIGKILL);
+        }
+    }
+};
+
+TEST_F(SystemAppRunningTest, OpensABundleThatThenRuns) {
+    auto path = makeBundle("Lingering", "com.example.lingering", "LingeringApp");
+    EXPECT_TRUE(system.exists(path));
+    EXPECT_FALSE(system.isRunning("com.example.lingering"));
+    EXPECT_EQ(system.launch(path, {}), LaunchAttempt::opened());
+    EXPECT_TRUE(system.isRunning("com.example.lingering"));
+    auto pids = system.processIdentifiers("com.example.lingering");
+    ASSERT_EQ(pids.size(), 1u);
+    // Opening it again is no second launch.
+    EXPECT_EQ(system.launch(path, {}), LaunchAttempt::opened());
+    EXPECT_EQ(system.processIdentifiers("com.example.lingering"), pids);
+}
+
+TEST_F(SystemAppRunningTest, AHiddenLaunchIsConfirmedWhileTheAppLives) {
+    auto path = makeBundle("Hidden", "com.example.hidden", "LingeringApp");
+    OpenOptions options;
+    options.hidden = true;
+    EXPECT_EQ(system.launch(path, options), LaunchAttempt::opened());
+
+    auto quick = makeBundle("Quick", "com.example.quick", "QuickApp");
+    EXPECT_EQ(system.launch(quick, options),
+              LaunchAttempt::unconfirmed("application terminated before hidden confirmation"));
+}
+
+TEST_F(SystemAppRunningTest, BrokenBundlesFailWithTheirReason) {
+    EXPECT_FALSE(system.exists((folder / "None.app").string()));
+    EXPECT_EQ(system.launch((folder / "None.app").string(), {}),
+              LaunchAttempt::failed("no application bundle at " + (folder / "None.app").string()));
+
+    std::filesystem::create_directories(folder / "Bare.app");
+    EXPECT_THAT(system.launch((folder / "Bare.app").string(), {}).reason, ::testing::StartsWith("no readable Info.plist at "));
+
+    auto noExecutable = makeBundle("Empty", "com.example.empty", "Missing", false);
+    auto attempt = system.launch(noExecutable, {});
+    EXPECT_EQ(attempt.result, LaunchAttempt::Result::failed);
+    EXPECT_THAT(attempt.reason, ::testing::HasSubstr("No such file or directory"));
+
+    auto escaping = makeBundle("Escape", "com.example.escape", "../../../bin/true", false);
+    EXPECT_EQ(system.launch(escaping, {}), LaunchAttempt::failed("the bundle at " + escaping + " names no executable"));
+}
+
+}  // namespace
+}  // namespace holdenmere
