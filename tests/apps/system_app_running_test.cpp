@@ -23,6 +23,10 @@ protected:
     TemporaryDirectory folder;
     SystemAppRunning system;
 
+    // Identifiers are unique to this test's folder: tests run in parallel
+    // processes, and each kills only the apps it started.
+    std::string id(const std::string& name) const { return "com.example." + name + "." + folder.path().filename().string(); }
+
     std::string makeBundle(const std::string& name, const std::string& identifier, const std::string& executable,
                            bool withExecutable = true) {
         auto bundle = folder / (name + ".app");
@@ -38,32 +42,32 @@ protected:
     }
 
     void TearDown() override {
-        for (const char* identifier : {"com.example.lingering", "com.example.hidden"}) {
+        for (const auto& identifier : {id("lingering"), id("hidden")}) {
             for (int pid : system.processIdentifiers(identifier)) ::kill(pid, SIGKILL);
         }
     }
 };
 
 TEST_F(SystemAppRunningTest, OpensABundleThatThenRuns) {
-    auto path = makeBundle("Lingering", "com.example.lingering", "LingeringApp");
+    auto path = makeBundle("Lingering", id("lingering"), "LingeringApp");
     EXPECT_TRUE(system.exists(path));
-    EXPECT_FALSE(system.isRunning("com.example.lingering"));
+    EXPECT_FALSE(system.isRunning(id("lingering")));
     EXPECT_EQ(system.launch(path, {}), LaunchAttempt::opened());
-    EXPECT_TRUE(system.isRunning("com.example.lingering"));
-    auto pids = system.processIdentifiers("com.example.lingering");
+    EXPECT_TRUE(system.isRunning(id("lingering")));
+    auto pids = system.processIdentifiers(id("lingering"));
     ASSERT_EQ(pids.size(), 1u);
     // Opening it again is no second launch.
     EXPECT_EQ(system.launch(path, {}), LaunchAttempt::opened());
-    EXPECT_EQ(system.processIdentifiers("com.example.lingering"), pids);
+    EXPECT_EQ(system.processIdentifiers(id("lingering")), pids);
 }
 
 TEST_F(SystemAppRunningTest, AHiddenLaunchIsConfirmedWhileTheAppLives) {
-    auto path = makeBundle("Hidden", "com.example.hidden", "LingeringApp");
+    auto path = makeBundle("Hidden", id("hidden"), "LingeringApp");
     OpenOptions options;
     options.hidden = true;
     EXPECT_EQ(system.launch(path, options), LaunchAttempt::opened());
 
-    auto quick = makeBundle("Quick", "com.example.quick", "QuickApp");
+    auto quick = makeBundle("Quick", id("quick"), "QuickApp");
     EXPECT_EQ(system.launch(quick, options),
               LaunchAttempt::unconfirmed("application terminated before hidden confirmation"));
 }
