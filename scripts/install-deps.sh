@@ -24,7 +24,7 @@ if [ "$(uname -s)" = Darwin ]; then
 fi
 
 packages=(
-  cmake ninja-build g++ pkg-config git
+  cmake ninja-build g++ pkg-config git curl
   libplist-dev nlohmann-json3-dev libcurl4-openssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
