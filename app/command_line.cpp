@@ -1,6 +1,7 @@
 #include "app/command_line.h"
 
 #include "app/audit_mode.h"
+#include "app/gate_mode.h"
 
 #include <exception>
 #include <optional>
@@ -36,19 +37,6 @@ int rejectUnknown(const std::string& argument, std::ostream& out, std::ostream& 
 }
 
 ConfigStore configStore() { return ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")); }
-
-int runGate(std::ostream& err) {
-    const ConfigStore store = configStore();
-    try {
-        (void)store.load();
-    } catch (const ConfigStoreError& error) {
-        err << kTag << "ERROR: config unreadable at " << store.url.string() << ": " << error.what()
-            << ". Launching nothing. Open Holdenmere to repair it.\n";
-        return exit_status::kConfigUnreadable;
-    }
-    err << kTag << "ERROR: this build cannot run the login pass yet. Launching nothing.\n";
-    return exit_status::kFailure;
-}
 
 // The two modes that change startup state hold the startup mutation lock for
 // their whole run, and read the configuration only once they hold it.
@@ -103,7 +91,7 @@ int runCommandLine(const std::vector<std::string>& arguments, std::ostream& out,
             case CLIMode::Kind::version: return printVersion(out);
             case CLIMode::Kind::help: return printUsage(out);
             case CLIMode::Kind::unknown: return rejectUnknown(gCurrentMode.argument, out, err);
-            case CLIMode::Kind::gate: return runGate(err);
+            case CLIMode::Kind::gate: return runGate(out, err);
             case CLIMode::Kind::audit: return runAudit(out, err);
             case CLIMode::Kind::restoreStartup:
             case CLIMode::Kind::repairHelpers: return runMutatingMode(gCurrentMode, err);

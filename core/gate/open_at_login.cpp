@@ -1,6 +1,10 @@
 #include "core/gate/open_at_login.h"
 
 #include <algorithm>
+#include <memory>
+#include <mutex>
+
+#include "core/gate/gate_runner.h"
 
 namespace holdenmere {
 
@@ -15,6 +19,48 @@ std::vector<std::string> OpenAtLogin::withoutOpenedAtLogin(const std::vector<std
         result.push_back(arguments[index]);
     }
     return result;
+}
+
+std::optional<std::string> OpenAtLogin::openHoldenmereIfRequested(const GateSettings& settings,
+                                                                   const std::optional<Bundle>& bundle, int ownProcess,
+                                                                   AppRunning& apps, Clock& clock) {
+    if (!settings.openAppAtLogin) return std::nullopt;
+    if (!bundle || bundle->path.extension() != ".app") {
+        return "open-at-login: skipped \xE2\x80\x94 not running from an app bundle";
+    }
+    auto info = bundle->infoDictionary();
+    auto identifier = info ? info->stringAt("CFBundleIdentifier") : std::nullopt;
+    if (identifier) {
+        for (int process : apps.processIdentifiers(*identifier)) {
+            if (process != ownProcess) return "open-at-login: Holdenmere is already open";
+        }
+    }
+
+    struct Answer {
+        Signal arrived;
+        std::mutex mutex;
+        LaunchAttempt attempt;
+    };
+    auto answer = std::make_shared<Answer>();
+    OpenOptions options;
+    options.activates = false;
+    options.newInstance = true;
+    options.arguments = {std::string(argument)};
+    apps.begin(bundle->path.string(), options, [answer](LaunchAttempt attempt) {
+        {
+            std::lock_guard lock(answer->mutex);
+            answer->attempt = std::move(attempt);
+        }
+        answer->arrived.raise();
+    });
+    if (!waitWithDeadline(clock, answer->arrived, kOpenTimeLimit)) {
+        return "open-at-login: no answer from LaunchServices within 20s";
+    }
+    std::lock_guard lock(answer->mutex);
+    if (answer->attempt.result == LaunchAttempt::Result::failed) {
+        return "open-at-login: could NOT open Holdenmere \xE2\x80\x94 " + answer->attempt.reason;
+    }
+    return "open-at-login: opened Holdenmere";
 }
 
 }  // namespace holdenmere

@@ -4,7 +4,12 @@
 #include <string_view>
 #include <vector>
 
+#include <optional>
+
+#include "core/apps/app_running.h"
 #include "core/config/gate_settings.h"
+#include "core/support/bundle.h"
+#include "core/support/clock.h"
 
 namespace holdenmere {
 
@@ -21,6 +26,18 @@ struct OpenAtLogin {
     // an instance opened by the pass is the desktop app, opened quietly,
     // not an unknown option.
     static std::vector<std::string> withoutOpenedAtLogin(const std::vector<std::string>& arguments);
+
+    // How long the pass waits for the desktop app to be opened.
+    static constexpr double kOpenTimeLimit = 20.0;
+
+    // Run at the end of a login pass: opens the desktop app quietly (not
+    // activated, a new instance, with "--opened-at-login") when the settings
+    // ask for it. `bundle` is the bundle the running executable lives in and
+    // `ownProcess` this process's id. Returns the line to log, without the
+    // "[Holdenmere] " tag; nothing when the settings do not ask.
+    static std::optional<std::string> openHoldenmereIfRequested(const GateSettings& settings,
+                                                                const std::optional<Bundle>& bundle, int ownProcess,
+                                                                AppRunning& apps, Clock& clock);
 };
 
 }  // namespace holdenmere

@@ -133,7 +133,7 @@ TEST_F(CommandLine, GateWithAFolderForAConfig) {
 }
 
 TEST_F(CommandLine, ModesThatThisBuildCannotRunSayItAndFail) {
-    for (auto arguments : std::vector<std::vector<std::string>>{{"--gate"}, {}, {"--restore-startup"},
+    for (auto arguments : std::vector<std::vector<std::string>>{{}, {"--restore-startup"},
                                                                 {"--repair-helpers", "--dry-run"}}) {
         auto result = run(arguments);
         EXPECT_EQ(result.status, 1) << ::testing::PrintToString(arguments);

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/config/holdenmere_config.h"
+#include "core/config/launch_record.h"
+#include "core/gate/app_launcher.h"
+#include "core/reachability/reachability_gate.h"
+#include "core/support/clock.h"
+
+namespace holdenmere {
+
+// Starts the launchd helpers of managed apps that are held off at login:
+// after the network answered, or at once when the gate is off or gave up.
+class HelperStarting {
+public:
+    virtual ~HelperStarting() = default;
+    // The lines to log, one per helper.
+    virtual std::vector<std::string> startAfterGate(const HoldenmereConfig& config, Date now) = 0;
+};
+
+// What one run of the login pass did.
+struct LaunchPlan {
+    // The pass reached its end with the network answering (or with the gate
+    // switched off, so that nothing had to answer): exit status 0.
+    bool completed = false;
+    std::vector<LaunchRecord> records;  // one per managed app, in the configuration's order
+    std::optional<ProbeResult> probe;   // nothing when the gate is off
+    std::vector<std::string> helperLines;
+};
+
+// Turns a configuration into one login pass: wait for the network, open
+// the apps, start the held helpers.
+class GateRunner {
+public:
+    GateRunner(ReachabilityGate& gate, AppLauncher& launcher, Clock& clock, HelperStarting* helpers = nullptr)
+        : gate_(gate), launcher_(launcher), clock_(clock), helpers_(helpers) {}
+
+    // With the gate on: wait, then open the apps when the network answered,
+    // or when it did not and "launch anyway" is set (each detail then begins
+    // "network unreachable after {n}s"); without "launch anyway" nothing is
+    // opened and each record says why. With the gate off nothing waits and
+    // nothing is opened: every app is recorded "disabled", "Holdenmere disabled".
+    LaunchPlan run(const HoldenmereConfig& config, const Signal* cancellation = nullptr);
+
+    static int exitCode(const LaunchPlan& plan) { return plan.completed ? 0 : 1; }
+
+    // "network unreachable after 120s".
+    static std::string unreachablePrefix(double elapsed);
+
+private:
+    std::vector<std::string> startHelpers(const HoldenmereConfig& config);
+
+    ReachabilityGate& gate_;
+    AppLauncher& launcher_;
+    Clock& clock_;
+    HelperStarting* helpers_;
+};
+
+// Waits for `done` in slices of `slice` seconds until `seconds` have passed;
+// true when it was raised in time. The login pass waits on its runner and on
+// its startup-sources step this way.
+bool waitWithDeadline(Clock& clock, const Signal& done, double seconds, double slice = 0.05);
+
+}  // namespace holdenmere

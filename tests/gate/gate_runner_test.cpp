@@ -1,0 +1,169 @@
+#include "core/gate/gate_runner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/gate/open_at_login.h"
+#include "tests/support/fake_app_running.h"
+#include "tests/support/fake_clock.h"
+#include "tests/support/fake_probe.h"
+#include "tests/support/temporary_directory.h"
+
+namespace holdenmere {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::FakeAppRunning;
+using testing::FakeClock;
+using testing::FakeProbe;
+
+class RecordingHelpers final : public HelperStarting {
+public:
+    std::vector<std::string> startAfterGate(const HoldenmereConfig&, Date) override {
+        ++calls;
+        return {"helper: Sync Helper \xE2\x80\x94 started after the network"};
+    }
+    int calls = 0;
+};
+
+class GateRunnerTest : public ::testing::Test {
+protected:
+    FakeClock clock;
+    FakeProbe probe{clock};
+    FakeAppRunning apps{clock};
+    ReachabilityGate gate{probe, clock};
+    AppLauncher launcher{apps, clock};
+    RecordingHelpers helpers;
+    GateRunner runner{gate, launcher, clock, &helpers};
+    HoldenmereConfig config;
+
+    void SetUp() override {
+        config.settings.maxAttempts = 3;
+        for (const char* name : {"Mail", "Off"}) {
+            ManagedApp app;
+            app.bundleIdentifier = std::string("com.example.") + name;
+            app.name = name;
+            app.path = std::string("/Applications/") + name + ".app";
+            app.isEnabled = std::string(name) != "Off";
+            apps.bundles.insert(app.path);
+            config.apps.push_back(app);
+        }
+    }
+};
+
+TEST_F(GateRunnerTest, GateOffProbesNothingOpensNothingAndEndsNormally) {
+    config.settings.isEnabled = false;
+    auto plan = runner.run(config);
+    EXPECT_TRUE(plan.completed);
+    EXPECT_EQ(GateRunner::exitCode(plan), 0);
+    EXPECT_FALSE(plan.probe.has_value());
+    EXPECT_TRUE(probe.asked().empty());
+    EXPECT_TRUE(apps.begun().empty());
+    ASSERT_EQ(plan.records.size(), 2u);
+    for (const auto& record : plan.records) {
+        EXPECT_EQ(record.outcome, LaunchOutcome::disabled);
+        EXPECT_EQ(record.detail, "Holdenmere disabled");
+    }
+    EXPECT_EQ(helpers.calls, 1);
+    EXPECT_EQ(plan.helperLines.size(), 1u);
+}
+
+TEST_F(GateRunnerTest, ReachableNetworkOpensTheAppsThenStartsHelpers) {
+    probe.script({{ProbeOutcome::reachable(), 0.2}});
+    auto plan = runner.run(config);
+    EXPECT_TRUE(plan.completed);
+    ASSERT_TRUE(plan.probe.has_value());
+    EXPECT_TRUE(plan.probe->reachable);
+    EXPECT_EQ(plan.records[0].outcome, LaunchOutcome::launched);
+    EXPECT_EQ(plan.records[1].outcome, LaunchOutcome::disabled);
+    EXPECT_EQ(helpers.calls, 1);
+}
+
+TEST_F(GateRunnerTest, UnreachableNetworkWithAndWithoutLaunchAnyway) {
+    probe.repeat({ProbeOutcome::failure("cannot connect to host"), 0});
+    config.settings.launchAnywayOnTimeout = false;
+    auto plan = runner.run(config);
+    EXPECT_FALSE(plan.completed);
+    EXPECT_EQ(GateRunner::exitCode(plan), 1);
+    EXPECT_TRUE(apps.begun().empty());
+    EXPECT_EQ(plan.records[0].outcome, LaunchOutcome::failed);
+    EXPECT_EQ(plan.records[0].detail,
+              "network unreachable after 4s \xE2\x80\x94 not opened, because \"launch anyway\" is off");
+    EXPECT_EQ(plan.records[1].detail, "disabled in Holdenmere");
+    EXPECT_EQ(helpers.calls, 1);
+
+    config.settings.launchAnywayOnTimeout = true;
+    plan = runner.run(config);
+    EXPECT_FALSE(plan.completed);
+    EXPECT_EQ(apps.begun().size(), 1u);
+    EXPECT_EQ(plan.records[0].detail,
+              "network unreachable after 4s \xE2\x80\x94 launched [issued +0.0s] [late +0.0s]");
+    EXPECT_EQ(plan.records[1].detail, "network unreachable after 4s \xE2\x80\x94 disabled in Holdenmere");
+}
+
+TEST(WaitWithDeadline, WaitsInSlicesUntilDoneOrTheDeadline) {
+    FakeClock clock;
+    Signal done;
+    EXPECT_FALSE(waitWithDeadline(clock, done, 0.2));
+    double waited = 0;
+    for (double slice : clock.waits()) {
+        EXPECT_LE(slice, 0.05 + 1e-9);
+        waited += slice;
+    }
+    EXPECT_NEAR(waited, 0.2, 1e-9);
+    done.raise();
+    EXPECT_TRUE(waitWithDeadline(clock, done, 330));
+}
+
+class OpenAtLoginTest : public ::testing::Test {
+protected:
+    FakeClock clock;
+    FakeAppRunning apps{clock};
+    testing::TemporaryDirectory folder;
+    GateSettings settings;
+    std::optional<Bundle> bundle;
+
+    void SetUp() override {
+        settings.openAppAtLogin = true;
+        bundle = Bundle{folder / "Holdenmere.app"};
+        testing::writeFile(bundle->infoPlistPath(),
+                           "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>com.tavik.holdenmere"
+                           "</string></dict></plist>");
+    }
+    std::optional<std::string> open() {
+        return OpenAtLogin::openHoldenmereIfRequested(settings, bundle, 100, apps, clock);
+    }
+};
+
+TEST_F(OpenAtLoginTest, OpensTheBundleQuietlyWithItsArgument) {
+    EXPECT_EQ(open(), "open-at-login: opened Holdenmere");
+    auto begun = apps.begun();
+    ASSERT_EQ(begun.size(), 1u);
+    EXPECT_EQ(begun[0].path, (folder / "Holdenmere.app").string());
+    EXPECT_FALSE(begun[0].options.activates);
+    EXPECT_TRUE(begun[0].options.newInstance);
+    EXPECT_THAT(begun[0].options.arguments, ElementsAre("--opened-at-login"));
+}
+
+TEST_F(OpenAtLoginTest, EachOtherOutcome) {
+    settings.openAppAtLogin = false;
+    EXPECT_EQ(open(), std::nullopt);
+    settings.openAppAtLogin = true;
+
+    apps.running.insert("com.tavik.holdenmere");  // pid 4242, not ours
+    EXPECT_EQ(open(), "open-at-login: Holdenmere is already open");
+    apps.running.clear();
+
+    apps.behaviours[(folder / "Holdenmere.app").string()] = {LaunchAttempt::failed("no application bundle at x")};
+    EXPECT_EQ(open(), "open-at-login: could NOT open Holdenmere \xE2\x80\x94 no application bundle at x");
+    apps.behaviours[(folder / "Holdenmere.app").string()] = {LaunchAttempt::opened(), 0, true};
+    EXPECT_EQ(open(), "open-at-login: no answer from LaunchServices within 20s");
+
+    bundle.reset();
+    EXPECT_EQ(open(), "open-at-login: skipped \xE2\x80\x94 not running from an app bundle");
+    bundle = Bundle{folder / "holdenmere-bin"};
+    EXPECT_EQ(open(), "open-at-login: skipped \xE2\x80\x94 not running from an app bundle");
+}
+
+}  // namespace
+}  // namespace holdenmere
