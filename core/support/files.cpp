@@ -52,10 +52,10 @@ void flushFolder(const std::filesystem::path& folder) {
 }  // namespace
 
 void throwErrno(int code, std::string_view call, const std::filesystem::path& path) {
-    std::string what(call);
-    what += "(";
-    what += path.string();
-    what += ")";
+    const std::string& where = path.native();
+    std::string what;
+    what.reserve(call.size() + where.size() + 2);
+    what.append(call).append(1, '(').append(where).append(1, ')');
     throw std::system_error(code, std::generic_category(), what);
 }
 
@@ -101,7 +101,9 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes, 
     const auto folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
     createDirectories(folder);
 
-    std::string pattern = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
+    std::string name(1, '.');
+    name.append(path.filename().native()).append(".XXXXXX");
+    std::string pattern = (folder / name).string();
     std::vector<char> temporary(pattern.begin(), pattern.end());
     temporary.push_back('\0');
     int raw = ::mkostemp(temporary.data(), O_CLOEXEC);
