@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace holdenmere {
+
+// The current user's GUI domain, "gui/{uid}", and a service target in it,
+// "gui/{uid}/{label}".
+std::string launchdDomain();
+std::string launchdServiceTarget(std::string_view label);
+
+// Everything asked of launchd for the current user, as one narrow seam so
+// that the logic can run against a fake. An absent answer means launchd
+// could not be asked or its answer was not understood; callers keep it apart
+// from an empty answer.
+class LaunchctlRunning {
+public:
+    virtual ~LaunchctlRunning() = default;
+
+    // launchctl with these arguments; the exit status, -1 when the tool could
+    // not be started. Output is discarded.
+    virtual std::int32_t run(const std::vector<std::string>& arguments) = 0;
+    // "print gui/{uid}/{label}" exits 0.
+    virtual bool isLoaded(std::string_view label) = 0;
+    // The label's line of "print-disabled gui/{uid}" says disabled; false
+    // also when the tool fails.
+    virtual bool isDisabled(std::string_view label) = 0;
+    // The labels "print-disabled gui/{uid}" lists as disabled.
+    virtual std::optional<std::set<std::string>> disabledLabels() { return std::nullopt; }
+    // The output of "print {target}".
+    virtual std::optional<std::string> print(std::string_view /*target*/) { return std::nullopt; }
+    // The labels of the domain's service table ("print gui/{uid}"), in order.
+    virtual std::optional<std::vector<std::string>> serviceLabels() { return std::nullopt; }
+};
+
+// Asks nothing and changes nothing: every command "fails" with -1, nothing
+// is loaded or disabled, and the lists are absent.
+class InertLaunchctl final : public LaunchctlRunning {
+public:
+    std::int32_t run(const std::vector<std::string>&) override { return -1; }
+    bool isLoaded(std::string_view) override { return false; }
+    bool isDisabled(std::string_view) override { return false; }
+};
+
+}  // namespace holdenmere
