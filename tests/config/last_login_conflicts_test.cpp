@@ -58,3 +58,85 @@ TEST(LastLoginConflicts, ReadsFilesAndNothingFromMissingOnes) {
 
 }  // namespace
 }  // namespace holdenmere
+
+namespace holdenmere {
+namespace {
+
+TEST(LastLoginConflicts, GarbageAndVeryLongLinesAreHarmless) {
+    std::string garbage;
+    for (int i = 0; i < 4096; ++i) garbage += static_cast<char>((i * 7919) % 256);
+    const std::string longTail(2 * 1024 * 1024, 'x');
+    std::string log = garbage + "\n" + "[2026-03-01T08:15:02Z] network reachable after 1 attempt(s) " + longTail +
+                      " [v1.0]\n" + "[Holdenmere]   CONFLICT: " + longTail + " \xE2\x80\x94 remove it from Login Items\n" +
+                      "[Holdenmere]   CONFLICT: Mail \xE2\x80\x94 remove it from Login Items\n" + garbage;
+    auto reading = LastLoginConflicts::read(std::string_view(log));
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->stamp, "2026-03-01T08:15:02Z");
+    EXPECT_EQ(reading->version, "1.0");
+    ASSERT_EQ(reading->conflicts.size(), 2u);
+    EXPECT_EQ(reading->conflicts[1], "Mail");
+    // A huge line that never closes its version bracket is no pass line.
+    EXPECT_EQ(LastLoginConflicts::read(std::string_view("[2026-03-01T08:15:02Z] network reachable " + longTail)),
+              std::nullopt);
+}
+
+}  // namespace
+}  // namespace holdenmere
+
+#include <random>
+#include <regex>
+
+namespace holdenmere {
+namespace {
+
+// The reader's patterns as regular expressions, for short lines only: the
+// reader must agree with them on every line built from the pieces that
+// matter (and their near misses).
+std::optional<LastLoginConflicts::Reading> readWithRegex(const std::vector<std::string>& lines) {
+    static const std::regex pass(R"(\[(\d{4}-\d{2}-\d{2}T[0-9:]+Z)\] network (?:reachable|UNREACHABLE) .*? \[v([^\]]+)\])");
+    static const std::regex conflict("^\\[Holdenmere\\]\\s+CONFLICT: (.+?) \xE2\x80\x94 ");
+    std::optional<LastLoginConflicts::Reading> current;
+    for (const auto& line : lines) {
+        if (line.empty()) continue;
+        std::smatch match;
+        if (std::regex_search(line, match, pass)) {
+            current = LastLoginConflicts::Reading{match[1].str(), match[2].str(), {}};
+        } else if (current && std::regex_search(line, match, conflict)) {
+            current->conflicts.push_back(match[1].str());
+        }
+    }
+    return current;
+}
+
+TEST(LastLoginConflicts, AgreesWithThePatternsOnGeneratedLines) {
+    const std::vector<std::string> pieces = {
+        "[", "]", "[2026-03-01T08:15:02Z]", "[2026-03-01T:Z]", "[2026-3-01T08:15Z]", "[2026-03-01TZ]",
+        " network ", "network", "reachable", "UNREACHABLE", "unreachable", " ", "  ", " [v", "[v", "1.4.2", "]",
+        " [v]", " [v1.4.2]", " [v2 (57)]", "(57)", "x", "\r", "\t", "[Holdenmere]", "[Holdenmere] ", "CONFLICT: ", "Mail",
+        " \xE2\x80\x94 ", "\xE2\x80\x94", "\xE2\x80\x94 ", "9", ":", "Z", "T", "-"};
+    std::mt19937 random(20261122);
+    int matched = 0;
+    for (int round = 0; round < 3000; ++round) {
+        std::vector<std::string> lines;
+        std::string text;
+        const int lineCount = 1 + static_cast<int>(random() % 4);
+        for (int l = 0; l < lineCount; ++l) {
+            // Most lines start like one of the two kinds, so that the
+            // interesting differences are in what follows.
+            const std::string starts[] = {"", "[2026-03-01T08:15:02Z] network reachable ",
+                                          "[Holdenmere]   CONFLICT: ", "x[2026-03-01T08:15:02Z] network UNREACHABLE"};
+            std::string line = starts[random() % 4];
+            const int count = 1 + static_cast<int>(random() % 6);
+            for (int p = 0; p < count; ++p) line += pieces[random() % pieces.size()];
+            lines.push_back(line);
+            text += line + "\n";
+        }
+        auto expected = readWithRegex(lines);
+        if (expected) ++matched;
+        ASSERT_EQ(LastLoginConflicts::read(std::string_view(text)), expected) << text;
+    }
+    EXPECT_GT(matched, 200);  // the generator does reach the pass line often
+}
+
+}  // namespace
+}  // namespace holdenmere

@@ -183,5 +183,38 @@ TEST_F(GatePass, MigratesTheConfigAndWarnsWhenTheHistoryCannotBeWritten) {
     EXPECT_FALSE(apps.isRunning(identifier("Chat")));
 }
 
+TEST_F(GatePass, TheHistoryKeepsTheNewestTwoHundredRecords) {
+    LoopbackHTTPServer server(LoopbackHTTPServer::Mode::status, 204);
+    HoldenmereConfig config = settingsFor(server.url());
+    for (const char* name : {"Ada", "Bea", "Cy"}) {
+        ManagedApp app;
+        app.bundleIdentifier = std::string("com.example.absent.") + name;
+        app.name = name;
+        app.path = (home / "Applications" / (std::string(name) + ".app")).string();
+        config.apps.push_back(app);
+    }
+    ConfigStore{configPath()}.save(config);
+    // 199 records of earlier passes, oldest last.
+    const HistoryStore history{historyPath(), 200};
+    for (int pass = 0; pass < 199; ++pass) {
+        LaunchRecord record;
+        record.bundleIdentifier = "com.example.earlier";
+        record.name = "Earlier " + std::to_string(198 - pass);
+        record.timestamp = Date{static_cast<double>(pass)};
+        history.appendOrThrow({record});
+    }
+
+    auto result = pass();
+    EXPECT_EQ(result.status, 0) << result.output << result.error;
+    auto records = history.loadOrThrow();
+    ASSERT_EQ(records.size(), 200u);
+    EXPECT_EQ(records[0].name, "Ada");
+    EXPECT_EQ(records[1].name, "Bea");
+    EXPECT_EQ(records[2].name, "Cy");
+    EXPECT_EQ(records[2].outcome, LaunchOutcome::missing);
+    EXPECT_EQ(records[3].name, "Earlier 0");
+    EXPECT_EQ(records[199].name, "Earlier 196");  // the two oldest made room
+}
+
 }  // namespace
 }  // namespace holdenmere
