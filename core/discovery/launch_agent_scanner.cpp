@@ -1,0 +1,248 @@
+#include "core/discovery/launch_agent_scanner.h"
+
+#include <algorithm>
+#include <exception>
+#include <map>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "core/discovery/startup_discovery.h"
+#include "core/support/environment.h"
+
+namespace holdenmere {
+namespace {
+
+// Agent plists are a few kilobytes; a file far beyond that in a LaunchAgents
+// folder is no job description, and reading it whole would only cost memory.
+constexpr std::uintmax_t kMaxPlistSize = 4 * 1024 * 1024;
+
+std::string unreadable(const std::filesystem::path& file) {
+    return file.string() + " could not be read as a property list";
+}
+
+// "Foo" for "/Applications/Foo.app".
+std::string appName(const std::string& appPath) {
+    return std::filesystem::path(appPath).stem().string();
+}
+
+// launchd's disabled state for one scan. The whole list is asked for once, on
+// the first question; when launchd's answer cannot be read, each label is
+// asked on its own instead (that reads the same output more leniently),
+// once per label.
+class DisabledState {
+public:
+    explicit DisabledState(LaunchctlRunning& launchctl) : launchctl_(launchctl) {}
+
+    bool isDisabled(const std::string& label) {
+        if (!asked_) {
+            labels_ = launchctl_.disabledLabels();
+            asked_ = true;
+        }
+        if (labels_) return labels_->count(label) != 0;
+        auto known = answers_.find(label);
+        if (known != answers_.end()) return known->second;
+        bool answer = launchctl_.isDisabled(label);
+        answers_.emplace(label, answer);
+        return answer;
+    }
+
+private:
+    LaunchctlRunning& launchctl_;
+    bool asked_ = false;
+    std::optional<std::set<std::string>> labels_;
+    std::map<std::string, bool> answers_;
+};
+
+bool isOwnLabel(const std::string& label) {
+    return StartupDiscovery::ownLaunchdLabels.count(label) != 0;
+}
+
+// The startup item an agent stands for when it opens its app's own
+// executable; nothing for anything else.
+std::optional<StartupItem> itemOpeningApp(const LaunchAgentScanner::Agent& agent) {
+    if (isOwnLabel(agent.label) || !agent.program.starts_with('/')) return std::nullopt;
+    if (!StartupDiscovery::launchesOwnApp(agent.program)) return std::nullopt;
+    auto app = StartupDiscovery::outermostAppPath(agent.program);
+    if (!app) return std::nullopt;
+    auto identifier = StartupDiscovery::bundleIdentifier(*app);
+    if (!identifier) return std::nullopt;
+    return StartupItem{*identifier, appName(*app), *app, StartupItem::LaunchAgent{agent.label, agent.plistPath}};
+}
+
+// The eligible login agents whose disabled state is `disabled`.
+std::vector<StartupItem> eligibleItems(const std::vector<LaunchAgentScanner::Agent>& agents,
+                                       LaunchctlRunning& launchctl, bool disabled) {
+    DisabledState state(launchctl);
+    std::vector<StartupItem> items;
+    for (const auto& agent : agents) {
+        auto item = itemOpeningApp(agent);
+        // The disabled state is asked last, so that launchd is only asked
+        // about agents that could be taken over.
+        if (item && state.isDisabled(agent.label) == disabled) items.push_back(std::move(*item));
+    }
+    return items;
+}
+
+// The program "Program" names, else the first of "ProgramArguments" when
+// that is a non-empty list of strings.
+std::optional<std::string> programOf(const plist::Value& plist) {
+    if (auto program = plist.stringAt("Program")) return program;
+    const plist::Value* arguments = plist.find("ProgramArguments");
+    if (arguments == nullptr || arguments->array() == nullptr || arguments->array()->empty()) return std::nullopt;
+    for (const auto& argument : *arguments->array()) {
+        if (argument.string() == nullptr) return std::nullopt;
+    }
+    return *arguments->array()->front().string();
+}
+
+}  // namespace
+
+std::vector<std::filesystem::path> LaunchAgentScanner::defaultDirectories() {
+    return {homeDirectory() / "Library" / "LaunchAgents", "/Library/LaunchAgents"};
+}
+
+LaunchAgentScanner::LaunchAgentScanner(LaunchctlRunning& launchctlRunning,
+                                       std::vector<std::filesystem::path> searchedDirectories)
+    : directories(std::move(searchedDirectories)), launchctl(launchctlRunning) {}
+
+std::optional<LaunchAgentScanner::Agent> LaunchAgentScanner::agentFrom(const plist::Value& plist,
+                                                                      const std::filesystem::path& plistPath) {
+    if (plist.dictionary() == nullptr) return std::nullopt;
+    auto program = programOf(plist);
+    if (!program || program->empty()) return std::nullopt;
+
+    Agent agent;
+    agent.label = plist.stringAt("Label").value_or(plistPath.stem().string());
+    agent.program = std::move(*program);
+    agent.plistPath = plistPath.string();
+    agent.cadence = StartupDiscovery::cadence(plist);
+    agent.launchdOnly = StartupDiscovery::launchdOnlyReason(plist);
+    const plist::Value* keepAlive = plist.find("KeepAlive");
+    const plist::Value* runAtLoad = plist.find("RunAtLoad");
+    if (runAtLoad != nullptr && runAtLoad->boolean() == true) {
+        agent.startsAtLogin = true;
+    } else if (keepAlive != nullptr) {
+        agent.startsAtLogin = keepAlive->boolean().value_or(false);
+    }
+    agent.keepsAliveConditionally =
+        keepAlive != nullptr && keepAlive->dictionary() != nullptr && !keepAlive->dictionary()->empty();
+    return agent;
+}
+
+std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::readTopLevelAgents(
+    std::vector<std::string>& incomplete) const {
+    namespace fs = std::filesystem;
+    std::vector<Agent> agents;
+    for (const auto& directory : directories) {
+        std::error_code error;
+        if (fs::status(directory, error).type() == fs::file_type::not_found) continue;
+
+        std::vector<fs::path> files;
+        fs::directory_iterator entry(directory, error);
+        for (fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
+            if (entry->path().extension() == ".plist") files.push_back(entry->path());
+        }
+        if (error) {
+            // What was listed before the failure is still read.
+            incomplete.push_back(directory.string() + " could not be listed: " + error.message());
+        }
+        std::sort(files.begin(), files.end());
+
+        for (const auto& file : files) {
+            // Symbolic links are followed: a link to a readable plist is that
+            // plist, a dangling one cannot be read. Folders are passed over;
+            // anything that is not a regular file (a pipe would block the
+            // read) counts as unreadable without being opened.
+            fs::file_status status = fs::status(file, error);
+            if (status.type() == fs::file_type::directory) continue;
+            if (status.type() != fs::file_type::regular || fs::file_size(file, error) > kMaxPlistSize || error) {
+                incomplete.push_back(unreadable(file));
+                continue;
+            }
+            try {
+                if (auto agent = agentFrom(plist::readFile(file), file)) agents.push_back(std::move(*agent));
+            } catch (const std::exception&) {
+                incomplete.push_back(unreadable(file));
+            }
+        }
+    }
+    return agents;
+}
+
+std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::allAgents() const {
+    std::vector<std::string> ignored;
+    return readTopLevelAgents(ignored);
+}
+
+std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::loginStartingAgents() const {
+    std::vector<Agent> agents = allAgents();
+    std::erase_if(agents, [](const Agent& agent) { return !agent.startsAtLogin || agent.cadence || agent.launchdOnly; });
+    return agents;
+}
+
+std::vector<StartupItem> LaunchAgentScanner::startupItems() const {
+    return eligibleItems(loginStartingAgents(), launchctl, false);
+}
+
+std::vector<StartupItem> LaunchAgentScanner::disabledEligibleAgents() const {
+    return eligibleItems(loginStartingAgents(), launchctl, true);
+}
+
+std::vector<IneligibleStartupItem> LaunchAgentScanner::ineligible(bool whereDisabled) const {
+    DisabledState state(launchctl);
+    std::set<std::string> labels;
+    std::vector<IneligibleStartupItem> items;
+    for (const auto& agent : allAgents()) {
+        if (isOwnLabel(agent.label)) continue;
+        auto reason = StartupDiscovery::ineligibleReason(agent.program, agent.cadence, agent.launchdOnly);
+        if (!reason) continue;
+        // A relative program belongs to no app anyone could name.
+        auto app = StartupDiscovery::outermostAppPath(agent.program);
+        if (!app) continue;
+        auto identifier = StartupDiscovery::bundleIdentifier(*app);
+        if (!identifier || *identifier == StartupDiscovery::ownBundleIdentifier) continue;
+        if (state.isDisabled(agent.label) != whereDisabled) continue;
+        if (!whereDisabled && !agent.startsAtLogin && !agent.cadence && !agent.launchdOnly) continue;
+        if (!labels.insert(agent.label).second) continue;
+        items.push_back(IneligibleStartupItem{appName(*app), *identifier, agent.label, *reason});
+    }
+    return items;
+}
+
+std::vector<LaunchAgentScanner::AgentConflict> LaunchAgentScanner::conflicts(
+    const std::vector<ManagedApp>& managed) const {
+    std::vector<StartupItem> items = startupItems();
+    std::vector<AgentConflict> result;
+    for (const auto& app : managed) {
+        for (const auto& item : items) {
+            if (item.bundleIdentifier != app.bundleIdentifier) continue;
+            const auto& source = std::get<StartupItem::LaunchAgent>(item.source);
+            result.push_back(AgentConflict{app, source.label, source.plistPath});
+        }
+    }
+    return result;
+}
+
+std::vector<HelperAgent> LaunchAgentScanner::helpers() const {
+    DisabledState state(launchctl);
+    std::set<std::string> labels;
+    std::vector<HelperAgent> result;
+    for (const auto& agent : allAgents()) {
+        if (isOwnLabel(agent.label) || !agent.program.starts_with('/')) continue;
+        // A job launchd never runs by itself is not held off by holding it.
+        bool runsByItself = agent.startsAtLogin || agent.keepsAliveConditionally || agent.cadence || agent.launchdOnly;
+        if (!runsByItself) continue;
+        if (StartupDiscovery::isHelperBinary(agent.program) != true) continue;
+        auto app = StartupDiscovery::outermostAppPath(StartupDiscovery::standardizedPath(agent.program));
+        if (!app) continue;
+        auto identifier = StartupDiscovery::bundleIdentifier(*app);
+        if (!identifier || *identifier == StartupDiscovery::ownBundleIdentifier) continue;
+        if (!labels.insert(agent.label).second) continue;
+        result.push_back(HelperAgent{agent.label, agent.plistPath, agent.program, *identifier, appName(*app),
+                                     state.isDisabled(agent.label)});
+    }
+    return result;
+}
+
+}  // namespace holdenmere

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/config/holdenmere_config.h"
+#include "core/discovery/startup_item.h"
+#include "core/launchd/launchctl_running.h"
+#include "core/support/plist.h"
+
+namespace holdenmere {
+
+// A LaunchAgent that runs a helper binary inside an app bundle (not the app's
+// main executable) and that launchd would run by itself: at login, kept
+// alive, on a schedule, or on demand. These are the jobs a user can hold off
+// until the network answers.
+struct HelperAgent {
+    std::string label;
+    std::string plistPath;
+    std::string program;
+    std::string appBundleIdentifier;
+    std::string appName;  // the app's file name without ".app"
+    bool isDisabled = false;
+
+    friend bool operator==(const HelperAgent&, const HelperAgent&) = default;
+};
+
+// Reads the LaunchAgent property lists of the user and of the machine and
+// tells which agents start an app at login (and could be taken over), which
+// start something that must be left alone, and which start a managed app
+// behind Holdenmere's back. Nothing is cached: every call reads the folders
+// again, and asks launchd for its disabled list at most once.
+class LaunchAgentScanner {
+public:
+    // One parsed agent plist.
+    struct Agent {
+        std::string label;  // "Label", or the file name without its extension
+        std::string program;
+        std::string plistPath;
+        std::optional<std::string> cadence;
+        std::optional<std::string> launchdOnly;
+        bool startsAtLogin = false;
+        bool keepsAliveConditionally = false;
+
+        friend bool operator==(const Agent&, const Agent&) = default;
+    };
+
+    // A managed app that a LaunchAgent also starts at login.
+    struct AgentConflict {
+        ManagedApp managed;
+        std::string agentLabel;
+        std::string plistPath;
+
+        friend bool operator==(const AgentConflict&, const AgentConflict&) = default;
+    };
+
+    // ~/Library/LaunchAgents, then /Library/LaunchAgents.
+    static std::vector<std::filesystem::path> defaultDirectories();
+
+    explicit LaunchAgentScanner(LaunchctlRunning& launchctl,
+                                std::vector<std::filesystem::path> directories = defaultDirectories());
+
+    std::vector<std::filesystem::path> directories;  // searched in order
+    LaunchctlRunning& launchctl;
+
+    // Interprets one plist: nothing when it is no dictionary or names no
+    // program. Reads no files.
+    static std::optional<Agent> agentFrom(const plist::Value& plist, const std::filesystem::path& plistPath);
+
+    // The agents of every directory, in order, each directory's plists sorted
+    // by path. Folders that cannot be listed and files that cannot be read
+    // are named in `incomplete` and passed over.
+    std::vector<Agent> readTopLevelAgents(std::vector<std::string>& incomplete) const;
+    std::vector<Agent> allAgents() const;
+    // Agents launchd runs at login that are neither scheduled nor launchd-only.
+    std::vector<Agent> loginStartingAgents() const;
+
+    // Login agents that open an app's own executable and are switched on.
+    std::vector<StartupItem> startupItems() const;
+    // The same agents where launchd has them switched off.
+    std::vector<StartupItem> disabledEligibleAgents() const;
+    // Agents of apps that cannot be taken over, with the reason; the switched
+    // on ones (`whereDisabled` false) or the switched off ones.
+    std::vector<IneligibleStartupItem> ineligibleItems() const { return ineligible(false); }
+    std::vector<IneligibleStartupItem> ineligible(bool whereDisabled) const;
+    // For each managed app in turn, the startup items that open it.
+    std::vector<AgentConflict> conflicts(const std::vector<ManagedApp>& managed) const;
+    // Agents of app helpers, the first of each label.
+    std::vector<HelperAgent> helpers() const;
+};
+
+}  // namespace holdenmere
