@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "core/discovery/startup_discovery.h"
 #include "core/support/text.h"
 
 namespace holdenmere {
@@ -13,12 +14,7 @@ constexpr const char* kDash = " \xE2\x80\x94 ";
 
 }  // namespace
 
-std::string LoginOwnership::standardizedPath(std::string_view path) {
-    if (path.empty()) return std::string();
-    std::string normal = std::filesystem::path(path).lexically_normal().string();
-    while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
-    return normal;
-}
+std::string LoginOwnership::standardizedPath(std::string_view path) { return StartupDiscovery::standardizedPath(path); }
 
 LoginOwnership::Migration LoginOwnership::migrate(const HoldenmereConfig& config,
                                                   const std::set<std::string>& systemDaemonAppPaths) {
