@@ -2,12 +2,15 @@
 
 #include "app/audit_mode.h"
 #include "app/gate_mode.h"
+#include "app/repair_helpers_mode.h"
+#include "app/system_services.h"
 
 #include <exception>
 #include <optional>
 #include <system_error>
 
 #include "core/config/config_store.h"
+#include "core/config/last_login_conflicts.h"
 #include "core/gate/open_at_login.h"
 #include "core/support/environment.h"
 #include "core/takeover/startup_mutation_lock.h"
@@ -40,9 +43,8 @@ ConfigStore configStore() { return ConfigStore::resolving(environmentValue("HOLD
 
 // The two modes that change startup state hold the startup mutation lock for
 // their whole run, and read the configuration only once they hold it.
-int runMutatingMode(const CLIMode& mode, std::ostream& err) {
+int runMutatingMode(const CLIMode& mode, std::ostream& out, std::ostream& err) {
     const bool restoring = mode.kind == CLIMode::Kind::restoreStartup;
-    const char* nothingDone = restoring ? "Nothing restored." : "Nothing repaired.";
     const ConfigStore store = configStore();
 
     std::optional<StartupMutationLock::Lease> lease;
@@ -53,16 +55,22 @@ int runMutatingMode(const CLIMode& mode, std::ostream& err) {
         return exit_status::kLockUnavailable;
     }
 
+    if (!restoring) {
+        const auto launchctl = makeSystemLaunchctl();
+        const RepairHelpersRun run{mode.dryRun, store.url,
+                                   LastLoginConflicts::resolving(environmentValue("HOLDENMERE_LOG_PATH"))};
+        return runRepairHelpers(run, out, err, *launchctl, scanDisabledAgents);
+    }
+
     try {
         (void)store.load();
     } catch (const ConfigStoreError& error) {
-        err << kTag << "ERROR: config unreadable at " << store.url.string() << ": " << error.what() << ". "
-            << nothingDone << "\n";
+        err << kTag << "ERROR: config unreadable at " << store.url.string() << ": " << error.what()
+            << ". Nothing restored.\n";
         return exit_status::kConfigUnreadable;
     }
 
-    err << kTag << "ERROR: this build cannot " << (restoring ? "give startup back" : "repair helpers") << " yet. "
-        << nothingDone << "\n";
+    err << kTag << "ERROR: this build cannot give startup back yet. Nothing restored.\n";
     return exit_status::kFailure;
 }
 
@@ -94,7 +102,7 @@ int runCommandLine(const std::vector<std::string>& arguments, std::ostream& out,
             case CLIMode::Kind::gate: return runGate(out, err);
             case CLIMode::Kind::audit: return runAudit(out, err);
             case CLIMode::Kind::restoreStartup:
-            case CLIMode::Kind::repairHelpers: return runMutatingMode(gCurrentMode, err);
+            case CLIMode::Kind::repairHelpers: return runMutatingMode(gCurrentMode, out, err);
             case CLIMode::Kind::app: return runApp(err);
         }
     } catch (const std::exception& error) {

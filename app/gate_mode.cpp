@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "app/command_line.h"
+#include "app/system_services.h"
 #include "core/apps/app_running.h"
 #include "core/config/config_store.h"
 #include "core/config/history_store.h"
@@ -16,6 +17,7 @@
 #include "core/gate/cli_mode.h"
 #include "core/gate/gate_runner.h"
 #include "core/gate/open_at_login.h"
+#include "core/launchd/helper_delay.h"
 #include "core/reachability/probe_log_line.h"
 #include "core/reachability/url_session_probe.h"
 #include "core/support/bundle.h"
@@ -37,15 +39,27 @@ std::string versionForLog() {
     return text;
 }
 
+// "[Holdenmere] Mail: launched — launched [issued +0.0s] ..."; a held
+// helper's record reads the same ("Sync helper: alreadyRunning — ...").
+void printRecord(std::ostream& out, const LaunchRecord& record) {
+    out << kTag << record.name << ": " << rawValue(record.outcome);
+    if (!record.detail.empty()) out << kDash << record.detail;
+    out << '\n';
+}
+
 // Everything one pass works with; the clock is declared first so that it
-// outlives the probe's attempts.
+// outlives the probe's attempts. The held helpers are started once, by the
+// runner or, when the pass deadline passes first, by the main thread.
 struct Pass {
     SystemClock clock;
     URLSessionProbe probe;
     SystemAppRunning apps;
+    std::unique_ptr<LaunchctlRunning> launchctl = makeSystemLaunchctl();
+    HelperDelay helperDelay{*launchctl};
+    HelperStartingOnce helpers{helperDelay};
     ReachabilityGate gate{probe, clock};
     AppLauncher launcher{apps, clock};
-    GateRunner runner{gate, launcher, clock};
+    GateRunner runner{gate, launcher, clock, &helpers};
 };
 
 }  // namespace
@@ -77,7 +91,9 @@ int runGate(std::ostream& out, std::ostream& err) {
 
     // The run, under the whole pass's deadline. The runner works on a
     // thread of its own; when the deadline passes first the process ends
-    // here, leaving the apps already opened open and recording nothing.
+    // here, leaving the apps already opened open and recording nothing, but
+    // not before the held helpers are started (unless the runner already
+    // began starting them), since nothing else would start them this session.
     auto pass = std::make_unique<Pass>();
     auto done = std::make_shared<Signal>();
     LaunchPlan plan;
@@ -89,8 +105,10 @@ int runGate(std::ostream& out, std::ostream& err) {
         out << kTag << "ERROR: gate run timed out" << kDash
             << "run incomplete; some apps may already have launched\n";
         out.flush();
+        for (const auto& record : pass->helpers.startAfterGate(config, pass->clock.now())) printRecord(out, record);
+        out.flush();
         err.flush();
-        std::fflush(nullptr);
+        (void)std::fflush(nullptr);
         std::_Exit(exit_status::kFailure);
     }
     worker.join();
@@ -98,7 +116,7 @@ int runGate(std::ostream& out, std::ostream& err) {
     // Record the run.
     const HistoryStore history = HistoryStore::resolving(environmentValue("HOLDENMERE_HISTORY_PATH"));
     try {
-        history.appendOrThrow(plan.records);
+        history.appendOrThrow(plan.allRecords());
     } catch (const HistoryStoreError& error) {
         out << kTag << "WARNING: this run was NOT recorded" << kDash << error.what() << '\n';
     }
@@ -109,12 +127,7 @@ int runGate(std::ostream& out, std::ostream& err) {
     } else {
         out << kTag << "gate disabled\n";
     }
-    for (const auto& record : plan.records) {
-        out << kTag << record.name << ": " << rawValue(record.outcome);
-        if (!record.detail.empty()) out << kDash << record.detail;
-        out << '\n';
-    }
-    for (const auto& line : plan.helperLines) out << kTag << line << '\n';
+    for (const auto& record : plan.allRecords()) printRecord(out, record);
     out.flush();
 
     // Open the desktop app quietly when the settings ask for it.

@@ -11,7 +11,13 @@ std::string GateRunner::unreachablePrefix(double elapsed) {
     return buffer;
 }
 
-std::vector<std::string> GateRunner::startHelpers(const HoldenmereConfig& config) {
+std::vector<LaunchRecord> LaunchPlan::allRecords() const {
+    std::vector<LaunchRecord> all = records;
+    all.insert(all.end(), helperRecords.begin(), helperRecords.end());
+    return all;
+}
+
+std::vector<LaunchRecord> GateRunner::startHelpers(const HoldenmereConfig& config) {
     if (helpers_ == nullptr) return {};
     return helpers_->startAfterGate(config, clock_.now());
 }
@@ -19,7 +25,7 @@ std::vector<std::string> GateRunner::startHelpers(const HoldenmereConfig& config
 LaunchPlan GateRunner::run(const HoldenmereConfig& config, const Signal* cancellation) {
     LaunchPlan plan;
     if (!config.settings.isEnabled) {
-        plan.helperLines = startHelpers(config);
+        plan.helperRecords = startHelpers(config);
         for (const auto& app : config.apps) {
             plan.records.push_back(LaunchRecord{app.bundleIdentifier, app.name, LaunchOutcome::disabled, clock_.now(),
                                                 "Holdenmere disabled"});
@@ -51,7 +57,7 @@ LaunchPlan GateRunner::run(const HoldenmereConfig& config, const Signal* cancell
             plan.records.push_back(std::move(record));
         }
     }
-    plan.helperLines = startHelpers(config);
+    plan.helperRecords = startHelpers(config);
     return plan;
 }
 

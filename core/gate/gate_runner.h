@@ -7,19 +7,11 @@
 #include "core/config/holdenmere_config.h"
 #include "core/config/launch_record.h"
 #include "core/gate/app_launcher.h"
+#include "core/launchd/helper_starting.h"
 #include "core/reachability/reachability_gate.h"
 #include "core/support/clock.h"
 
 namespace holdenmere {
-
-// Starts the launchd helpers of managed apps that are held off at login:
-// after the network answered, or at once when the gate is off or gave up.
-class HelperStarting {
-public:
-    virtual ~HelperStarting() = default;
-    // The lines to log, one per helper.
-    virtual std::vector<std::string> startAfterGate(const HoldenmereConfig& config, Date now) = 0;
-};
 
 // What one run of the login pass did.
 struct LaunchPlan {
@@ -28,7 +20,10 @@ struct LaunchPlan {
     bool completed = false;
     std::vector<LaunchRecord> records;  // one per managed app, in the configuration's order
     std::optional<ProbeResult> probe;   // nothing when the gate is off
-    std::vector<std::string> helperLines;
+    std::vector<LaunchRecord> helperRecords;  // one per held helper, in the configuration's order
+
+    // What the history keeps of the run: the apps' records, then the helpers'.
+    std::vector<LaunchRecord> allRecords() const;
 };
 
 // Turns a configuration into one login pass: wait for the network, open
@@ -51,7 +46,7 @@ public:
     static std::string unreachablePrefix(double elapsed);
 
 private:
-    std::vector<std::string> startHelpers(const HoldenmereConfig& config);
+    std::vector<LaunchRecord> startHelpers(const HoldenmereConfig& config);
 
     ReachabilityGate& gate_;
     AppLauncher& launcher_;

@@ -132,4 +132,21 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes, 
     flushFolder(folder);
 }
 
+void append(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {
+    if (path.has_parent_path()) createDirectories(path.parent_path());
+    int raw = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, mode);
+    if (raw < 0) throwErrno(errno, "open", path);
+    FileDescriptor fd(raw);
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+        ssize_t count = ::write(fd.get(), bytes.data() + written, bytes.size() - written);
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            throwErrno(errno, "write", path);
+        }
+        written += static_cast<std::size_t>(count);
+    }
+    if (::close(fd.release()) != 0) throwErrno(errno, "close", path);
+}
+
 }  // namespace holdenmere::files

@@ -29,4 +29,11 @@ void createDirectories(const std::filesystem::path& folder);
 // previous file is untouched and the temporary file is removed.
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0644);
 
+// Appends `bytes` to the end of the file, creating it (and missing parent
+// folders) when absent. The file is opened for appending, so other
+// processes appending at the same time (launchd writing the login agent's
+// output into the same log) never overwrite these bytes, and small blocks
+// land whole.
+void append(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0644);
+
 }  // namespace holdenmere::files

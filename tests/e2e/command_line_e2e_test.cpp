@@ -133,13 +133,25 @@ TEST_F(CommandLine, GateWithAFolderForAConfig) {
 }
 
 TEST_F(CommandLine, ModesThatThisBuildCannotRunSayItAndFail) {
-    for (auto arguments : std::vector<std::vector<std::string>>{{}, {"--restore-startup"},
-                                                                {"--repair-helpers", "--dry-run"}}) {
+    for (auto arguments : std::vector<std::vector<std::string>>{{}, {"--restore-startup"}}) {
         auto result = run(arguments);
         EXPECT_EQ(result.status, 1) << ::testing::PrintToString(arguments);
         EXPECT_THAT(result.error, HasSubstr("this build")) << ::testing::PrintToString(arguments);
     }
     EXPECT_FALSE(std::filesystem::exists(defaultConfig()));
+}
+
+TEST_F(CommandLine, RepairHelpersWithNothingToRepair) {
+    using Arguments = std::vector<std::string>;
+    for (const auto& arguments : {Arguments{"--repair-helpers"}, Arguments{"--repair-helpers", "--dry-run"}}) {
+        auto result = run(arguments);
+        EXPECT_EQ(result.status, 0) << ::testing::PrintToString(arguments);
+        EXPECT_EQ(result.output, "[Holdenmere] nothing to repair: no helper of a managed app is switched off that "
+                                 "Holdenmere cannot start itself\n");
+        EXPECT_EQ(result.error, "");
+    }
+    EXPECT_FALSE(std::filesystem::exists(defaultConfig()));
+    EXPECT_FALSE(std::filesystem::exists(home / "Library/Logs/Holdenmere.log"));
 }
 
 TEST_F(CommandLine, MutatingModesTakeTheLockBeforeReadingTheConfig) {

@@ -158,6 +158,36 @@ TEST_F(GatePass, AnUnreachableNetworkOpensNothingUnlessLaunchAnywayIsSet) {
     EXPECT_TRUE(apps.isRunning(identifier("Mail")));
 }
 
+TEST_F(GatePass, HeldHelpersAreStartedPrintedAndRecordedAfterTheApps) {
+    LoopbackHTTPServer server(LoopbackHTTPServer::Mode::status, 200);
+    HoldenmereConfig config = settingsFor(server.url());
+    config.settings.isEnabled = false;
+    config.apps = {installApp("Mail")};
+    const auto plist = home / "Library/LaunchAgents/com.example.sync.agent.plist";
+    config.delayedHelpers = {
+        DelayedHelper{"com.example.sync.agent", plist.string(), "com.example.sync", "Sync", DelayedHelper::Mode::delay},
+        DelayedHelper{identifier("kept"), plist.string(), "com.example.kept", "Kept", DelayedHelper::Mode::off}};
+    ConfigStore{configPath()}.save(config);
+
+    // Neither needs launchd to answer: a missing plist is never handed to
+    // it, and a label that launchd never disabled is not disabled.
+    auto result = pass();
+    EXPECT_EQ(result.status, 0);
+    const std::string dash = " \xE2\x80\x94 ";
+    EXPECT_EQ(result.output, "[Holdenmere] gate disabled\n"
+                             "[Holdenmere] Mail: disabled" + dash + "Holdenmere disabled\n"
+                             "[Holdenmere] Sync helper: failed" + dash + "helper plist not found at " + plist.string() +
+                                 "\n[Holdenmere] Kept helper: failed" + dash +
+                                 "helper is off in Holdenmere but launchd lists it as enabled\n");
+    auto records = HistoryStore{historyPath(), 200}.loadOrThrow();
+    ASSERT_EQ(records.size(), 3u);
+    EXPECT_EQ(records[0].name, "Mail");
+    EXPECT_EQ(records[1].bundleIdentifier, "com.example.sync.agent");
+    EXPECT_EQ(records[1].name, "Sync helper");
+    EXPECT_EQ(records[1].outcome, LaunchOutcome::failed);
+    EXPECT_EQ(records[2].name, "Kept helper");
+}
+
 TEST_F(GatePass, MigratesTheConfigAndWarnsWhenTheHistoryCannotBeWritten) {
     LoopbackHTTPServer server(LoopbackHTTPServer::Mode::status, 200);
     HoldenmereConfig config = settingsFor(server.url());

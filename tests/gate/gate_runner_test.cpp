@@ -19,9 +19,10 @@ using testing::FakeProbe;
 
 class RecordingHelpers final : public HelperStarting {
 public:
-    std::vector<std::string> startAfterGate(const HoldenmereConfig&, Date) override {
+    std::vector<LaunchRecord> startAfterGate(const HoldenmereConfig&, Date now) override {
         ++calls;
-        return {"helper: Sync Helper \xE2\x80\x94 started after the network"};
+        return {LaunchRecord{"com.example.sync.agent", "Sync helper", LaunchOutcome::launched, now,
+                             "helper started; next login waits for network"}};
     }
     int calls = 0;
 };
@@ -65,7 +66,12 @@ TEST_F(GateRunnerTest, GateOffProbesNothingOpensNothingAndEndsNormally) {
         EXPECT_EQ(record.detail, "Holdenmere disabled");
     }
     EXPECT_EQ(helpers.calls, 1);
-    EXPECT_EQ(plan.helperLines.size(), 1u);
+    ASSERT_EQ(plan.helperRecords.size(), 1u);
+    // The history keeps the apps' records first, then the helpers'.
+    auto all = plan.allRecords();
+    ASSERT_EQ(all.size(), 3u);
+    EXPECT_EQ(all[0].name, "Mail");
+    EXPECT_EQ(all[2].name, "Sync helper");
 }
 
 TEST_F(GateRunnerTest, ReachableNetworkOpensTheAppsThenStartsHelpers) {

@@ -25,6 +25,9 @@ public:
     // A non-zero status here makes that subcommand ("enable", "bootstrap", …)
     // fail without changing anything.
     std::map<std::string, std::int32_t> exitStatus;
+    // Labels whose disabled mark "enable" does not clear although it exits 0,
+    // as launchd does for a service that a configuration profile disables.
+    std::set<std::string> stuckDisabled;
     // When false, disabledLabels() is absent and isDisabled() is false, as
     // when launchd's output cannot be read.
     bool disabledListReadable = true;
@@ -55,7 +58,7 @@ public:
             return target.starts_with(prefix) ? target.substr(prefix.size()) : target;
         };
         if (verb == "enable" && arguments.size() == 2) {
-            disabled.erase(labelOf(arguments[1]));
+            if (stuckDisabled.count(labelOf(arguments[1])) == 0) disabled.erase(labelOf(arguments[1]));
         } else if (verb == "disable" && arguments.size() == 2) {
             disabled.insert(labelOf(arguments[1]));
         } else if (verb == "bootout" && arguments.size() == 2) {

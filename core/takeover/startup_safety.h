@@ -1,0 +1,94 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/discovery/startup_source.h"
+
+namespace holdenmere {
+
+// Holdenmere's own bundle identifier and launchd labels: nothing bearing
+// them is ever switched off.
+inline constexpr std::string_view kHoldenmereBundleIdentifier = "com.tavik.holdenmere";
+inline constexpr std::array<std::string_view, 2> kHoldenmereLaunchdLabels = {
+    "com.tavik.holdenmere.agent",
+    "com.tavik.holdenmere.axsampler",
+};
+
+// What switching one startup item off would mean: refused outright, allowed
+// after the user confirms one or more warnings, or simply allowed.
+struct SafetyTier {
+    enum class Kind { refused, needsConfirmation, allowed };
+
+    Kind kind = Kind::allowed;
+    std::string reason;                 // refused only
+    std::vector<std::string> warnings;  // needsConfirmation only, in order
+
+    static SafetyTier refused(std::string reason) { return {Kind::refused, std::move(reason), {}}; }
+    static SafetyTier needsConfirmation(std::vector<std::string> warnings) {
+        return {Kind::needsConfirmation, {}, std::move(warnings)};
+    }
+    static SafetyTier allowed() { return {}; }
+
+    friend bool operator==(const SafetyTier&, const SafetyTier&) = default;
+};
+
+// The rules that decide whether a startup item may be switched off. Pure
+// logic: everything it needs to know about the machine comes through the
+// Environment, so every rule can be exercised without one.
+struct StartupSafety {
+    // The item the user asks to switch off.
+    struct Candidate {
+        StartupSource source = StartupSource::launchdJob;
+        std::string handle;  // the item's identifier in its source; a LaunchAgent's label
+        std::string name;    // shown in the texts
+        std::optional<std::string> ownerBundleIdentifier;
+        std::optional<std::string> programPath;
+        std::optional<std::string> bundlePath;
+        std::optional<std::string> launchdOnlyReason;  // set when only launchd can change it
+        bool isSystemDomain = false;                   // a LaunchDaemon
+        std::optional<std::string> extensionProtocol;  // an app extension's extension point
+        bool holdsSecurityEntitlement = false;
+
+        friend bool operator==(const Candidate&, const Candidate&) = default;
+    };
+
+    // Questions about the machine. A missing function counts as "no" (or as
+    // an empty list / unknown home folder).
+    struct Environment {
+        // Bundle identifiers of the installed system extensions.
+        std::function<std::vector<std::string>()> systemExtensions;
+        // The path is a helper executable inside another app's bundle.
+        std::function<bool(const std::string& path)> isHelperBinary;
+        // The app bundle at this path carries system extensions.
+        std::function<bool(const std::string& appPath)> bundleHasSystemExtensions;
+        std::function<std::string()> homeDirectory;
+    };
+
+    // The refusal if there is one, else the warnings if there are any, else allowed.
+    static SafetyTier tier(const Candidate& candidate, const Environment& environment);
+    // The first refusal rule that matches, in order: a system-wide job, one of
+    // Holdenmere's own items, a network system extension, an Apple component,
+    // a helper inside another app.
+    static std::optional<std::string> refusal(const Candidate& candidate, const Environment& environment);
+    // Every warning that applies, in order: a service other apps use, a
+    // security or network tool, a Finder folder, the user's own job.
+    static std::vector<std::string> confirmations(const Candidate& candidate, const Environment& environment);
+
+    // Short labels of a tier's warnings, for the desktop app's rows.
+    static std::vector<std::string> chips(const SafetyTier& tier);
+
+    // Part of macOS itself: an owner or handle in Apple's "com.apple."
+    // namespace, or a program or bundle under a system folder (/System,
+    // /Library/Apple, /usr/libexec, /usr/bin, /usr/sbin, /bin, /sbin).
+    static bool isApple(const Candidate& candidate);
+    // A LaunchAgent whose program lies inside no app bundle (and is not
+    // macOS's own): nothing but launchd will ever start it.
+    static bool isOwnersOwnJob(const Candidate& candidate, const Environment& environment);
+};
+
+}  // namespace holdenmere
