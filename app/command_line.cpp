@@ -59,7 +59,7 @@ int runMutatingMode(const CLIMode& mode, std::ostream& out, std::ostream& err) {
         const auto launchctl = makeSystemLaunchctl();
         const RepairHelpersRun run{mode.dryRun, store.url,
                                    LastLoginConflicts::resolving(environmentValue("HOLDENMERE_LOG_PATH"))};
-        return runRepairHelpers(run, out, err, *launchctl, scanDisabledAgents);
+        return runRepairHelpers(run, out, err, *launchctl, [&] { return scanDisabledAgents(*launchctl); });
     }
 
     try {

@@ -1,5 +1,7 @@
 #include "app/system_services.h"
 
+#include "core/discovery/launch_agent_scanner.h"
+
 namespace holdenmere {
 
 std::unique_ptr<LaunchctlRunning> makeSystemLaunchctl() {
@@ -9,11 +11,8 @@ std::unique_ptr<LaunchctlRunning> makeSystemLaunchctl() {
     return std::make_unique<InertLaunchctl>();
 }
 
-std::vector<IneligibleStartupItem> scanDisabledAgents() {
-    // LEAD: return the LaunchAgent scanner's ineligible items over its
-    // default folders, only those that launchd has disabled. Until then
-    // nothing is found, so --repair-helpers has nothing to repair.
-    return {};
+std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchctlRunning& launchctl) {
+    return LaunchAgentScanner(launchctl).ineligible(true);
 }
 
 }  // namespace holdenmere

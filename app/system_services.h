@@ -17,6 +17,6 @@ std::unique_ptr<LaunchctlRunning> makeSystemLaunchctl();
 
 // The LaunchAgents that the scanner leaves alone because launchd has them
 // disabled, with the scanner's reason for each.
-std::vector<IneligibleStartupItem> scanDisabledAgents();
+std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchctlRunning& launchctl);
 
 }  // namespace holdenmere
