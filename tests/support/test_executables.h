@@ -10,6 +10,8 @@ namespace holdenmere::testing {
 
 inline const char* testHelperPath() { return HOLDENMERE_TEST_HELPER; }
 inline const char* holdenmerePath() { return HOLDENMERE_EXECUTABLE; }
+// Poses as /usr/bin/osascript; see tests/support/fake_osascript_main.cpp.
+inline const char* fakeOsascriptPath() { return HOLDENMERE_FAKE_OSASCRIPT; }
 
 // Runs the test helper with the arguments and an optional environment.
 inline ChildProcessResult runTestHelper(std::vector<std::string> arguments,

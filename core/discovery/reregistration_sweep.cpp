@@ -1,0 +1,60 @@
+#include "core/discovery/reregistration_sweep.h"
+
+#include <algorithm>
+#include <set>
+#include <string>
+
+namespace holdenmere {
+
+std::vector<ReregistrationSweep::Removal> ReregistrationSweep::run(const std::vector<ManagedApp>& launched,
+                                                                   const std::vector<BlockedApp>& blocked) const {
+    std::vector<ManagedApp> apps = launched;
+    for (const auto& app : blocked) apps.push_back(managedRecord(app));
+    std::vector<Removal> removals;
+    if (apps.empty()) return removals;
+
+    const Signal neverCancelled;
+    const double deadline = clock->uptime() + window;
+    for (;;) {
+        for (const auto& conflict : auditor.conflicts(apps)) {
+            removals.push_back(Removal{conflict.managed, auditor.remove(conflict.loginItem)});
+        }
+        const double left = deadline - clock->uptime();
+        if (left <= 0) break;
+        clock->sleep(std::min(left, interval), neverCancelled);
+    }
+    return removals;
+}
+
+std::vector<ManagedApp> ReregistrationSweep::handedOver(const std::vector<ManagedApp>& managed,
+                                                        const HoldenmereConfig& config,
+                                                        const std::vector<LaunchRecord>& history) {
+    std::vector<ManagedApp> result;
+    if (config.startupConsent != StartupConsent::granted) return result;
+    std::set<std::string> ledgered;
+    for (const auto& record : config.takeovers) {
+        if (record.loginItem) ledgered.insert(record.bundleIdentifier);
+    }
+    std::set<std::string> listed;
+    for (const auto& app : managed) {
+        if (!app.importedFromLoginItem && ledgered.count(app.bundleIdentifier) == 0) continue;
+        auto newest = std::find_if(history.begin(), history.end(), [&](const LaunchRecord& record) {
+            return record.bundleIdentifier == app.bundleIdentifier;
+        });
+        if (newest == history.end() || newest->outcome != LaunchOutcome::launched) continue;
+        if (!listed.insert(app.bundleIdentifier).second) continue;
+        result.push_back(app);
+    }
+    return result;
+}
+
+ManagedApp ReregistrationSweep::managedRecord(const BlockedApp& blocked) {
+    ManagedApp app;
+    app.bundleIdentifier = blocked.bundleIdentifier;
+    app.name = blocked.name;
+    app.path = blocked.path;
+    app.isEnabled = false;
+    return app;
+}
+
+}  // namespace holdenmere

@@ -1,0 +1,76 @@
+#include "core/discovery/script_running.h"
+
+#include <cstddef>
+#include <string_view>
+#include <utility>
+
+#include "core/support/child_process.h"
+
+namespace holdenmere {
+namespace {
+
+// Well-formed UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF).
+bool isValidUTF8(std::string_view text) {
+    std::size_t index = 0;
+    while (index < text.size()) {
+        auto byte = static_cast<unsigned char>(text[index]);
+        std::size_t length = 0;
+        unsigned char low = 0x80;
+        unsigned char high = 0xBF;
+        if (byte < 0x80) {
+            ++index;
+            continue;
+        } else if (byte >= 0xC2 && byte <= 0xDF) {
+            length = 2;
+        } else if (byte >= 0xE0 && byte <= 0xEF) {
+            length = 3;
+            if (byte == 0xE0) low = 0xA0;
+            if (byte == 0xED) high = 0x9F;
+        } else if (byte >= 0xF0 && byte <= 0xF4) {
+            length = 4;
+            if (byte == 0xF0) low = 0x90;
+            if (byte == 0xF4) high = 0x8F;
+        } else {
+            return false;
+        }
+        if (index + length > text.size()) return false;
+        for (std::size_t offset = 1; offset < length; ++offset) {
+            auto next = static_cast<unsigned char>(text[index + offset]);
+            unsigned char min = offset == 1 ? low : 0x80;
+            unsigned char max = offset == 1 ? high : 0xBF;
+            if (next < min || next > max) return false;
+        }
+        index += length;
+    }
+    return true;
+}
+
+std::vector<std::string> osascriptArguments(const std::string& script) { return {"-e", script}; }
+
+}  // namespace
+
+ShellRunner::ShellRunner(std::filesystem::path executable,
+                         std::function<std::vector<std::string>(const std::string&)> argumentsFor,
+                         std::chrono::milliseconds timeLimit, std::optional<std::vector<std::string>> environment)
+    : executable_(std::move(executable)),
+      argumentsFor_(std::move(argumentsFor)),
+      timeLimit_(timeLimit),
+      environment_(std::move(environment)) {}
+
+std::optional<std::string> ShellRunner::run(const std::string& script) {
+    ChildProcessRequest request;
+    request.executable = executable_;
+    request.arguments = argumentsFor_(script);
+    request.environment = environment_;
+    request.timeout = timeLimit_;
+    ChildProcessResult result = runChildProcess(request);
+    if (!result.succeeded()) return std::nullopt;
+    if (!isValidUTF8(result.output)) return std::nullopt;
+    return std::move(result.output);
+}
+
+OSAScriptRunner::OSAScriptRunner(std::filesystem::path executable, std::chrono::milliseconds timeLimit,
+                                 std::optional<std::vector<std::string>> environment)
+    : shell_(std::move(executable), osascriptArguments, timeLimit, std::move(environment)) {}
+
+}  // namespace holdenmere
