@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 #include <system_error>
+#include <thread>
 
 extern char** environ;
 
@@ -197,6 +198,7 @@ ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
     const auto deadline = Clock::now() + request.timeout;
     bool timedOut = false;
     bool ended = false;
+    std::chrono::microseconds idle{50};
 
     while (!ended && !timedOut) {
         std::array<pollfd, 2> watched{};
@@ -209,10 +211,18 @@ ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
             timedOut = true;
             break;
         }
+        if (count == 0) {
+            // Both pipes are closed: the tool is exiting (usually within
+            // microseconds), or lives on without them. Look again soon, then
+            // less and less often.
+            std::this_thread::sleep_for(std::min<std::chrono::microseconds>(idle, remaining));
+            idle = std::min<std::chrono::microseconds>(idle * 2, std::chrono::milliseconds(5));
+            ended = hasEnded(pid);
+            continue;
+        }
         // Wake up now and then: a tool that exits while a child of its own
-        // keeps the pipes open (or that closed them and lives on) must not
-        // hold us until the time limit.
-        int slice = static_cast<int>(std::min<long long>(remaining.count(), count == 0 ? 5 : 50));
+        // keeps the pipes open must not hold us until the time limit.
+        int slice = static_cast<int>(std::min<long long>(remaining.count(), 50));
         int ready = ::poll(watched.data(), count, slice);
         if (ready < 0 && errno != EINTR) break;
         for (auto& stream : streams) {
