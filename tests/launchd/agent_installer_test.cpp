@@ -1,7 +1,6 @@
 #include "core/launchd/agent_installer.h"
 
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 
 #include <cstdlib>
 
@@ -227,24 +226,6 @@ TEST_F(AgentInstallerTest, MigrationRewritesOnlyBackgroundAsStandard) {
         EXPECT_EQ(readFile(plist), original) << processType;
     }
     EXPECT_TRUE(tool.calls().empty());
-}
-
-TEST_F(AgentInstallerTest, MigrationReadsABinaryPlistAndWritesXml) {
-    plist_t agent = plist_new_dict();
-    plist_dict_set_item(agent, "Label", plist_new_string(kLabel.c_str()));
-    plist_dict_set_item(agent, "ProcessType", plist_new_string("Background"));
-    plist_dict_set_item(agent, "RunAtLoad", plist_new_bool(1));
-    char* bytes = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(agent, &bytes, &length);
-    writeFile(plist, std::string(bytes, length));
-    plist_to_bin_free(bytes);
-    plist_free(agent);
-
-    EXPECT_TRUE(installer.migrateProcessTypeIfNeeded());
-    EXPECT_EQ(plist::readFile(plist).stringAt("ProcessType"), "Standard");
-    EXPECT_EQ(plist::readFile(plist).find("RunAtLoad")->boolean(), true);
-    EXPECT_TRUE(readFile(plist).starts_with("<?xml"));
 }
 
 TEST_F(AgentInstallerTest, MigrationNeverTouchesAnotherJobsPlist) {
