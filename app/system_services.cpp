@@ -1,15 +1,11 @@
 #include "app/system_services.h"
 
 #include "core/discovery/launch_agent_scanner.h"
+#include "core/launchd/system_launchctl.h"
 
 namespace holdenmere {
 
-std::unique_ptr<LaunchctlRunning> makeSystemLaunchctl() {
-    // LEAD: return the launchctl runner (/bin/launchctl) once it is in this
-    // build. Until then every launchctl call fails with -1 and nothing is
-    // loaded or disabled, so the modes change nothing.
-    return std::make_unique<InertLaunchctl>();
-}
+std::unique_ptr<LaunchctlRunning> makeSystemLaunchctl() { return std::make_unique<SystemLaunchctl>(); }
 
 std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchctlRunning& launchctl) {
     return LaunchAgentScanner(launchctl).ineligible(true);

@@ -14,6 +14,15 @@ namespace holdenmere {
 std::string launchdDomain();
 std::string launchdServiceTarget(std::string_view label);
 
+// What launchctl said when its output was kept: the exit status (-1 when it
+// could not be run) and its standard output and standard error as one text.
+struct LaunchctlOutput {
+    std::int32_t status = -1;
+    std::string output;
+
+    friend bool operator==(const LaunchctlOutput&, const LaunchctlOutput&) = default;
+};
+
 // Everything asked of launchd for the current user, as one narrow seam so
 // that the logic can run against a fake. An absent answer means launchd
 // could not be asked or its answer was not understood; callers keep it apart
@@ -36,6 +45,12 @@ public:
     virtual std::optional<std::string> print(std::string_view /*target*/) { return std::nullopt; }
     // The labels of the domain's service table ("print gui/{uid}"), in order.
     virtual std::optional<std::vector<std::string>> serviceLabels() { return std::nullopt; }
+    // launchctl with these arguments, keeping what it printed (the login
+    // agent shows launchd's refusal). Without an implementation of its own
+    // this is `run` with nothing printed.
+    virtual LaunchctlOutput runCapturingOutput(const std::vector<std::string>& arguments) {
+        return LaunchctlOutput{run(arguments), {}};
+    }
 };
 
 // Asks nothing and changes nothing: every command "fails" with -1, nothing

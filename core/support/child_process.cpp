@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 #include <system_error>
+#include <thread>
 
 extern char** environ;
 
@@ -56,11 +57,13 @@ private:
 struct Stream {
     Pipe* pipe;
     std::string* sink;
+    std::size_t limit;
     bool open = true;
 };
 
 // Reads what is available now; false at end of file or on a hard error.
-bool drain(Stream& stream, std::size_t limit) {
+bool drain(Stream& stream) {
+    const std::size_t limit = stream.limit;
     std::array<char, 16384> buffer{};
     for (;;) {
         ssize_t count = ::read(stream.pipe->readEnd(), buffer.data(), buffer.size());
@@ -150,7 +153,8 @@ ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
     posix_spawnattr_init(&attributes);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, output.writeEnd(), STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, error.writeEnd(), STDERR_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, request.combineOutput ? output.writeEnd() : error.writeEnd(),
+                                     STDERR_FILENO);
 
     // Own process group (so a time-out kills the tool's children too), default
     // signal dispositions and an empty mask whatever this process set up.
@@ -189,10 +193,12 @@ ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
     error.closeWrite();
     for (int fd : {output.readEnd(), error.readEnd()}) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
 
-    std::array<Stream, 2> streams{Stream{&output, &result.output}, Stream{&error, &result.error}};
+    std::array<Stream, 2> streams{Stream{&output, &result.output, request.outputLimit},
+                                  Stream{&error, &result.error, request.errorLimit.value_or(request.outputLimit)}};
     const auto deadline = Clock::now() + request.timeout;
     bool timedOut = false;
     bool ended = false;
+    std::chrono::microseconds idle{50};
 
     while (!ended && !timedOut) {
         std::array<pollfd, 2> watched{};
@@ -205,20 +211,28 @@ ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
             timedOut = true;
             break;
         }
+        if (count == 0) {
+            // Both pipes are closed: the tool is exiting (usually within
+            // microseconds), or lives on without them. Look again soon, then
+            // less and less often.
+            std::this_thread::sleep_for(std::min<std::chrono::microseconds>(idle, remaining));
+            idle = std::min<std::chrono::microseconds>(idle * 2, std::chrono::milliseconds(5));
+            ended = hasEnded(pid);
+            continue;
+        }
         // Wake up now and then: a tool that exits while a child of its own
-        // keeps the pipes open (or that closed them and lives on) must not
-        // hold us until the time limit.
-        int slice = static_cast<int>(std::min<long long>(remaining.count(), count == 0 ? 5 : 50));
+        // keeps the pipes open must not hold us until the time limit.
+        int slice = static_cast<int>(std::min<long long>(remaining.count(), 50));
         int ready = ::poll(watched.data(), count, slice);
         if (ready < 0 && errno != EINTR) break;
         for (auto& stream : streams) {
-            if (stream.open) stream.open = drain(stream, request.outputLimit);
+            if (stream.open) stream.open = drain(stream);
         }
         ended = hasEnded(pid);
     }
     if (ended) {
         for (auto& stream : streams) {
-            if (stream.open) drain(stream, request.outputLimit);
+            if (stream.open) drain(stream);
         }
     }
 

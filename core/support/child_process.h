@@ -23,6 +23,12 @@ struct ChildProcessRequest {
     std::chrono::milliseconds timeout{5000};
     // Captured bytes beyond this are read and dropped, per stream.
     std::size_t outputLimit = 16 * 1024 * 1024;
+    // When set, the limit for standard error instead of `outputLimit`
+    // (0 reads and drops all of it).
+    std::optional<std::size_t> errorLimit;
+    // Standard error goes into the standard output pipe, so `output` holds
+    // both interleaved as the tool wrote them and `error` stays empty.
+    bool combineOutput = false;
 };
 
 struct ChildProcessResult {

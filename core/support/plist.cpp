@@ -95,6 +95,35 @@ Value convert(plist_t node, int depth) {
     throw ParseError("property list holds a value of unknown type");
 }
 
+plist_t node(const Value& value, int depth) {
+    if (depth > kMaxDepth) throw ParseError("property list nested too deeply");
+    struct Maker {
+        int depth;
+        plist_t operator()(bool flag) const { return plist_new_bool(flag ? 1 : 0); }
+        // Negative integers go in two's complement, as they come out.
+        plist_t operator()(std::int64_t number) const { return plist_new_uint(static_cast<uint64_t>(number)); }
+        plist_t operator()(double number) const { return plist_new_real(number); }
+        plist_t operator()(const std::string& text) const { return plist_new_string(text.c_str()); }
+        plist_t operator()(const Date& date) const {
+            double whole = std::floor(date.secondsSinceReferenceDate);
+            return plist_new_date(static_cast<int32_t>(whole),
+                                  static_cast<int32_t>(std::lround((date.secondsSinceReferenceDate - whole) * 1e6)));
+        }
+        plist_t operator()(const Data& data) const { return plist_new_data(data.bytes.data(), data.bytes.size()); }
+        plist_t operator()(const Array& items) const {
+            std::unique_ptr<void, NodeDeleter> array(plist_new_array());
+            for (const auto& item : items) plist_array_append_item(array.get(), node(item, depth + 1));
+            return array.release();
+        }
+        plist_t operator()(const Dictionary& entries) const {
+            std::unique_ptr<void, NodeDeleter> dictionary(plist_new_dict());
+            for (const auto& [key, item] : entries) plist_dict_set_item(dictionary.get(), key.c_str(), node(item, depth + 1));
+            return dictionary.release();
+        }
+    };
+    return std::visit(Maker{depth}, value.storage);
+}
+
 }  // namespace
 
 std::optional<bool> Value::boolean() const {
@@ -145,6 +174,17 @@ Value readFile(const std::filesystem::path& path) {
     } catch (const ParseError& error) {
         throw ParseError(path.string() + ": " + error.what());
     }
+}
+
+std::string toXml(const Value& value) {
+    std::unique_ptr<void, NodeDeleter> root(node(value, 0));
+    char* xml = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(static_cast<plist_t>(root.get()), &xml, &length);
+    if (xml == nullptr) throw ParseError("property list could not be written as XML");
+    std::string result(xml, length);
+    plist_to_xml_free(xml);
+    return result;
 }
 
 }  // namespace holdenmere::plist

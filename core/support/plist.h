@@ -54,4 +54,9 @@ Value parse(std::string_view bytes);
 // Reads and parses a file; throws std::system_error or ParseError.
 Value readFile(const std::filesystem::path& path);
 
+// The value as an XML property list with the standard prologue and DOCTYPE,
+// dictionaries keeping their key order. Strings are written up to their first
+// NUL character, which XML cannot hold.
+std::string toXml(const Value& value);
+
 }  // namespace holdenmere::plist

@@ -23,4 +23,54 @@ std::string joined(const std::vector<std::string>& items, std::string_view separ
     return result;
 }
 
+namespace {
+
+// The length of the well-formed sequence that starts at `index`, or 0.
+std::size_t sequenceLength(std::string_view bytes, std::size_t index) {
+    auto byte = [&](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
+    const unsigned char lead = byte(index);
+    if (lead < 0x80) return 1;
+    std::size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        if (lead == 0xE0) low = 0xA0;   // overlong
+        if (lead == 0xED) high = 0x9F;  // surrogates
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        if (lead == 0xF0) low = 0x90;   // overlong
+        if (lead == 0xF4) high = 0x8F;  // past U+10FFFF
+    } else {
+        return 0;
+    }
+    if (index + length > bytes.size()) return 0;
+    if (byte(index + 1) < low || byte(index + 1) > high) return 0;
+    for (std::size_t next = 2; next < length; ++next) {
+        if ((byte(index + next) & 0xC0) != 0x80) return 0;
+    }
+    return length;
+}
+
+}  // namespace
+
+std::string validUtf8(std::string_view bytes) {
+    std::string result;
+    result.reserve(bytes.size());
+    std::size_t index = 0;
+    while (index < bytes.size()) {
+        std::size_t length = sequenceLength(bytes, index);
+        if (length == 0) {
+            result += "\xEF\xBF\xBD";
+            ++index;
+        } else {
+            result.append(bytes.substr(index, length));
+            index += length;
+        }
+    }
+    return result;
+}
+
 }  // namespace holdenmere::text

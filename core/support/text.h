@@ -13,4 +13,10 @@ std::string number(double value);
 // Items joined with a separator.
 std::string joined(const std::vector<std::string>& items, std::string_view separator);
 
+// The bytes as valid UTF-8: every byte that does not begin a well-formed
+// sequence (stray continuation bytes, truncated or overlong sequences,
+// surrogates, code points past U+10FFFF) becomes U+FFFD. Valid text is
+// returned unchanged.
+std::string validUtf8(std::string_view bytes);
+
 }  // namespace holdenmere::text
