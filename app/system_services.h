@@ -1,8 +1,10 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <vector>
 
+#include "core/discovery/script_running.h"
 #include "core/discovery/startup_item.h"
 #include "core/launchd/launchctl_running.h"
 
@@ -12,8 +14,16 @@ namespace holdenmere {
 // place, so that each mode takes them as parameters and the tests can hand
 // in fakes instead.
 
+// Where a system tool is run from: its usual place, or the folder named by
+// HOLDENMERE_TOOLS_DIR, where the tests and diagnostics put stand-ins for
+// launchctl and osascript ("/bin/launchctl" -> "$HOLDENMERE_TOOLS_DIR/launchctl").
+std::filesystem::path toolPath(const std::filesystem::path& systemPath);
+
 // launchd for the current user's GUI domain.
 std::unique_ptr<LaunchctlRunning> makeSystemLaunchctl();
+
+// AppleScript for System Events (Login Items).
+std::unique_ptr<ScriptRunning> makeSystemScriptRunner();
 
 // The LaunchAgents that the scanner leaves alone because launchd has them
 // disabled, with the scanner's reason for each.
