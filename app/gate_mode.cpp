@@ -12,6 +12,8 @@
 #include "core/apps/app_running.h"
 #include "core/config/config_store.h"
 #include "core/config/history_store.h"
+#include "core/discovery/login_items_auditor.h"
+#include "core/discovery/reregistration_sweep.h"
 #include "core/discovery/system_daemon_scanner.h"
 #include "core/gate/app_launcher.h"
 #include "core/gate/cli_mode.h"
@@ -47,24 +49,80 @@ void printRecord(std::ostream& out, const LaunchRecord& record) {
     out << '\n';
 }
 
-// Everything one pass works with; the clock is declared first so that it
-// outlives the probe's attempts. The held helpers are started once, by the
-// runner or, when the pass deadline passes first, by the main thread.
+// What one pass builds over its services. The held helpers are started
+// once, by the runner or, when the pass deadline passes first, by the main
+// thread.
 struct Pass {
+    explicit Pass(GateServices& services)
+        : helperDelay(services.launchctl),
+          helpers(helperDelay),
+          gate(services.probe, services.clock),
+          launcher(services.apps, services.clock),
+          runner(gate, launcher, services.clock, &helpers) {}
+
+    HelperDelay helperDelay;
+    HelperStartingOnce helpers;
+    ReachabilityGate gate;
+    AppLauncher launcher;
+    GateRunner runner;
+};
+
+// The services of a real pass; the clock is declared first so that it
+// outlives the probe's abandoned attempts.
+struct SystemGateServices {
     SystemClock clock;
     URLSessionProbe probe;
     SystemAppRunning apps;
     std::unique_ptr<LaunchctlRunning> launchctl = makeSystemLaunchctl();
-    HelperDelay helperDelay{*launchctl};
-    HelperStartingOnce helpers{helperDelay};
-    ReachabilityGate gate{probe, clock};
-    AppLauncher launcher{apps, clock};
-    GateRunner runner{gate, launcher, clock, &helpers};
+    std::unique_ptr<ScriptRunning> scripts = makeSystemScriptRunner();
+    GateServices services{clock,
+                          probe,
+                          apps,
+                          *launchctl,
+                          *scripts,
+                          [] { return SystemDaemonScanner{}.appPaths(); },
+                          Bundle::main(),
+                          static_cast<int>(::getpid())};
 };
+
+// Managed apps that macOS also starts from a Login Item and that this pass
+// did not open itself: macOS got there first, so the gate did nothing.
+void warnAboutLoginItems(std::ostream& out, const LoginItemsAuditor& auditor, const HoldenmereConfig& config,
+                         const std::vector<LaunchRecord>& records) {
+    const auto conflicts =
+        LoginItemsAuditor::conflictsNotLaunchedThisRun(auditor.conflicts(config.apps), records);
+    if (conflicts.empty()) return;
+    out << kTag << "WARNING: " << conflicts.size() << " app(s) are ALSO macOS Login Items" << kDash
+        << "macOS starts these before the network, so the gate has no effect on them:\n";
+    for (const auto& conflict : conflicts) {
+        out << kTag << "  CONFLICT: " << conflict.managed.name << kDash << "remove it from Login Items\n";
+    }
+}
+
+// Apps that put their Login Item back when they start: watched for two
+// minutes after the pass and removed again each time. Only where startup
+// take-over is granted; otherwise there is nothing to watch and the pass
+// does not wait.
+void sweepReregistrations(std::ostream& out, const LoginItemsAuditor& auditor, Clock& clock,
+                          const HoldenmereConfig& config, const HistoryStore& history) {
+    if (config.startupConsent != StartupConsent::granted) return;
+    const auto launched = ReregistrationSweep::handedOver(config.apps, config, history.load());
+    const ReregistrationSweep sweep(auditor, clock);
+    for (const auto& removal : sweep.run(launched, config.blockedApps)) {
+        out << kTag << "re-registered: " << removal.app.name << " put itself back in Login Items" << kDash
+            << (removal.outcome == LoginItemRemoval::failed ? "could NOT remove it" : "removed again") << '\n';
+        out.flush();
+    }
+}
 
 }  // namespace
 
 int runGate(std::ostream& out, std::ostream& err) {
+    SystemGateServices system;
+    return runGate(out, err, system.services);
+}
+
+int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     // The configuration; nothing happens without it.
     const ConfigStore store = ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH"));
     HoldenmereConfig config;
@@ -77,7 +135,8 @@ int runGate(std::ostream& out, std::ostream& err) {
     }
 
     // Bring it up to date.
-    auto migration = LoginOwnership::migrate(config, SystemDaemonScanner{}.appPaths());
+    const std::set<std::string> systemDaemonAppPaths = services.systemDaemonAppPaths();
+    auto migration = LoginOwnership::migrate(config, systemDaemonAppPaths);
     for (const auto& line : migration.logLines) out << kTag << line << '\n';
     config = std::move(migration.config);
     if (migration.changed()) {
@@ -94,18 +153,18 @@ int runGate(std::ostream& out, std::ostream& err) {
     // here, leaving the apps already opened open and recording nothing, but
     // not before the held helpers are started (unless the runner already
     // began starting them), since nothing else would start them this session.
-    auto pass = std::make_unique<Pass>();
+    auto pass = std::make_unique<Pass>(services);
     auto done = std::make_shared<Signal>();
     LaunchPlan plan;
     std::thread worker([&pass, &plan, &config, done] {
         plan = pass->runner.run(config);
         done->raise();
     });
-    if (!waitWithDeadline(pass->clock, *done, config.runTimeout())) {
+    if (!waitWithDeadline(services.clock, *done, config.runTimeout())) {
         out << kTag << "ERROR: gate run timed out" << kDash
             << "run incomplete; some apps may already have launched\n";
         out.flush();
-        for (const auto& record : pass->helpers.startAfterGate(config, pass->clock.now())) printRecord(out, record);
+        for (const auto& record : pass->helpers.startAfterGate(config, services.clock.now())) printRecord(out, record);
         out.flush();
         err.flush();
         (void)std::fflush(nullptr);
@@ -123,18 +182,27 @@ int runGate(std::ostream& out, std::ostream& err) {
 
     // The probe's line and one line per app.
     if (plan.probe) {
-        out << ProbeLogLine::text(*plan.probe, versionForLog(), pass->clock.now()) << '\n';
+        out << ProbeLogLine::text(*plan.probe, versionForLog(), services.clock.now()) << '\n';
     } else {
         out << kTag << "gate disabled\n";
     }
     for (const auto& record : plan.allRecords()) printRecord(out, record);
     out.flush();
 
+    // Managed apps that macOS also starts from Login Items.
+    const LoginItemsAuditor auditor(services.scripts);
+    warnAboutLoginItems(out, auditor, config, plan.records);
+    out.flush();
+
     // Open the desktop app quietly when the settings ask for it.
-    if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, Bundle::main(), static_cast<int>(::getpid()),
-                                                          pass->apps, pass->clock)) {
+    if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle,
+                                                          services.processIdentifier, services.apps, services.clock)) {
         out << kTag << *line << '\n';
     }
+    out.flush();
+
+    // Apps that put their Login Item back as they start.
+    sweepReregistrations(out, auditor, services.clock, config, history);
     out.flush();
 
     return GateRunner::exitCode(plan);

@@ -1,0 +1,158 @@
+// Whole login passes in-process, against fakes of every system service and a
+// clock that jumps: the paths a real pass only takes after minutes (the pass
+// deadline, the two-minute re-registration sweep) run here at once.
+#include "app/gate_mode.h"
+
+#include <stdlib.h>
+
+#include <fstream>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/config/config_store.h"
+#include "core/config/history_store.h"
+#include "tests/support/fake_app_running.h"
+#include "tests/support/fake_clock.h"
+#include "tests/support/fake_launchctl_running.h"
+#include "tests/support/fake_probe.h"
+#include "tests/support/fake_script_running.h"
+#include "tests/support/plist_files.h"
+#include "tests/support/temporary_directory.h"
+
+namespace holdenmere {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+using testing::FakeLoginItem;
+
+class GateModeTest : public ::testing::Test {
+protected:
+    testing::TemporaryDirectory home;
+    testing::FakeClock clock;
+    testing::FakeProbe probe{clock};
+    testing::FakeAppRunning apps{clock};
+    testing::FakeLaunchctlRunning launchctl;
+    testing::FakeScriptRunning scripts;
+    GateServices services{clock, probe, apps, launchctl, scripts, [] { return std::set<std::string>{}; },
+                          std::nullopt, 1};
+
+    void SetUp() override {
+        // The pass waits on its runner in slices against its deadline: give
+        // the runner real time to finish before a slice counts as passed.
+        clock.realGrace = 0.02;
+        ::setenv("HOME", home.path().c_str(), 1);
+        ::setenv("HOLDENMERE_CONFIG_PATH", (home / "config.json").c_str(), 1);
+        ::setenv("HOLDENMERE_HISTORY_PATH", (home / "history.json").c_str(), 1);
+        probe.repeat({ProbeOutcome::reachable(), 0.01, false});
+    }
+
+    ManagedApp app(const std::string& name) {
+        auto path = testing::writeAppBundle(home / "Applications", name, name, "com.example." + name);
+        ManagedApp managed;
+        managed.bundleIdentifier = "com.example." + name;
+        managed.name = name;
+        managed.path = path.string();
+        apps.bundles.insert(managed.path);
+        return managed;
+    }
+
+    std::vector<LaunchRecord> history() const { return HistoryStore{home / "history.json", 200}.load(); }
+};
+
+TEST_F(GateModeTest, ManagedAppsThatMacOSStartedFromLoginItemsAreWarnedAbout) {
+    HoldenmereConfig config;
+    config.apps = {app("Mail"), app("Notes"), app("Chat")};
+    config.startupConsent = StartupConsent::declined;
+    ConfigStore{home / "config.json"}.save(config);
+    apps.running.insert("com.example.Mail");  // macOS got there first
+    scripts.loginItems.items = {FakeLoginItem{config.apps[0].path}, FakeLoginItem{config.apps[1].path}};
+
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(runGate(out, err, services), 0);
+    // Notes was opened by the pass itself, so only Mail is a conflict.
+    EXPECT_THAT(out.str(), HasSubstr(
+        "[Holdenmere] WARNING: 1 app(s) are ALSO macOS Login Items \xE2\x80\x94 macOS starts these before the "
+        "network, so the gate has no effect on them:\n"
+        "[Holdenmere]   CONFLICT: Mail \xE2\x80\x94 remove it from Login Items\n"));
+    EXPECT_THAT(out.str(), Not(HasSubstr("CONFLICT: Notes")));
+    // Without consent nothing is swept and the pass does not wait for it.
+    EXPECT_THAT(out.str(), Not(HasSubstr("re-registered")));
+    EXPECT_EQ(scripts.loginItems.items.size(), 2u);
+}
+
+TEST_F(GateModeTest, AppsThatPutTheirLoginItemBackAreRemovedForTwoMinutes) {
+    HoldenmereConfig config;
+    config.apps = {app("Drive"), app("Notes")};
+    config.apps[0].importedFromLoginItem = true;
+    config.startupConsent = StartupConsent::granted;
+    ConfigStore{home / "config.json"}.save(config);
+    // Drive puts its Login Item back twice, each time a list is read that
+    // is not the check right after a removal.
+    int readdsLeft = 2;
+    std::string lastScript;
+    scripts.beforeEach = [&](const std::string& script) {
+        if (readdsLeft > 0 && script.ends_with("get path of every login item") &&
+            scripts.loginItems.items.empty() && lastScript.find(" to delete ") == std::string::npos) {
+            scripts.loginItems.items.push_back(FakeLoginItem{config.apps[0].path});
+            --readdsLeft;
+        }
+        lastScript = script;
+    };
+
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(runGate(out, err, services), 0) << out.str();
+    const std::string line =
+        "[Holdenmere] re-registered: Drive put itself back in Login Items \xE2\x80\x94 removed again\n";
+    const std::string text = out.str();
+    auto first = text.find(line);
+    ASSERT_NE(first, std::string::npos) << text;
+    EXPECT_NE(text.find(line, first + 1), std::string::npos) << text;
+    EXPECT_TRUE(scripts.loginItems.items.empty());
+    // The sweep watched its whole window in five-second naps.
+    auto waits = clock.waits();
+    EXPECT_GE(std::count(waits.begin(), waits.end(), 5.0), 23);
+}
+
+TEST_F(GateModeTest, APassWhoseDeadlinePassesWhileAppsOpenRecordsNothing) {
+    HoldenmereConfig config;
+    config.apps = {app("Mail"), app("Slow")};
+    DelayedHelper helper;
+    helper.label = "com.example.Mail.helper";
+    helper.plistPath = (home / "helper.plist").string();
+    helper.name = "Mail";
+    helper.appBundleIdentifier = "com.example.Mail";
+    config.delayedHelpers = {helper};
+    ConfigStore{home / "config.json"}.save(config);
+    testing::writeFile(helper.plistPath, testing::xmlPlist("<key>Label</key><string>com.example.Mail.helper</string>"));
+    launchctl.labelOfPlist[helper.plistPath] = helper.label;
+    launchctl.disabled.insert(helper.label);
+    // Slow's launch never completes: the runner waits for it until the
+    // pass's deadline, which the jumping clock reaches at once.
+    apps.behaviours[config.apps[1].path].held = true;
+    clock.realGrace = 0;
+
+    const auto outPath = home / "out.log";
+    // The pass ends the process itself: run it in a child of its own.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            std::ofstream out(outPath);
+            std::ostringstream err;
+            runGate(out, err, services);
+        },
+        ::testing::ExitedWithCode(1), "");
+    const std::string text = testing::readFile(outPath);
+    EXPECT_THAT(text, HasSubstr("[Holdenmere] ERROR: gate run timed out \xE2\x80\x94 run incomplete; some apps may "
+                                "already have launched\n"));
+    // The held helper is still started, since nothing else would start it.
+    EXPECT_THAT(text, HasSubstr("[Holdenmere] Mail helper: "));
+    EXPECT_TRUE(history().empty());
+}
+
+}  // namespace
+}  // namespace holdenmere
