@@ -137,8 +137,8 @@ TEST_F(GateModeTest, APassWhoseDeadlinePassesWhileAppsOpenRecordsNothing) {
     clock.realGrace = 0;
 
     const auto outPath = home / "out.log";
-    // The pass ends the process itself: run it in a child of its own.
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // The pass ends the process itself: run it in a forked child, which
+    // shares this test's home (no thread runs here yet).
     EXPECT_EXIT(
         {
             std::ofstream out(outPath);
