@@ -1,8 +1,10 @@
 #include "app/audit_mode.h"
 
 #include "app/command_line.h"
+#include "app/system_services.h"
 #include "core/config/config_store.h"
 #include "core/config/last_login_conflicts.h"
+#include "core/discovery/login_items_auditor.h"
 #include "core/support/environment.h"
 #include "core/support/text.h"
 
@@ -36,12 +38,31 @@ void printLastLogin(std::ostream& out) {
 }  // namespace
 
 int runAudit(std::ostream& out, std::ostream& err) {
+    const auto scripts = makeSystemScriptRunner();
+    return runAudit(out, err, *scripts);
+}
+
+int runAudit(std::ostream& out, std::ostream& err, ScriptRunning& scripts) {
+    // Read once: every System Events question can take seconds.
+    const LoginItemsAuditor auditor(scripts);
+    const auto loginItems = auditor.loginItems(false);
+    if (!loginItems.empty()) out << kTag << "macOS Login Items: " << names(loginItems) << '\n';
+
     const ConfigStore store = ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH"));
     try {
         const HoldenmereConfig config = store.load();
         if (!config.apps.empty()) out << kTag << "managed by Holdenmere: " << names(config.apps) << '\n';
         if (!config.blockedApps.empty()) {
             out << kTag << "removed from Holdenmere (do not start at login): " << names(config.blockedApps) << '\n';
+        }
+        const auto conflicts = LoginItemsAuditor::conflicts(config.apps, loginItems);
+        if (!conflicts.empty()) {
+            out << kTag << "CONFLICTS (in both" << kDash << "gate has no effect on these): \n";
+            for (const auto& conflict : conflicts) {
+                out << kTag << "  " << conflict.managed.name << " ("
+                    << conflict.loginItem.bundleIdentifier.value_or("no bundle id") << ")" << kDash
+                    << "remove from Login Items to gate it\n";
+            }
         }
     } catch (const ConfigStoreError& error) {
         err << kTag << "ERROR: cannot read config" << kDash << error.what() << '\n';

@@ -215,7 +215,12 @@ std::vector<LoginItemsAuditor::Conflict> LoginItemsAuditor::conflicts(const std:
     std::vector<Conflict> result;
     if (managed.empty()) return result;
     // The paths are all a conflict needs; hidden flags would cost a script.
-    const std::vector<LoginItem> items = loginItems(false);
+    return conflicts(managed, loginItems(false));
+}
+
+std::vector<LoginItemsAuditor::Conflict> LoginItemsAuditor::conflicts(const std::vector<ManagedApp>& managed,
+                                                                      const std::vector<LoginItem>& items) {
+    std::vector<Conflict> result;
     for (const auto& app : managed) {
         auto match = std::find_if(items.begin(), items.end(), [&](const LoginItem& item) {
             return item.bundleIdentifier ? *item.bundleIdentifier == app.bundleIdentifier : item.path == app.path;

@@ -76,6 +76,8 @@ public:
     // For each managed app in order, the first Login Item that opens it: by
     // bundle identifier when the item has one, otherwise by path.
     std::vector<Conflict> conflicts(const std::vector<ManagedApp>& managed) const;
+    // The same against Login Items already read.
+    static std::vector<Conflict> conflicts(const std::vector<ManagedApp>& managed, const std::vector<LoginItem>& items);
     // The conflicts of apps that this pass did not open itself: those with no
     // record of outcome "launched" for their bundle identifier among this
     // pass's records. An app the pass opened was not running before it, so

@@ -224,5 +224,46 @@ TEST_F(CommandLine, AuditWithAnUnreadableConfigStillReportsTheLog) {
     EXPECT_EQ(readFile(defaultConfig()), kDamaged);
 }
 
+TEST_F(CommandLine, AuditListsLoginItemsAndTheAppsInBoth) {
+    // System Events as the fake osascript keeps it, in the tools folder.
+    std::filesystem::create_directories(home / "tools");
+    std::filesystem::create_symlink(testing::fakeOsascriptPath(), home / "tools/osascript");
+    environment.push_back("HOLDENMERE_TOOLS_DIR=" + (home / "tools").string());
+    environment.push_back("FAKE_OSASCRIPT_STATE=" + (home / "login-items.json").string());
+    const auto mail = home / "Applications/Mail.app";
+    writeFile(mail / "Contents/Info.plist",
+              "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
+              "<string>com.example.mail</string></dict></plist>");
+    const auto notes = home / "Applications/Notes, Work.app";  // no Info.plist: matched by path
+    std::filesystem::create_directories(notes);
+    writeFile(home / "login-items.json", "[{\"path\": \"" + mail.string() + "\", \"hidden\": false}, {\"path\": \"" +
+                                             notes.string() + "\", \"hidden\": true}, {\"path\": \"/Applications/"
+                                             "Other.app\", \"hidden\": false}]");
+    writeFile(defaultConfig(), R"({"settings": {"probeURL": "https://captive.apple.com/hotspot-detect.html",
+        "pollInterval": 2, "maxAttempts": 60, "launchAnywayOnTimeout": true, "isEnabled": true},
+        "apps": [{"bundleIdentifier": "com.example.notes", "name": "Notes", "path": ")" + notes.string() + R"("},
+                 {"bundleIdentifier": "com.example.mail", "name": "Mail", "path": "/Applications/Mail.app"},
+                 {"bundleIdentifier": "com.example.drive", "name": "Drive", "path": "/Applications/Drive.app"}]})");
+
+    auto result = run({"--audit"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.output,
+              "[Holdenmere] macOS Login Items: Mail, Notes, Work, Other\n"
+              "[Holdenmere] managed by Holdenmere: Notes, Mail, Drive\n"
+              "[Holdenmere] CONFLICTS (in both \xE2\x80\x94 gate has no effect on these): \n"
+              "[Holdenmere]   Notes (no bundle id) \xE2\x80\x94 remove from Login Items to gate it\n"
+              "[Holdenmere]   Mail (com.example.mail) \xE2\x80\x94 remove from Login Items to gate it\n"
+              "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
+
+    // System Events refusing Automation leaves the Login Items out; the rest stands.
+    environment.push_back("FAKE_OSASCRIPT_MODE=denied");
+    result = run({"--audit"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output,
+              "[Holdenmere] managed by Holdenmere: Notes, Mail, Drive\n"
+              "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
+}
+
 }  // namespace
 }  // namespace holdenmere
