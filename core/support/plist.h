@@ -18,8 +18,12 @@ namespace holdenmere::plist {
 
 struct Value;
 using Array = std::vector<Value>;
+// A key and its value. Defined after Value (it holds one): a std::pair of
+// Value named inside Value's own definition would be instantiated while
+// Value is still incomplete, which clang's standard library rejects.
+struct DictionaryEntry;
 // Keys in file order; dictionaries in property lists are small.
-using Dictionary = std::vector<std::pair<std::string, Value>>;
+using Dictionary = std::vector<DictionaryEntry>;
 struct Data {
     std::string bytes;
     friend bool operator==(const Data&, const Data&) = default;
@@ -41,6 +45,13 @@ struct Value {
     std::optional<std::string> stringAt(std::string_view key) const;
 
     friend bool operator==(const Value&, const Value&) = default;
+};
+
+struct DictionaryEntry {
+    std::string first;
+    Value second;
+
+    friend bool operator==(const DictionaryEntry&, const DictionaryEntry&) = default;
 };
 
 class ParseError : public std::runtime_error {
