@@ -6,6 +6,7 @@
 #include <exception>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include "core/config/config_store.h"
 #include "core/gate/open_at_login.h"
@@ -17,6 +18,7 @@ namespace {
 
 CLIMode gCurrentMode = CLIMode::app();
 bool gOpenedQuietly = false;
+DesktopEntry gDesktopEntry;
 
 constexpr const char* kTag = "[Holdenmere] ";
 
@@ -67,6 +69,7 @@ int runMutatingMode(const CLIMode& mode, std::ostream& err) {
 }
 
 int runApp(std::ostream& err) {
+    if (gDesktopEntry) return gDesktopEntry();
     err << "Holdenmere: this build has no desktop app yet; see 'Holdenmere --help' for the command-line modes.\n";
     return exit_status::kFailure;
 }
@@ -76,6 +79,8 @@ int runApp(std::ostream& err) {
 const CLIMode& currentMode() { return gCurrentMode; }
 
 bool openedQuietly() { return gOpenedQuietly; }
+
+void setDesktopEntry(DesktopEntry entry) { gDesktopEntry = std::move(entry); }
 
 int runCommandLine(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
     if (CLIMode::asksForDeemsterUI(arguments)) {
