@@ -1,7 +1,6 @@
 #include "app/desktop/desktop_app.h"
 
 #include <QApplication>
-#include <QScreen>
 
 #include <iostream>
 #include <stdexcept>
@@ -47,6 +46,7 @@ void DesktopApp::applyPresence() {
 }
 
 void DesktopApp::start() {
+    context_.watchFiles();
     applyPresence();
     if (!presence_.showWindow) return;
     if (presence_.showWelcome) {

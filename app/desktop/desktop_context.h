@@ -2,11 +2,14 @@
 
 #include <QObject>
 
+#include <memory>
+
 #include "app/desktop/activity_model.h"
 #include "app/desktop/add_apps_model.h"
 #include "app/desktop/config_session.h"
 #include "app/desktop/desktop_preferences.h"
 #include "app/desktop/desktop_services.h"
+#include "app/desktop/file_watch.h"
 #include "app/desktop/managed_apps_model.h"
 #include "app/desktop/network_test_model.h"
 #include "app/desktop/settings_model.h"
@@ -30,6 +33,18 @@ public:
         session.reload();
     }
 
+    // Follows what other processes write: the config is read again and the
+    // activity refreshed whenever config.json, history.json or the log change.
+    void watchFiles() {
+        if (watch_) return;
+        watch_ = std::make_unique<FileWatch>(std::vector<std::filesystem::path>{
+            services.configStore().url, services.historyStore().url, services.logPath()});
+        connect(watch_.get(), &FileWatch::changed, this, [this] {
+            session.reload();
+            activity.refresh();
+        });
+    }
+
     DesktopServices& services;
     DesktopPreferences& preferences;
     ConfigSession session;
@@ -38,6 +53,9 @@ public:
     ActivityModel activity;
     NetworkTestModel networkTest;
     SettingsModel settings;
+
+private:
+    std::unique_ptr<FileWatch> watch_;
 };
 
 }  // namespace holdenmere::desktop

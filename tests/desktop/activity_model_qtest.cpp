@@ -1,6 +1,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <ctime>
+
 #include "app/desktop/activity_model.h"
 #include "app/desktop/presentation.h"
 #include "core/support/files.h"
@@ -36,6 +38,12 @@ private:
     std::unique_ptr<testing::FakeDesktopServices> services;
 
 private slots:
+    void initTestCase() {
+        // Times are shown in local time; these tests read them in UTC.
+        qputenv("TZ", "UTC");
+        tzset();
+    }
+
     void init() {
         home = std::make_unique<testing::TemporaryHome>();
         services = std::make_unique<testing::FakeDesktopServices>(home->path());

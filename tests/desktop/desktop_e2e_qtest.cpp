@@ -84,8 +84,9 @@ private slots:
         QVERIFY(QString::fromUtf8(process.readAllStandardError()).contains(QStringLiteral("cannot open UI fixture")));
     }
 
-    void theDesktopAppStartsAndQuitsOnTheOffscreenPlatform() {
-        // A plain start with the fixture in screenshot mode needs no X server.
+    void anInstanceOpenedAtLoginIsTheDesktopApp() {
+        // "--opened-at-login" is no unknown option: the desktop app starts
+        // (here in screenshot mode, on the offscreen platform, and ends).
         QTemporaryDir home;
         QTemporaryDir pictures;
         QProcess process;

@@ -6,6 +6,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <ctime>
+
 #include "app/desktop/desktop_app.h"
 #include "app/desktop/desktop_context.h"
 #include "app/desktop/widgets/main_window.h"
@@ -32,6 +34,12 @@ private:
     }
 
 private slots:
+    void initTestCase() {
+        // Times are shown in local time; these tests read them in UTC.
+        qputenv("TZ", "UTC");
+        tzset();
+    }
+
     void init() {
         home = std::make_unique<testing::TemporaryHome>();
         services = std::make_unique<testing::FakeDesktopServices>(home->path());
