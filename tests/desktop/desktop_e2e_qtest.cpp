@@ -21,6 +21,12 @@ private:
         environment.insert(QStringLiteral("TZ"), QStringLiteral("UTC"));
         environment.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
         environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home);
+        // A sanitizer build passes its settings (the suppressions) on.
+        const QProcessEnvironment own = QProcessEnvironment::systemEnvironment();
+        for (const QString& name : {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("LSAN_OPTIONS"),
+                                    QStringLiteral("UBSAN_OPTIONS")}) {
+            if (own.contains(name)) environment.insert(name, own.value(name));
+        }
         return environment;
     }
 
