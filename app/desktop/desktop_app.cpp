@@ -28,6 +28,16 @@ DesktopApp::DesktopApp(DesktopContext& context, bool openedQuietly, QObject* par
     }
     // Switching between menu bar and Dock in the settings applies at once.
     connect(&context_.session, &ConfigSession::changed, this, &DesktopApp::applyPresence);
+#ifdef __APPLE__
+    // Opening the app again (from the Finder or a click on its Dock icon)
+    // while it waits in the Dock without a window brings the window up.
+    connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState state) {
+        // In the menu bar the item's menu is the way in; opening it must not raise the window.
+        if (state != Qt::ApplicationActive || !presence_.dockIcon || window_->isVisible()) return;
+        if (welcome_ && welcome_->isVisible()) return;
+        openWindow();
+    });
+#endif
 }
 
 DesktopApp::~DesktopApp() = default;
