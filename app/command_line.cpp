@@ -8,6 +8,7 @@
 #include <exception>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include "core/config/config_store.h"
 #include "core/config/last_login_conflicts.h"
@@ -20,6 +21,7 @@ namespace {
 
 CLIMode gCurrentMode = CLIMode::app();
 bool gOpenedQuietly = false;
+DesktopEntry gDesktopEntry;
 
 constexpr const char* kTag = "[Holdenmere] ";
 
@@ -75,6 +77,7 @@ int runMutatingMode(const CLIMode& mode, std::ostream& out, std::ostream& err) {
 }
 
 int runApp(std::ostream& err) {
+    if (gDesktopEntry) return gDesktopEntry();
     err << "Holdenmere: this build has no desktop app yet; see 'Holdenmere --help' for the command-line modes.\n";
     return exit_status::kFailure;
 }
@@ -84,6 +87,8 @@ int runApp(std::ostream& err) {
 const CLIMode& currentMode() { return gCurrentMode; }
 
 bool openedQuietly() { return gOpenedQuietly; }
+
+void setDesktopEntry(DesktopEntry entry) { gDesktopEntry = std::move(entry); }
 
 int runCommandLine(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
     if (CLIMode::asksForDeemsterUI(arguments)) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -24,6 +25,12 @@ const CLIMode& currentMode();
 // Whether the login pass opened this instance ("--opened-at-login"): the
 // desktop app then starts without raising a window.
 bool openedQuietly();
+
+// What opens the desktop app: set by the entry point of a build that has
+// one, before runCommandLine; it returns the app's exit status. Without it
+// the `app` mode says that this build has no desktop app.
+using DesktopEntry = std::function<int()>;
+void setDesktopEntry(DesktopEntry entry);
 
 // Decides the mode from the whole argument vector and runs it. Reports go to
 // `out`, errors to `err`; the return value is the process's exit status.

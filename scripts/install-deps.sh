@@ -14,7 +14,7 @@ for arg in "$@"; do
 done
 
 if [ "$(uname -s)" = Darwin ]; then
-  formulae=(cmake ninja pkg-config libplist nlohmann-json curl googletest google-benchmark)
+  formulae=(cmake ninja pkg-config libplist nlohmann-json curl googletest google-benchmark qt)
   missing=()
   for formula in "${formulae[@]}"; do
     brew list --formula "$formula" >/dev/null 2>&1 || missing+=("$formula")
@@ -27,6 +27,11 @@ packages=(
   cmake ninja-build g++ pkg-config git curl
   libplist-dev nlohmann-json3-dev libcurl4-openssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  # The desktop app: Qt 6 Widgets and Test, the GL headers its CMake package
+  # asks for, the platform plugins (xcb, offscreen), .icns reading, a font,
+  # and a virtual X server for the screenshot run.
+  qt6-base-dev qt6-qpa-plugins qt6-image-formats-plugins libgl-dev
+  fonts-dejavu-core xvfb xauth
 )
 [ "$want_fuzz" -eq 0 ] || packages+=(clang libclang-rt-dev)
 

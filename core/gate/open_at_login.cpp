@@ -21,6 +21,17 @@ std::vector<std::string> OpenAtLogin::withoutOpenedAtLogin(const std::vector<std
     return result;
 }
 
+std::string_view OpenAtLogin::settingsDetail(HoldenmereLoginAgentStatus loginAgent, bool menuBarMode) {
+    if (!runsAtLogin(loginAgent)) return "Needs Start at login above.";
+    return menuBarMode ? "Opens quietly in the menu bar once your apps have started."
+                       : "Opens quietly in the Dock once your apps have started.";
+}
+
+std::optional<std::string_view> OpenAtLogin::offWarning(HoldenmereLoginAgentStatus status) {
+    if (runsAtLogin(status)) return std::nullopt;
+    return "Holdenmere won't run at your next login, so these apps start before the network.";
+}
+
 std::optional<std::string> OpenAtLogin::openHoldenmereIfRequested(const GateSettings& settings,
                                                                    const std::optional<Bundle>& bundle, int ownProcess,
                                                                    AppRunning& apps, Clock& clock) {

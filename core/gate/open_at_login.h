@@ -8,6 +8,7 @@
 
 #include "core/apps/app_running.h"
 #include "core/config/gate_settings.h"
+#include "core/launchd/login_agent_status.h"
 #include "core/support/bundle.h"
 #include "core/support/clock.h"
 
@@ -26,6 +27,17 @@ struct OpenAtLogin {
     // an instance opened by the pass is the desktop app, opened quietly,
     // not an unknown option.
     static std::vector<std::string> withoutOpenedAtLogin(const std::vector<std::string>& arguments);
+
+    // The welcome window switches the login agent on only while it has never
+    // been set up; an agent the user installed and then switched off stays off.
+    static bool shouldEnableAfterWelcome(HoldenmereLoginAgentStatus status) {
+        return status == HoldenmereLoginAgentStatus::notInstalled;
+    }
+    // The line under the open-at-login switch in the settings.
+    static std::string_view settingsDetail(HoldenmereLoginAgentStatus loginAgent, bool menuBarMode);
+    // Shown beside the managed apps when the login agent will not run at the
+    // next login; nothing when it will.
+    static std::optional<std::string_view> offWarning(HoldenmereLoginAgentStatus status);
 
     // How long the pass waits for the desktop app to be opened.
     static constexpr double kOpenTimeLimit = 20.0;

@@ -4,7 +4,7 @@
 #include <plist/plist.h>
 #include <sys/stat.h>
 
-#include "tests/support/app_bundles.h"
+#include "tests/support/login_item_bundles.h"
 #include "tests/support/fake_script_running.h"
 
 namespace holdenmere {

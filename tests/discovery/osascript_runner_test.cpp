@@ -8,7 +8,7 @@
 #include "core/discovery/login_items_auditor.h"
 #include "core/discovery/script_running.h"
 #include "core/support/child_process.h"
-#include "tests/support/app_bundles.h"
+#include "tests/support/login_item_bundles.h"
 #include "tests/support/system_events_login_items.h"
 #include "tests/support/test_executables.h"
 

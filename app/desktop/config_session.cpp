@@ -1,0 +1,144 @@
+#include "app/desktop/config_session.h"
+
+#include <cerrno>
+#include <optional>
+#include <system_error>
+
+#include "core/support/files.h"
+#include "core/takeover/startup_mutation_lock.h"
+
+namespace holdenmere::desktop {
+namespace {
+
+QString text(const std::string& value) { return QString::fromStdString(value); }
+
+// The lock is taken without waiting: a login pass that holds it is changing
+// startup items, and the window must not freeze until it is done.
+std::optional<StartupMutationLock::Lease> tryLock(const ConfigStore& store, QString& problem) {
+    try {
+        return StartupMutationLock(store.url).acquire(/*wait=*/false);
+    } catch (const std::system_error& error) {
+        problem = error.code().value() == EWOULDBLOCK
+                      ? ConfigSession::lockBusyText()
+                      : QStringLiteral("Could not lock the settings: %1").arg(text(error.what()));
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+ConfigSession::ConfigSession(ConfigStore store, QObject* parent) : QObject(parent), store_(std::move(store)) {}
+
+QString ConfigSession::lockBusyText() {
+    return QStringLiteral("Holdenmere is changing your startup items right now. Nothing was changed; try again in a "
+                          "moment.");
+}
+
+void ConfigSession::setDamage(const QString& damage) {
+    if (damage == damage_) return;
+    damage_ = damage;
+    emit damageChanged();
+}
+
+bool ConfigSession::reload() {
+    try {
+        config_ = store_.load();
+        setDamage({});
+        emit changed();
+        return true;
+    } catch (const ConfigStoreError& error) {
+        config_ = HoldenmereConfig{};
+        setDamage(text(error.what()));
+        emit changed();
+        return false;
+    }
+}
+
+bool ConfigSession::change(const std::function<bool(HoldenmereConfig&)>& edit) {
+    QString problem;
+    auto lease = tryLock(store_, problem);
+    if (!lease) {
+        emit failed(problem);
+        return false;
+    }
+    HoldenmereConfig fresh;
+    try {
+        fresh = store_.load();
+    } catch (const ConfigStoreError& error) {
+        config_ = HoldenmereConfig{};
+        setDamage(text(error.what()));
+        emit changed();
+        emit failed(text(error.what()));
+        return false;
+    }
+    setDamage({});
+    if (!edit(fresh)) {
+        config_ = std::move(fresh);
+        emit changed();
+        return false;
+    }
+    try {
+        store_.save(fresh);
+    } catch (const ConfigStoreError& error) {
+        // What is on disk is still what was read; show that.
+        try {
+            config_ = store_.load();
+        } catch (const ConfigStoreError&) {
+        }
+        emit changed();
+        emit failed(text(error.what()));
+        return false;
+    }
+    config_ = std::move(fresh);
+    emit changed();
+    return true;
+}
+
+std::filesystem::path ConfigSession::damagedCopyPath() const {
+    std::filesystem::path candidate = store_.url;
+    candidate += ".damaged";
+    for (int number = 2; files::exists(candidate); ++number) {
+        candidate = store_.url;
+        candidate += ".damaged-" + std::to_string(number);
+    }
+    return candidate;
+}
+
+bool ConfigSession::startFromDefaults() {
+    QString problem;
+    auto lease = tryLock(store_, problem);
+    if (!lease) {
+        emit failed(problem);
+        return false;
+    }
+    // The file may have been mended (or replaced by the login pass) since
+    // it was found damaged: then it is kept as it is.
+    try {
+        config_ = store_.load();
+        setDamage({});
+        emit changed();
+        return true;
+    } catch (const ConfigStoreError&) {
+    }
+    try {
+        if (files::exists(store_.url)) {
+            files::writeAtomically(damagedCopyPath(), files::read(store_.url), 0600);
+        }
+    } catch (const std::system_error& error) {
+        emit failed(QStringLiteral("Could not keep a copy of the damaged settings, so nothing was changed: %1")
+                        .arg(text(error.what())));
+        return false;
+    }
+    try {
+        store_.save(HoldenmereConfig{});
+    } catch (const ConfigStoreError& error) {
+        emit failed(text(error.what()));
+        return false;
+    }
+    config_ = HoldenmereConfig{};
+    setDamage({});
+    emit changed();
+    return true;
+}
+
+}  // namespace holdenmere::desktop

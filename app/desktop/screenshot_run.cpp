@@ -1,0 +1,80 @@
+#include "app/desktop/screenshot_run.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QEventLoop>
+#include <QListWidget>
+#include <QTimer>
+
+#include "app/desktop/widgets/add_apps_page.h"
+#include "app/desktop/widgets/main_window.h"
+#include "app/desktop/widgets/managed_apps_page.h"
+#include "app/desktop/widgets/onboarding_window.h"
+
+namespace holdenmere::desktop {
+namespace {
+
+constexpr QSize kWindowSize(920, 640);
+constexpr QSize kWelcomeSize(620, 500);
+
+void settle() {
+    // Layouts and deferred updates run from the event loop.
+    for (int round = 0; round < 5; ++round) QApplication::processEvents();
+}
+
+QString slug(const QString& title) { return title.toLower().replace(QLatin1Char(' '), QLatin1Char('-')); }
+
+}  // namespace
+
+int runScreenshots(DesktopContext& context, const std::string& folder, std::ostream& err) {
+    QApplication::setQuitOnLastWindowClosed(false);
+    const QDir dir(QString::fromStdString(folder));
+    if (!QDir().mkpath(dir.absolutePath())) {
+        err << "Holdenmere: cannot create " << folder << '\n';
+        return 1;
+    }
+    int failures = 0;
+    auto save = [&](QWidget& widget, const QString& name) {
+        settle();
+        const QString path = dir.filePath(name + QStringLiteral(".png"));
+        if (!widget.grab().save(path)) {
+            err << "Holdenmere: cannot save " << path.toStdString() << '\n';
+            ++failures;
+        }
+    };
+
+    MainWindow window(context);
+    window.resize(kWindowSize);
+    window.show();
+    window.addAppsPage()->ensureScanned();
+    if (!context.managedApps.apps().empty()) {
+        window.managedAppsPage()->select(context.managedApps.apps().front().bundleIdentifier);
+    }
+    // The network test runs before the Activity page is taken.
+    QEventLoop loop;
+    QObject::connect(&context.networkTest, &NetworkTestModel::finished, &loop, &QEventLoop::quit);
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+    context.networkTest.start();
+    if (context.networkTest.isRunning()) loop.exec();
+
+    for (int index = 0; index < window.pageCount(); ++index) {
+        window.showPageAt(index);
+        save(window, slug(window.pageTitle(index)));
+    }
+    window.hide();
+
+    // The welcome, on its own preferences' behalf: nothing is finished or saved.
+    OnboardingFlow flow(context.addApps, context.preferences);
+    OnboardingWindow welcome(flow);
+    welcome.resize(kWelcomeSize);
+    welcome.show();
+    save(welcome, QStringLiteral("welcome"));
+    flow.next();
+    QListWidget* list = welcome.suggestionList();
+    for (int row = 0; row < list->count() && row < 2; ++row) list->item(row)->setCheckState(Qt::Checked);
+    save(welcome, QStringLiteral("welcome-apps"));
+    welcome.hide();
+    return failures == 0 ? 0 : 1;
+}
+
+}  // namespace holdenmere::desktop

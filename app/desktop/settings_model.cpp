@@ -1,0 +1,114 @@
+#include "app/desktop/settings_model.h"
+
+#include "app/desktop/presentation.h"
+#include "core/gate/open_at_login.h"
+
+namespace holdenmere::desktop {
+namespace {
+
+QString fromView(std::string_view text) {
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+}  // namespace
+
+SettingsModel::SettingsModel(ConfigSession& session, DesktopServices& services, QObject* parent)
+    : QObject(parent), session_(session), services_(services) {
+    connect(&session_, &ConfigSession::changed, this, &SettingsModel::changed);
+}
+
+bool SettingsModel::changeSettings(const std::function<void(GateSettings&)>& edit) {
+    return session_.change([&](HoldenmereConfig& config) {
+        GateSettings wanted = config.settings;
+        edit(wanted);
+        wanted = wanted.validated();
+        if (wanted == config.settings) return false;
+        config.settings = wanted;
+        return true;
+    });
+}
+
+bool SettingsModel::setProbeURL(const QString& url) {
+    const std::string text = url.trimmed().toStdString();
+    if (!isAbsoluteURL(text)) {
+        emit notice(QStringLiteral("Enter a full web address, such as %1").arg(fromView(GateSettings::kDefaultProbeURL)));
+        return false;
+    }
+    return changeSettings([&](GateSettings& settings) { settings.probeURL = text; });
+}
+
+bool SettingsModel::resetProbeURL() {
+    return changeSettings([](GateSettings& settings) { settings.probeURL = std::string(GateSettings::kDefaultProbeURL); });
+}
+
+bool SettingsModel::setPollInterval(double seconds) {
+    return changeSettings([&](GateSettings& settings) { settings.pollInterval = seconds; });
+}
+
+bool SettingsModel::setMaxAttempts(int attempts) {
+    return changeSettings([&](GateSettings& settings) { settings.maxAttempts = attempts; });
+}
+
+bool SettingsModel::setLaunchAnywayOnTimeout(bool on) {
+    return changeSettings([&](GateSettings& settings) { settings.launchAnywayOnTimeout = on; });
+}
+
+bool SettingsModel::setGateEnabled(bool on) {
+    return changeSettings([&](GateSettings& settings) { settings.isEnabled = on; });
+}
+
+bool SettingsModel::setMenuBarMode(bool on) {
+    return changeSettings([&](GateSettings& settings) { settings.menuBarMode = on; });
+}
+
+bool SettingsModel::setOpenAppAtLogin(bool on) {
+    return changeSettings([&](GateSettings& settings) { settings.openAppAtLogin = on; });
+}
+
+QString SettingsModel::worstCaseText() const {
+    return QStringLiteral("Waits at most %1 for the network at each login.")
+        .arg(presentation::duration(settings().worstCaseWait()));
+}
+
+QString SettingsModel::openAtLoginDetail() const {
+    return fromView(OpenAtLogin::settingsDetail(loginAgentStatus(), settings().menuBarMode));
+}
+
+HoldenmereLoginAgentStatus SettingsModel::loginAgentStatus() const { return services_.loginAgentStatus(); }
+
+QString SettingsModel::loginAgentDetail() const { return fromView(settingsDetail(loginAgentStatus())); }
+
+bool SettingsModel::canChangeStartAtLogin() const { return services_.canChangeStartAtLogin(); }
+
+bool SettingsModel::setStartAtLogin(bool on) {
+    if (auto problem = services_.setStartAtLogin(on)) {
+        emit notice(QString::fromStdString(*problem));
+        emit changed();
+        return false;
+    }
+    emit changed();
+    return true;
+}
+
+QString SettingsModel::helpersSummary() const {
+    int delayed = 0;
+    int off = 0;
+    for (const DelayedHelper& helper : session_.config().delayedHelpers) {
+        (helper.mode == DelayedHelper::Mode::delay ? delayed : off) += 1;
+    }
+    if (delayed == 0 && off == 0) return QStringLiteral("No helpers of your apps are held.");
+    QString text;
+    if (delayed > 0) {
+        text = delayed == 1 ? QStringLiteral("1 helper waits for the network")
+                            : QStringLiteral("%1 helpers wait for the network").arg(delayed);
+    }
+    if (off > 0) {
+        if (!text.isEmpty()) text += QStringLiteral(", ");
+        const QString noun = text.isEmpty() ? QStringLiteral(" helper") : QString();
+        const QString nouns = text.isEmpty() ? QStringLiteral(" helpers") : QString();
+        text += off == 1 ? QStringLiteral("1%1 is kept off").arg(noun) : QStringLiteral("%1%2 are kept off").arg(off).arg(nouns);
+    }
+    return text + QLatin1Char('.');
+}
+
+}  // namespace holdenmere::desktop

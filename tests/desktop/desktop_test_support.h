@@ -1,0 +1,120 @@
+#pragma once
+
+#include <QByteArray>
+#include <QTemporaryDir>
+#include <QtGlobal>
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/desktop/desktop_services.h"
+#include "tests/support/fake_clock.h"
+#include "tests/support/fake_probe.h"
+
+// Shared by the desktop app's Qt tests: a temporary home folder and services
+// that stay inside it.
+namespace holdenmere::testing {
+
+// A fresh home folder for one test: HOME points at it and the path overrides
+// are cleared, so nothing reaches the real user's files.
+class TemporaryHome {
+public:
+    TemporaryHome() {
+        qputenv("HOME", folder_.path().toUtf8());
+        for (const char* name : {"HOLDENMERE_CONFIG_PATH", "HOLDENMERE_HISTORY_PATH", "HOLDENMERE_LOG_PATH",
+                                 "HOLDENMERE_DEFAULTS_SUITE", "HOLDENMERE_UI_FIXTURE", "HOLDENMERE_UI_SCREENSHOTS"}) {
+            qunsetenv(name);
+        }
+    }
+    std::filesystem::path path() const { return folder_.path().toStdString(); }
+    std::filesystem::path operator/(const std::string& name) const { return path() / name; }
+
+private:
+    QTemporaryDir folder_;
+};
+
+// Services over a temporary home: the stores at their default places under
+// it, installed apps and missing bundles as the test sets them, a fake probe
+// on a fake clock, and a login agent whose state the test chooses.
+class FakeDesktopServices : public desktop::DesktopServices {
+public:
+    explicit FakeDesktopServices(std::filesystem::path home) : home_(std::move(home)) {}
+
+    ConfigStore configStore() const override {
+        return ConfigStore{home_ / "Library/Application Support/Holdenmere/config.json"};
+    }
+    HistoryStore historyStore() const override {
+        return HistoryStore{home_ / "Library/Application Support/Holdenmere/history.json"};
+    }
+    std::filesystem::path logPath() const override { return home_ / "Library/Logs/Holdenmere.log"; }
+
+    std::vector<InstalledApp> installedApps() override {
+        ++scans;
+        return installed;
+    }
+    InstalledApp readBundle(const std::filesystem::path& path) override {
+        for (const InstalledApp& app : installed) {
+            if (app.path == path) return app;
+        }
+        return InstalledApp::read(path);
+    }
+    bool bundleExists(const std::filesystem::path& path) override { return missing.count(path) == 0; }
+
+    std::unique_ptr<ReachabilityProbe> makeProbe() override {
+        if (probeFactory) return probeFactory();
+        auto probe = std::make_unique<FakeProbe>(clock_);
+        probe->script(probeSteps);
+        return probe;
+    }
+    Clock& clock() override { return clock_; }
+
+    HoldenmereLoginAgentStatus loginAgentStatus() override { return loginAgent; }
+    bool canChangeStartAtLogin() override { return startAtLoginChangeable; }
+    std::optional<std::string> setStartAtLogin(bool on) override {
+        if (!startAtLoginChangeable) return DesktopServices::setStartAtLogin(on);
+        startAtLoginRequests.push_back(on);
+        loginAgent = on ? HoldenmereLoginAgentStatus::activeAtLogin : HoldenmereLoginAgentStatus::disabled;
+        return std::nullopt;
+    }
+
+    FakeClock& fakeClock() { return clock_; }
+
+    std::vector<InstalledApp> installed;
+    std::set<std::filesystem::path> missing;
+    std::vector<FakeProbe::Step> probeSteps;
+    std::function<std::unique_ptr<ReachabilityProbe>()> probeFactory;
+    HoldenmereLoginAgentStatus loginAgent = HoldenmereLoginAgentStatus::activeAtLogin;
+    bool startAtLoginChangeable = false;
+    std::vector<bool> startAtLoginRequests;
+    int scans = 0;
+
+private:
+    std::filesystem::path home_;
+    FakeClock clock_;
+};
+
+inline InstalledApp installedApp(const std::string& name, const std::string& identifier,
+                                 std::vector<NetworkReason> reasons = {}) {
+    InstalledApp app;
+    app.name = name;
+    app.bundleIdentifier = identifier;
+    app.path = "/Applications/" + name + ".app";
+    app.hasInfoPlist = true;
+    app.networkReasons = std::move(reasons);
+    return app;
+}
+
+inline ManagedApp managedApp(const std::string& name, const std::string& identifier) {
+    ManagedApp app;
+    app.name = name;
+    app.bundleIdentifier = identifier;
+    app.path = "/Applications/" + name + ".app";
+    return app;
+}
+
+}  // namespace holdenmere::testing

@@ -1,0 +1,198 @@
+#include <QSignalSpy>
+#include <QTest>
+
+#include "app/desktop/managed_apps_model.h"
+#include "tests/desktop/desktop_test_support.h"
+
+using namespace holdenmere;
+using namespace holdenmere::desktop;
+
+namespace {
+
+std::vector<std::string> identifiers(const std::vector<ManagedAppRow>& rows) {
+    std::vector<std::string> result;
+    for (const auto& row : rows) result.push_back(row.bundleIdentifier);
+    return result;
+}
+
+std::vector<std::string> identifiers(const std::vector<ManagedApp>& apps) {
+    std::vector<std::string> result;
+    for (const auto& app : apps) result.push_back(app.bundleIdentifier);
+    return result;
+}
+
+using Ids = std::vector<std::string>;
+
+}  // namespace
+
+class ManagedAppsModelTest : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<testing::TemporaryHome> home;
+    std::unique_ptr<testing::FakeDesktopServices> services;
+    std::unique_ptr<ConfigSession> session;
+    std::unique_ptr<ManagedAppsModel> model;
+
+    HoldenmereConfig saved() const { return services->configStore().load(); }
+
+private slots:
+    void init() {
+        home = std::make_unique<testing::TemporaryHome>();
+        services = std::make_unique<testing::FakeDesktopServices>(home->path());
+        HoldenmereConfig config;
+        config.apps = {testing::managedApp("Alpha", "a"), testing::managedApp("Beta", "b"),
+                       testing::managedApp("Gamma", "c")};
+        config.apps[1].launchHidden = true;
+        config.apps[2].delaySeconds = 12;
+        services->configStore().save(config);
+        session = std::make_unique<ConfigSession>(services->configStore());
+        session->reload();
+        model = std::make_unique<ManagedAppsModel>(*session, *services);
+    }
+
+    void rowsInLaunchOrderWithTheirSettings() {
+        QCOMPARE(identifiers(model->apps()), (Ids{"a", "b", "c"}));
+        QCOMPARE(model->apps()[0].delaySeconds, 0);
+        QVERIFY(model->apps()[1].launchHidden);
+        QCOMPARE(model->apps()[2].delaySeconds, 12);
+        QVERIFY(model->switchedOff().empty());
+    }
+
+    void aMissingBundleIsShownAsSuch() {
+        services->missing.insert("/Applications/Beta.app");
+        InstalledApp alpha = testing::installedApp("Alpha", "a");
+        alpha.iconPath = "/Applications/Alpha.app/Contents/Resources/AppIcon.icns";
+        services->installed.push_back(alpha);
+        model->refresh();
+        QVERIFY(!model->apps()[0].missing);
+        QCOMPARE(model->apps()[0].iconPath, alpha.iconPath);
+        QVERIFY(model->apps()[1].missing);
+        QCOMPARE(model->apps()[1].iconPath, std::nullopt);
+    }
+
+    void reorderingIsSaved() {
+        QVERIFY(model->move("c", 0));
+        QCOMPARE(identifiers(saved().apps), (Ids{"c", "a", "b"}));
+        QCOMPARE(identifiers(model->apps()), (Ids{"c", "a", "b"}));
+        QVERIFY(model->moveDown("c"));
+        QCOMPARE(identifiers(saved().apps), (Ids{"a", "c", "b"}));
+        QVERIFY(model->moveUp("b"));
+        QCOMPARE(identifiers(saved().apps), (Ids{"a", "b", "c"}));
+        QVERIFY(!model->moveUp("a"));
+        QVERIFY(!model->moveDown("c"));
+        QVERIFY(model->move("a", 99));
+        QCOMPARE(identifiers(saved().apps), (Ids{"b", "c", "a"}));
+        QVERIFY(!model->move("nobody", 0));
+    }
+
+    void reorderingSkipsAppsKeptButNotEnabled() {
+        HoldenmereConfig config = saved();
+        config.apps[1].isEnabled = false;  // b, as an older Holdenmere left it
+        services->configStore().save(config);
+        session->reload();
+        QCOMPARE(identifiers(model->apps()), (Ids{"a", "c"}));
+        QCOMPARE(identifiers(model->switchedOff()), (Ids{"b"}));
+        QVERIFY(model->move("c", 0));
+        QCOMPARE(identifiers(saved().apps), (Ids{"c", "a", "b"}));
+        QVERIFY(!model->move("b", 0));
+    }
+
+    void openHiddenIsSaved() {
+        QVERIFY(model->setLaunchHidden("a", true));
+        QVERIFY(saved().apps[0].launchHidden);
+        QVERIFY(model->setLaunchHidden("a", false));
+        QVERIFY(!saved().apps[0].launchHidden);
+    }
+
+    void delayedModeStartsAtFiveSecondsInFiveSecondSteps() {
+        QVERIFY(model->setDelayed("a", true));
+        QCOMPARE(saved().apps[0].delaySeconds, 5.0);
+        QCOMPARE(model->apps()[0].delaySeconds, 5);
+        QVERIFY(model->setDelay("a", 12));
+        QCOMPARE(saved().apps[0].delaySeconds, 15.0);
+        QVERIFY(model->setDelay("a", 400));
+        QCOMPARE(saved().apps[0].delaySeconds, 40.0);
+        QVERIFY(model->setDelay("a", 1));
+        QCOMPARE(saved().apps[0].delaySeconds, 5.0);
+        QVERIFY(model->setDelayed("a", false));
+        QCOMPARE(saved().apps[0].delaySeconds, 0.0);
+        // A delay stored off the steps is put on the next step.
+        QVERIFY(model->setDelayed("c", true));
+        QCOMPARE(saved().apps[2].delaySeconds, 15.0);
+        QVERIFY(model->setDelayed("c", false));
+        QVERIFY(model->setDelayed("c", true));
+        QCOMPARE(saved().apps[2].delaySeconds, 5.0);
+    }
+
+    void clampedDelays() {
+        QCOMPARE(ManagedAppsModel::clampedDelay(0), 5);
+        QCOMPARE(ManagedAppsModel::clampedDelay(5), 5);
+        QCOMPARE(ManagedAppsModel::clampedDelay(6), 10);
+        QCOMPARE(ManagedAppsModel::clampedDelay(40), 40);
+        QCOMPARE(ManagedAppsModel::clampedDelay(41), 40);
+        QCOMPARE(ManagedAppsModel::clampedDelay(-3), 5);
+    }
+
+    void switchingOffMovesTheAppToTheBlockedListAndBack() {
+        QSignalSpy notices(model.get(), &ManagedAppsModel::notice);
+        QVERIFY(model->switchOff("b"));
+        HoldenmereConfig config = saved();
+        QCOMPARE(identifiers(config.apps), (Ids{"a", "c"}));
+        QCOMPARE(config.blockedApps.size(), std::size_t{1});
+        QCOMPARE(config.blockedApps[0].bundleIdentifier, std::string("b"));
+        QCOMPARE(config.blockedApps[0].path, std::string("/Applications/Beta.app"));
+        QCOMPARE(identifiers(model->switchedOff()), (Ids{"b"}));
+        QVERIFY(model->switchedOff()[0].switchedOff);
+        QCOMPARE(notices.at(0).at(0).toString(), QStringLiteral("Beta will not start at login."));
+
+        QVERIFY(model->switchOn("b"));
+        config = saved();
+        QCOMPARE(identifiers(config.apps), (Ids{"a", "c", "b"}));
+        QVERIFY(config.blockedApps.empty());
+        QVERIFY(config.apps[2].isEnabled);
+        QVERIFY(!model->switchOn("b"));
+    }
+
+    void switchingOnAnAppKeptButNotEnabledKeepsItsPlace() {
+        HoldenmereConfig config = saved();
+        config.apps[0].isEnabled = false;
+        services->configStore().save(config);
+        session->reload();
+        QVERIFY(model->switchOn("a"));
+        QCOMPARE(identifiers(saved().apps), (Ids{"a", "b", "c"}));
+        QVERIFY(saved().apps[0].isEnabled);
+    }
+
+    void removingForgetsTheApp() {
+        QVERIFY(model->switchOff("b"));
+        QSignalSpy notices(model.get(), &ManagedAppsModel::notice);
+        QVERIFY(model->remove("a"));
+        QVERIFY(model->remove("b"));
+        HoldenmereConfig config = saved();
+        QCOMPARE(identifiers(config.apps), (Ids{"c"}));
+        QVERIFY(config.blockedApps.empty());
+        QCOMPARE(notices.at(0).at(0).toString(), QStringLiteral("Holdenmere no longer opens Alpha."));
+        QVERIFY(!model->remove("a"));
+    }
+
+    void offWarningFollowsTheLoginAgent() {
+        QCOMPARE(model->offWarning(), QString());
+        services->loginAgent = HoldenmereLoginAgentStatus::disabled;
+        QCOMPARE(model->offWarning(),
+                 QStringLiteral("Holdenmere won't run at your next login, so these apps start before the network."));
+    }
+
+    void changesMadeElsewhereShowAfterTheNextRead() {
+        HoldenmereConfig config = saved();
+        config.apps.push_back(testing::managedApp("Delta", "d"));
+        services->configStore().save(config);
+        QSignalSpy rows(model.get(), &ManagedAppsModel::rowsChanged);
+        QVERIFY(model->setLaunchHidden("a", true));
+        QCOMPARE(identifiers(model->apps()), (Ids{"a", "b", "c", "d"}));
+        QCOMPARE(rows.count(), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(ManagedAppsModelTest)
+#include "managed_apps_model_qtest.moc"
