@@ -8,7 +8,7 @@
 namespace holdenmere {
 namespace {
 
-using testing::writeAppBundle;
+using testing::makeAppBundle;
 
 std::vector<std::string> names(const std::vector<InstalledApp>& apps) {
     std::vector<std::string> result;
@@ -32,29 +32,29 @@ TEST_F(AppDiscoveryTest, DefaultFoldersInTheirOrder) {
 }
 
 TEST_F(AppDiscoveryTest, FindsAppsInEveryFolderAndSubfolderSortedByName) {
-    writeAppBundle(applications, "zeta", "com.example.zeta");
-    writeAppBundle(applications / "Utilities", "Console", "com.example.console");
-    writeAppBundle(userApplications, "Alpha", "com.example.alpha");
-    writeAppBundle(systemApplications, "Mail", "com.example.mail");
+    makeAppBundle(applications, "zeta", "com.example.zeta");
+    makeAppBundle(applications / "Utilities", "Console", "com.example.console");
+    makeAppBundle(userApplications, "Alpha", "com.example.alpha");
+    makeAppBundle(systemApplications, "Mail", "com.example.mail");
     EXPECT_EQ(names(scan()), (std::vector<std::string>{"Alpha", "Console", "Mail", "zeta"}));
 }
 
 TEST_F(AppDiscoveryTest, DoesNotLookInsideBundlesOrHiddenFolders) {
-    auto outer = writeAppBundle(applications, "Outer", "com.example.outer");
-    writeAppBundle(outer / "Contents/Library/LoginItems", "Helper", "com.example.helper");
-    writeAppBundle(applications / ".hidden", "Secret", "com.example.secret");
+    auto outer = makeAppBundle(applications, "Outer", "com.example.outer");
+    makeAppBundle(outer / "Contents/Library/LoginItems", "Helper", "com.example.helper");
+    makeAppBundle(applications / ".hidden", "Secret", "com.example.secret");
     EXPECT_EQ(names(scan()), (std::vector<std::string>{"Outer"}));
 }
 
 TEST_F(AppDiscoveryTest, StopsBelowTheDepthLimit) {
-    writeAppBundle(applications / "a/b/c", "Deep", "com.example.deep");
-    writeAppBundle(applications / "a/b/c/d", "TooDeep", "com.example.toodeep");
+    makeAppBundle(applications / "a/b/c", "Deep", "com.example.deep");
+    makeAppBundle(applications / "a/b/c/d", "TooDeep", "com.example.toodeep");
     EXPECT_EQ(names(scan()), (std::vector<std::string>{"Deep"}));
 }
 
 TEST_F(AppDiscoveryTest, AnIdentifierFoundTwiceKeepsTheFirstPlace) {
-    auto first = writeAppBundle(applications, "Notecraft", "com.example.notes");
-    writeAppBundle(userApplications, "Notecraft", "com.example.notes");
+    auto first = makeAppBundle(applications, "Notecraft", "com.example.notes");
+    makeAppBundle(userApplications, "Notecraft", "com.example.notes");
     auto apps = scan();
     ASSERT_EQ(apps.size(), 1u);
     EXPECT_EQ(apps[0].path, first);
@@ -67,8 +67,8 @@ TEST_F(AppDiscoveryTest, BundlesWithoutIdentifierAreAllListed) {
 }
 
 TEST_F(AppDiscoveryTest, LinkedBundlesCountButLinkedFoldersAreNotEntered) {
-    auto real = writeAppBundle(root / "elsewhere", "Linked", "com.example.linked");
-    writeAppBundle(root / "elsewhere/more", "Behind", "com.example.behind");
+    auto real = makeAppBundle(root / "elsewhere", "Linked", "com.example.linked");
+    makeAppBundle(root / "elsewhere/more", "Behind", "com.example.behind");
     std::filesystem::create_directories(applications);
     std::filesystem::create_directory_symlink(real, applications / "Linked.app");
     std::filesystem::create_directory_symlink(root / "elsewhere/more", applications / "more");
@@ -79,7 +79,7 @@ TEST_F(AppDiscoveryTest, LinkedBundlesCountButLinkedFoldersAreNotEntered) {
 
 TEST_F(AppDiscoveryTest, MissingFoldersAreSkipped) {
     EXPECT_TRUE(AppDiscovery::scan({root / "nowhere"}).empty());
-    writeAppBundle(systemApplications, "Calm", "com.example.calm");
+    makeAppBundle(systemApplications, "Calm", "com.example.calm");
     EXPECT_EQ(names(scan()), (std::vector<std::string>{"Calm"}));
 }
 

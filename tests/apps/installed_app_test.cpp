@@ -9,7 +9,7 @@ namespace holdenmere {
 namespace {
 
 using testing::stringEntry;
-using testing::writeAppBundle;
+using testing::makeAppBundle;
 using testing::writeBytes;
 
 class InstalledAppTest : public ::testing::Test {
@@ -18,7 +18,7 @@ protected:
 };
 
 TEST_F(InstalledAppTest, ReadsNameIdentifierCategoryAndIcon) {
-    auto bundle = writeAppBundle(folder.path(), "Driftmail", "com.example.driftmail",
+    auto bundle = makeAppBundle(folder.path(), "Driftmail", "com.example.driftmail",
                                  stringEntry("CFBundleName", "Drift") + stringEntry("CFBundleIconFile", "AppIcon") +
                                      stringEntry("LSApplicationCategoryType", "public.app-category.productivity"));
     writeBytes(bundle / "Contents/Resources/AppIcon.icns", "icns");
@@ -34,11 +34,11 @@ TEST_F(InstalledAppTest, ReadsNameIdentifierCategoryAndIcon) {
 }
 
 TEST_F(InstalledAppTest, IconNamedWithItsExtensionOrMissing) {
-    auto named = writeAppBundle(folder.path(), "Named", "com.example.named", stringEntry("CFBundleIconFile", "n.icns"));
+    auto named = makeAppBundle(folder.path(), "Named", "com.example.named", stringEntry("CFBundleIconFile", "n.icns"));
     writeBytes(named / "Contents/Resources/n.icns", "icns");
     EXPECT_EQ(InstalledApp::read(named).iconPath, named / "Contents/Resources/n.icns");
 
-    auto missing = writeAppBundle(folder.path(), "NoIcon", "com.example.noicon", stringEntry("CFBundleIconFile", "gone"));
+    auto missing = makeAppBundle(folder.path(), "NoIcon", "com.example.noicon", stringEntry("CFBundleIconFile", "gone"));
     InstalledApp app = InstalledApp::read(missing);
     EXPECT_EQ(app.iconFile, "gone");
     EXPECT_EQ(app.iconPath, std::nullopt);
@@ -62,14 +62,14 @@ TEST_F(InstalledAppTest, DamagedInfoPlistCountsAsNone) {
 }
 
 TEST_F(InstalledAppTest, TrailingSlashNamesTheSameBundle) {
-    auto bundle = writeAppBundle(folder.path(), "Slash", "com.example.slash");
+    auto bundle = makeAppBundle(folder.path(), "Slash", "com.example.slash");
     InstalledApp app = InstalledApp::read(bundle.string() + "/");
     EXPECT_EQ(app.name, "Slash");
     EXPECT_EQ(app.path, bundle);
 }
 
 TEST_F(InstalledAppTest, FileProviderExtensionIsTheStrongestReason) {
-    auto bundle = writeAppBundle(folder.path(), "Cloudhaven", "com.example.cloudhaven",
+    auto bundle = makeAppBundle(folder.path(), "Cloudhaven", "com.example.cloudhaven",
                                  stringEntry("SUFeedURL", "https://updates.example.com/feed.xml"));
     writeBytes(bundle / "Contents/PlugIns/Sync.appex/Contents/Info.plist",
                testing::plistDocument("<key>NSExtension</key><dict>" +

@@ -7,9 +7,9 @@
 namespace holdenmere {
 namespace {
 
+using testing::plistDocument;
 using testing::stringEntry;
 using testing::urlSchemesEntry;
-
 
 std::vector<NetworkReason> reasonsFor(const std::string& body, const std::vector<std::string>& points = {}) {
     return NetworkSignals::reasons(plist::parse(plistDocument(body)), points);

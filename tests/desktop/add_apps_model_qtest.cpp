@@ -97,7 +97,7 @@ private slots:
     }
 
     void anyBundleOnDiskCanBeAdded() {
-        auto bundle = testing::writeAppBundle(home->path() / "Elsewhere", "Far Away", "com.example.faraway");
+        auto bundle = testing::makeAppBundle(home->path() / "Elsewhere", "Far Away", "com.example.faraway");
         QVERIFY(model->addBundle(bundle));
         HoldenmereConfig saved = services->configStore().load();
         QCOMPARE(saved.apps.size(), std::size_t{1});
@@ -115,7 +115,7 @@ private slots:
         QVERIFY(!model->addBundle(home->path() / "Bare.app"));
         QCOMPARE(notices.at(0).at(0).toString(),
                  QStringLiteral("Bare has no bundle identifier, so Holdenmere cannot open it at login."));
-        auto own = testing::writeAppBundle(home->path(), "Holdenmere", "com.tavik.holdenmere");
+        auto own = testing::makeAppBundle(home->path(), "Holdenmere", "com.tavik.holdenmere");
         QVERIFY(!model->addBundle(own));
         QCOMPARE(notices.count(), 2);
         QVERIFY(!std::filesystem::exists(services->configStore().url));

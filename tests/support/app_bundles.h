@@ -37,7 +37,7 @@ inline void writeBytes(const std::filesystem::path& path, const std::string& byt
 
 // Writes `folder/name.app` with an Info.plist holding the identifier and the
 // extra dictionary entries; returns the bundle's path.
-inline std::filesystem::path writeAppBundle(const std::filesystem::path& folder, const std::string& name,
+inline std::filesystem::path makeAppBundle(const std::filesystem::path& folder, const std::string& name,
                                             const std::string& identifier, const std::string& extraEntries = {}) {
     const std::filesystem::path bundle = folder / (name + ".app");
     std::string body = extraEntries;
