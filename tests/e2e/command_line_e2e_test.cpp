@@ -132,12 +132,10 @@ TEST_F(CommandLine, GateWithAFolderForAConfig) {
                                 "): Is a directory. Launching nothing. Open Holdenmere to repair it.\n");
 }
 
-TEST_F(CommandLine, ModesThatThisBuildCannotRunSayItAndFail) {
-    for (auto arguments : std::vector<std::vector<std::string>>{{}, {"--restore-startup"}}) {
-        auto result = run(arguments);
-        EXPECT_EQ(result.status, 1) << ::testing::PrintToString(arguments);
-        EXPECT_THAT(result.error, HasSubstr("this build")) << ::testing::PrintToString(arguments);
-    }
+TEST_F(CommandLine, TheDesktopAppIsNotInThisBuild) {
+    auto result = run({});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.error, HasSubstr("this build"));
     EXPECT_FALSE(std::filesystem::exists(defaultConfig()));
 }
 
