@@ -5,7 +5,6 @@
 #include <ostream>
 
 #include "core/config/holdenmere_config.h"
-
 #include "core/discovery/script_running.h"
 #include "core/launchd/launchctl_running.h"
 

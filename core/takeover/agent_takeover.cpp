@@ -24,8 +24,8 @@ StartupSafety::Environment AgentTakeover::systemEnvironment() {
     };
     environment.bundleHasSystemExtensions = [](const std::string& appPath) {
         std::error_code error;
-        std::filesystem::directory_iterator entries(std::filesystem::path(appPath) / "Contents/Library/SystemExtensions",
-                                                    error);
+        std::filesystem::directory_iterator entries(
+            std::filesystem::path(appPath) / "Contents/Library/SystemExtensions", error);
         return !error && entries != std::filesystem::directory_iterator();
     };
     environment.homeDirectory = [] { return homeDirectory().string(); };
@@ -50,7 +50,8 @@ AgentTakeover::Result AgentTakeover::takeOver(std::string_view label) {
 AgentTakeover::Result AgentTakeover::switchOff(std::string_view label, const SafetyTier& tier, bool confirmed,
                                                Mechanism mechanism) {
     switch (tier.kind) {
-        case SafetyTier::Kind::refused: return Result::failed(tier.reason);
+        case SafetyTier::Kind::refused:
+            return Result::failed(tier.reason);
         case SafetyTier::Kind::needsConfirmation:
             if (!confirmed) {
                 std::string reason = "not switched off without your confirmation:";
@@ -58,7 +59,8 @@ AgentTakeover::Result AgentTakeover::switchOff(std::string_view label, const Saf
                 return Result::failed(std::move(reason));
             }
             break;
-        case SafetyTier::Kind::allowed: break;
+        case SafetyTier::Kind::allowed:
+            break;
     }
     Result result = takeOver(label);
     if (result.kind != Result::Kind::switchedOff || mechanism != Mechanism::disableAndBootout) return result;

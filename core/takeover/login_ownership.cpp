@@ -269,7 +269,8 @@ std::vector<std::string> LoginOwnership::importedFailures(const std::vector<Laun
 
 std::string LoginOwnership::importedFailureLine(std::string_view appName, ImportOrigin origin) {
     std::string name(appName);
-    if (origin == ImportOrigin::loginItem) return name + " was moved from Login Items and Holdenmere could not start it";
+    if (origin == ImportOrigin::loginItem)
+        return name + " was moved from Login Items and Holdenmere could not start it";
     return name + " was taken over from its macOS startup item and Holdenmere could not start it";
 }
 

@@ -29,12 +29,12 @@ struct LoginOwnership {
 
     // What to do with the current Login Items.
     struct Plan {
-        std::vector<ManagedApp> imports;        // apps to add to the configuration
-        std::vector<LoginItem> importRemovals;  // Login Items of those apps, to remove
-        std::vector<LoginItem> blockRemovals;   // Login Items of blocked apps, to remove
-        std::vector<LoginItem> managedRemovals; // Login Items of managed apps, to remove
-        std::vector<LoginItem> ignored;         // not apps; they stay
-        std::vector<std::string> logLines;      // in Login-Item order
+        std::vector<ManagedApp> imports;         // apps to add to the configuration
+        std::vector<LoginItem> importRemovals;   // Login Items of those apps, to remove
+        std::vector<LoginItem> blockRemovals;    // Login Items of blocked apps, to remove
+        std::vector<LoginItem> managedRemovals;  // Login Items of managed apps, to remove
+        std::vector<LoginItem> ignored;          // not apps; they stay
+        std::vector<std::string> logLines;       // in Login-Item order
 
         // The log lines do not count.
         bool isEmpty() const {

@@ -35,8 +35,8 @@ public:
     PassConfig(const std::function<HoldenmereConfig()>& load, const std::function<void(const HoldenmereConfig&)>& save)
         : load_(load), save_(save) {}
 
-    HoldenmereConfig config;  // in memory: what was last loaded or saved, with unsaved imports
-    HoldenmereConfig ledger;  // only its ledger is used: this pass's entries
+    HoldenmereConfig config;            // in memory: what was last loaded or saved, with unsaved imports
+    HoldenmereConfig ledger;            // only its ledger is used: this pass's entries
     std::vector<std::string> recorded;  // names of the apps with entries, in order
     std::optional<HoldenmereConfig> lastSaved;
     // Imports whose save failed: the pass goes on with them in memory.
@@ -73,8 +73,9 @@ public:
             const TakeoverRecord* saved = lastSaved ? lastSaved->takeover(record.bundleIdentifier) : nullptr;
             bool known = saved != nullptr && (!record.loginItem || saved->loginItem);
             for (const auto& agent : record.agents) {
-                known = known && std::any_of(saved->agents.begin(), saved->agents.end(),
-                                             [&](const DisabledAgent& candidate) { return candidate.label == agent.label; });
+                known = known &&
+                        std::any_of(saved->agents.begin(), saved->agents.end(),
+                                    [&](const DisabledAgent& candidate) { return candidate.label == agent.label; });
             }
             if (!known) appendOnce(names, record.name);
         }
@@ -156,20 +157,19 @@ std::vector<LoginOwnership::AgentTakeoverResult> LoginOwnership::takeOverAgents(
             case AgentTakeover::Result::Kind::switchedOn:
                 lines.push_back(app.name + agentText + " was already disabled; left as it is");
                 break;
-            case AgentTakeover::Result::Kind::failed: lines.push_back(notDisabled + outcome.reason); break;
+            case AgentTakeover::Result::Kind::failed:
+                lines.push_back(notDisabled + outcome.reason);
+                break;
         }
     }
     return switchedOff;
 }
 
-LoginOwnership::PassResult LoginOwnership::ownershipPass(const std::function<HoldenmereConfig()>& load,
-                                                         const std::function<void(const HoldenmereConfig&)>& save,
-                                                         const std::vector<LaunchRecord>& records,
-                                                         LoginItemsAuditor& auditor,
-                                                         const LaunchAgentScanner& agentScanner,
-                                                         AgentTakeover& takeover,
-                                                         const std::set<std::string>& systemDaemonAppPaths,
-                                                         const std::set<std::string>& switchedOff) {
+LoginOwnership::PassResult LoginOwnership::ownershipPass(
+    const std::function<HoldenmereConfig()>& load, const std::function<void(const HoldenmereConfig&)>& save,
+    const std::vector<LaunchRecord>& records, LoginItemsAuditor& auditor, const LaunchAgentScanner& agentScanner,
+    AgentTakeover& takeover, const std::set<std::string>& systemDaemonAppPaths,
+    const std::set<std::string>& switchedOff) {
     PassResult result;
     auto& lines = result.lines;
     PassConfig pass(load, save);
@@ -220,8 +220,10 @@ LoginOwnership::PassResult LoginOwnership::ownershipPass(const std::function<Hol
         imports.push_back(app);
         lines.push_back("imported: " + app.name + kDash + "was a macOS startup item; Holdenmere now starts it");
         auto item = std::find_if(agentItems.begin(), agentItems.end(), [&](const StartupItem& candidate) {
-            return candidate.bundleIdentifier == app.bundleIdentifier;
+            return candidate.bundleIdentifier == app.bundleIdentifier &&
+                   std::holds_alternative<StartupItem::LaunchAgent>(candidate.source);
         });
+        if (item == agentItems.end()) continue;
         const auto& agent = std::get<StartupItem::LaunchAgent>(item->source);
         auto dropped = droppedArguments(std::filesystem::path(agent.plistPath));
         if (!dropped.empty()) {
@@ -333,10 +335,9 @@ LoginOwnership::PassResult LoginOwnership::ownershipPass(const std::function<Hol
                 // what no save reached is unknown to --restore-startup.
                 const auto unknown = pass.unsaved();
                 lines.push_back("WARNING: could not save the take-over ledger" + std::string(kDash) +
-                                (unknown.empty() ? "its entries were saved before each change (" +
-                                                       std::string(error.what()) + ")"
-                                                 : "--restore-startup will not know about " +
-                                                       text::joined(unknown, ", ")));
+                                (unknown.empty()
+                                     ? "its entries were saved before each change (" + std::string(error.what()) + ")"
+                                     : "--restore-startup will not know about " + text::joined(unknown, ", ")));
                 pass.config.mergeLedger(pass.ledger);
             }
         }

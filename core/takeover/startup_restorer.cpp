@@ -20,13 +20,20 @@ bool wasOff(const HeldStartupItem& item) { return item.previous == "off" || item
 
 std::string_view verb(StartupRestorer::Outcome outcome) {
     switch (outcome) {
-        case StartupRestorer::Outcome::givenBack: return "given back";
-        case StartupRestorer::Outcome::wouldGiveBack: return "would give back";
-        case StartupRestorer::Outcome::leftOff: return "left off";
-        case StartupRestorer::Outcome::optedOut: return "kept off";
-        case StartupRestorer::Outcome::notInThisBuild: return "kept in the ledger";
-        case StartupRestorer::Outcome::failed: return "FAILED";
-        case StartupRestorer::Outcome::wouldFail: return "would fail";
+        case StartupRestorer::Outcome::givenBack:
+            return "given back";
+        case StartupRestorer::Outcome::wouldGiveBack:
+            return "would give back";
+        case StartupRestorer::Outcome::leftOff:
+            return "left off";
+        case StartupRestorer::Outcome::optedOut:
+            return "kept off";
+        case StartupRestorer::Outcome::notInThisBuild:
+            return "kept in the ledger";
+        case StartupRestorer::Outcome::failed:
+            return "FAILED";
+        case StartupRestorer::Outcome::wouldFail:
+            return "would fail";
     }
     return "";
 }
@@ -40,16 +47,22 @@ std::string StartupRestorer::Entry::line() const {
 }
 
 bool StartupRestorer::Report::anyFailed() const {
-    return std::any_of(entries.begin(), entries.end(), [](const Entry& entry) { return entry.outcome == Outcome::failed; });
+    return std::any_of(entries.begin(), entries.end(),
+                       [](const Entry& entry) { return entry.outcome == Outcome::failed; });
 }
 
 std::string_view StartupRestorer::sourceName(Source source) {
     switch (source) {
-        case Source::loginItems: return "Login Items";
-        case Source::launchAgents: return "LaunchAgents";
-        case Source::heldHelpers: return "held helpers";
-        case Source::heldStartup: return "held startup items";
-        case Source::reopenWindows: return "reopen-windows setting";
+        case Source::loginItems:
+            return "Login Items";
+        case Source::launchAgents:
+            return "LaunchAgents";
+        case Source::heldHelpers:
+            return "held helpers";
+        case Source::heldStartup:
+            return "held startup items";
+        case Source::reopenWindows:
+            return "reopen-windows setting";
     }
     return "";
 }
@@ -135,8 +148,8 @@ void StartupRestorer::giveBackAgents(Report& report, bool dryRun) {
             const std::string label = agent.label + (agent.inferred ? " (found disabled, probably by Holdenmere)" : "");
             if (recordOptedOut || listed(config.restoreOptOuts, agent.label) ||
                 listed(config.restoreOptOuts, "launchdJob:" + agent.label)) {
-                report.entries.push_back({Source::launchAgents, record.name, label + ": " + kOptedOut,
-                                          Outcome::optedOut});
+                report.entries.push_back(
+                    {Source::launchAgents, record.name, label + ": " + kOptedOut, Outcome::optedOut});
                 kept.push_back(agent);
                 continue;
             }
@@ -166,8 +179,8 @@ void StartupRestorer::giveBackHelpers(Report& report, bool dryRun, HelperDelay& 
     std::vector<DelayedHelper> kept;
     for (const auto& helper : config.delayedHelpers) {
         if (listed(config.restoreOptOuts, helper.label) || listed(config.restoreOptOuts, helper.appBundleIdentifier)) {
-            report.entries.push_back({Source::heldHelpers, helper.name, helper.label + ": " + kOptedOut,
-                                      Outcome::optedOut});
+            report.entries.push_back(
+                {Source::heldHelpers, helper.name, helper.label + ": " + kOptedOut, Outcome::optedOut});
             kept.push_back(helper);
         } else if (dryRun) {
             report.entries.push_back(
@@ -192,8 +205,8 @@ void StartupRestorer::giveBackHeldStartup(Report& report, bool dryRun) {
         const std::string row = std::string(rawValue(item.source)) + ":" + item.handle;
         if (listed(config.restoreOptOuts, item.handle) || listed(config.restoreOptOuts, row) ||
             (item.ownerBundleIdentifier && listed(config.restoreOptOuts, *item.ownerBundleIdentifier))) {
-            report.entries.push_back({Source::heldStartup, item.name, item.handle + ": " + kOptedOut,
-                                      Outcome::optedOut});
+            report.entries.push_back(
+                {Source::heldStartup, item.name, item.handle + ": " + kOptedOut, Outcome::optedOut});
             kept.push_back(item);
             continue;
         }

@@ -25,13 +25,13 @@ public:
     enum class Source { loginItems, launchAgents, heldHelpers, heldStartup, reopenWindows };
 
     enum class Outcome {
-        givenBack,      // switched back on (or found back already); leaves the ledger
-        wouldGiveBack,  // dry run
-        leftOff,        // it was off before it was held: nothing switched; leaves the ledger
-        optedOut,       // in "restoreOptOuts"; stays in the ledger
-        notInThisBuild, // a source this build cannot switch; stays in the ledger
-        failed,         // stays in the ledger
-        wouldFail,      // dry run: it cannot be given back as things stand
+        givenBack,       // switched back on (or found back already); leaves the ledger
+        wouldGiveBack,   // dry run
+        leftOff,         // it was off before it was held: nothing switched; leaves the ledger
+        optedOut,        // in "restoreOptOuts"; stays in the ledger
+        notInThisBuild,  // a source this build cannot switch; stays in the ledger
+        failed,          // stays in the ledger
+        wouldFail,       // dry run: it cannot be given back as things stand
     };
 
     struct Entry {

@@ -70,8 +70,8 @@ TEST_F(RestoreStartupMode, AnUnsavedLedgerIsAWarningAndTheModeEndsNormally) {
     EXPECT_EQ(restore(), 0);
     EXPECT_EQ(out.str(), kTag + "Login Items: given back: Mail" + kDash + "added " + mail + "\n" + kTag +
                              "login agent: turned off; Holdenmere no longer runs at login\n");
-    EXPECT_EQ(err.str(), kTag + "WARNING: could not save the updated ledger" + kDash +
-                             "Could not write config: disk full\n");
+    EXPECT_EQ(err.str(),
+              kTag + "WARNING: could not save the updated ledger" + kDash + "Could not write config: disk full\n");
     // The opt-out was saved first; the ledger still holds the Login Item.
     EXPECT_EQ(stored.startupConsent, StartupConsent::declined);
     EXPECT_NE(stored.takeover("com.example.mail"), nullptr);

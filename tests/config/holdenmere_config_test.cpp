@@ -121,8 +121,8 @@ TEST(HoldenmereConfig, KeepOffHoldAndRecordAgentKeepTheirInvariants) {
     config.keepOff({"b", "c"});
     EXPECT_EQ(config.keptOff, (std::vector<std::string>{"a", "b", "c"}));
 
-    HeldStartupItem item{StartupSource::launchdJob, "com.example.sync", "com.example", "Sync", "enabled",
-                         std::nullopt, Date{100}};
+    HeldStartupItem item{
+        StartupSource::launchdJob, "com.example.sync", "com.example", "Sync", "enabled", std::nullopt, Date{100}};
     config.hold(item);
     HeldStartupItem again = item;
     again.previous = "disabled";
@@ -138,8 +138,8 @@ TEST(HoldenmereConfig, KeepOffHoldAndRecordAgentKeepTheirInvariants) {
     config.recordAgent("com.example", "Example", "com.example.agent", "/c.plist", true);
     config.recordAgent("com.second", "Second", "com.second.agent", "/d.plist", false);
     ASSERT_EQ(config.takeovers.size(), 2u);
-    EXPECT_EQ(config.takeovers[0].agents,
-              (std::vector<DisabledAgent>{{"com.example.agent", "/c.plist", true}, {"com.example.other", "/b.plist", true}}));
+    EXPECT_EQ(config.takeovers[0].agents, (std::vector<DisabledAgent>{{"com.example.agent", "/c.plist", true},
+                                                                      {"com.example.other", "/b.plist", true}}));
     EXPECT_FALSE(config.takeovers[0].loginItem.has_value());
     EXPECT_EQ(config.takeovers[1].name, "Second");
 }
@@ -167,7 +167,9 @@ TEST(HoldenmereConfigLedger, RecordsMergeAndManage) {
     config.mergeLedger(pass);
     EXPECT_EQ(config.takeovers,
               (std::vector<TakeoverRecord>{
-                  {"com.example.mail", "Mail", RemovedLoginItem{"/Applications/Mail.app", true},
+                  {"com.example.mail",
+                   "Mail",
+                   RemovedLoginItem{"/Applications/Mail.app", true},
                    {{"com.example.mail.agent", "/m.plist", false}, {"com.example.mail.sync", "/s.plist", true}}},
                   {"com.example.drive", "Drive", std::nullopt, {{"com.example.drive.agent", "/d.plist", false}}},
               }));

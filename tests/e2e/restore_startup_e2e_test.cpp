@@ -47,8 +47,8 @@ protected:
         std::filesystem::create_symlink(testing::fakeOsascriptPath(), home / "tools/osascript");
 
         mail = testing::writeAppBundle(home / "Applications", "Mail", "Mail", "com.example.mail").string();
-        for (const auto& label : {std::string("com.example.sync.agent"), std::string("com.example.mail.helper"),
-                                  kOwnAgent}) {
+        for (const auto& label :
+             {std::string("com.example.sync.agent"), std::string("com.example.mail.helper"), kOwnAgent}) {
             testing::writeFile(agentPlist(label),
                                testing::xmlPlist("<key>Label</key><string>" + label +
                                                  "</string><key>Program</key><string>/bin/true</string>"));
@@ -118,9 +118,9 @@ TEST_F(RestoreStartup, GivesBackExactlyWhatWasRecordedOnce) {
     EXPECT_EQ(result.status, 0) << result.error;
     EXPECT_EQ(result.error, "");
     EXPECT_EQ(result.output, kTag + "Login Items: given back: Mail" + kDash + "added " + mail + " (hidden)\n" + kTag +
-                                 "LaunchAgents: given back: Sync" + kDash + "com.example.sync.agent switched back on\n" +
-                                 kTag + "held helpers: given back: Mail" + kDash +
-                                 "com.example.mail.helper switched back on\n" + kTag +
+                                 "LaunchAgents: given back: Sync" + kDash +
+                                 "com.example.sync.agent switched back on\n" + kTag + "held helpers: given back: Mail" +
+                                 kDash + "com.example.mail.helper switched back on\n" + kTag +
                                  "login agent: turned off; Holdenmere no longer runs at login\n");
 
     EXPECT_EQ(SystemEventsLoginItems::load(loginItemsFile()), (std::vector<FakeLoginItem>{{mail, true}}));

@@ -49,7 +49,8 @@ TEST_F(AgentTakeoverTest, TakeOverFailures) {
 TEST_F(AgentTakeoverTest, SwitchOffActsOnlyWhereTheTierAllows) {
     const auto refused = SafetyTier::refused("An Apple macOS component.");
     const auto warned = SafetyTier::needsConfirmation({"A warning.", "Another."});
-    EXPECT_EQ(takeover.switchOff(kLabel, refused, true, Mechanism::disable), Result::failed("An Apple macOS component."));
+    EXPECT_EQ(takeover.switchOff(kLabel, refused, true, Mechanism::disable),
+              Result::failed("An Apple macOS component."));
     EXPECT_EQ(takeover.switchOff(kLabel, warned, false, Mechanism::disable),
               Result::failed("not switched off without your confirmation: A warning. Another."));
     EXPECT_TRUE(launchd.calls().empty());
@@ -106,7 +107,8 @@ TEST_F(AgentTakeoverTest, UndoFailures) {
     EXPECT_EQ(takeover.undo(kLabel, kPlist), Result::failed("LaunchAgent is still disabled in launchd"));
 
     launchd.stuckDisabled.clear();
-    EXPECT_EQ(takeover.undo(kLabel, kPlist), Result::failed("switched back on, but launchctl bootstrap failed (exit 5)"));
+    EXPECT_EQ(takeover.undo(kLabel, kPlist),
+              Result::failed("switched back on, but launchctl bootstrap failed (exit 5)"));
 
     // A plist that is gone: the mark is cleared, there is nothing to load.
     files.clear();
@@ -126,7 +128,8 @@ TEST(AgentTakeoverResult, ComparableAndHashable) {
 
 TEST(AgentTakeoverEnvironment, SecurityToolsByTheirBundlesExtensions) {
     testing::TemporaryDirectory folder;
-    testing::writeFile(folder / "Vpn.app/Contents/Library/SystemExtensions/com.example.vpn.tunnel.systemextension/x", "");
+    testing::writeFile(folder / "Vpn.app/Contents/Library/SystemExtensions/com.example.vpn.tunnel.systemextension/x",
+                       "");
     testing::writeFile(folder / "Mail.app/Contents/Info.plist", "");
     testing::writeFile(folder / "Empty.app/Contents/Library/SystemExtensions/.keep", "");
     std::filesystem::remove(folder / "Empty.app/Contents/Library/SystemExtensions/.keep");

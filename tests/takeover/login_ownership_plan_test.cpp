@@ -124,11 +124,12 @@ TEST(LoginOwnershipImports, LaunchAgentItemsOfAppsNobodyDecidedOn) {
 
 TEST(LoginOwnershipImports, DroppedArgumentsAreThoseAfterTheProgram) {
     using testing::xmlPlist;
-    EXPECT_EQ(LoginOwnership::droppedArguments(plist::parse(xmlPlist(
-                  "<key>ProgramArguments</key><array><string>/A.app/Contents/MacOS/A</string>"
-                  "<string>--background</string><integer>3</integer><string>-minimized</string></array>"))),
+    EXPECT_EQ(LoginOwnership::droppedArguments(plist::parse(
+                  xmlPlist("<key>ProgramArguments</key><array><string>/A.app/Contents/MacOS/A</string>"
+                           "<string>--background</string><integer>3</integer><string>-minimized</string></array>"))),
               (std::vector<std::string>{"--background", "-minimized"}));
-    EXPECT_TRUE(LoginOwnership::droppedArguments(plist::parse(xmlPlist("<key>Program</key><string>/A</string>"))).empty());
+    EXPECT_TRUE(
+        LoginOwnership::droppedArguments(plist::parse(xmlPlist("<key>Program</key><string>/A</string>"))).empty());
     EXPECT_TRUE(LoginOwnership::droppedArguments(std::filesystem::path("/nonexistent/agent.plist")).empty());
 }
 
@@ -142,24 +143,28 @@ TEST(LoginOwnershipBackfill, RecordsWhatEarlierVersionsChangedOnce) {
     config.apps = {drive, mail, managed("com.example.sync", "Sync")};
     config.recordLoginItem("com.example.mail", "Mail", {"/Applications/Mail.app", false});
     config.recordAgent("com.example.sync", "Sync", "com.example.sync.known", "/k.plist", false);
-    config.delayedHelpers = {{"com.example.sync.held", "/h.plist", "com.example.sync", "Sync", DelayedHelper::Mode::delay}};
+    config.delayedHelpers = {
+        {"com.example.sync.held", "/h.plist", "com.example.sync", "Sync", DelayedHelper::Mode::delay}};
     config.keptOff = {"com.example.sync.kept"};
 
     auto disabled = [](const std::string& id, const std::string& label) {
         return StartupItem{id, "x", "/x.app", StartupItem::LaunchAgent{label, "/L/" + label + ".plist"}};
     };
     const std::vector<StartupItem> agents = {
-        disabled("com.example.sync", "com.example.sync.agent"), disabled("com.example.sync", "com.example.sync.known"),
-        disabled("com.example.sync", "com.example.sync.held"),  disabled("com.example.sync", "com.example.sync.kept"),
+        disabled("com.example.sync", "com.example.sync.agent"),
+        disabled("com.example.sync", "com.example.sync.known"),
+        disabled("com.example.sync", "com.example.sync.held"),
+        disabled("com.example.sync", "com.example.sync.kept"),
         disabled("com.example.other", "com.example.other.agent"),
         disabled("com.example.sync", "com.tavik.holdenmere.agent"),
     };
     std::vector<std::string> lines;
     LoginOwnership::backfill(agents, config, lines);
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "ledger: Drive" + kDash + "Login Item recorded (imported before the ledger existed)",
-                         "ledger: Sync" + kDash + "LaunchAgent com.example.sync.agent is disabled; probably by Holdenmere",
-                     }));
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{
+                  "ledger: Drive" + kDash + "Login Item recorded (imported before the ledger existed)",
+                  "ledger: Sync" + kDash + "LaunchAgent com.example.sync.agent is disabled; probably by Holdenmere",
+              }));
     EXPECT_EQ(config.takeover("com.example.drive")->loginItem, (RemovedLoginItem{"/Applications/Drive.app", true}));
     EXPECT_EQ(config.takeover("com.example.sync")->agents,
               (std::vector<DisabledAgent>{{"com.example.sync.known", "/k.plist", false},

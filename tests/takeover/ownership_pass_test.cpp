@@ -13,10 +13,10 @@
 namespace holdenmere {
 namespace {
 
-using ::testing::HasSubstr;
 using testing::FakeLaunchctlRunning;
 using testing::FakeLoginItem;
 using testing::FakeScriptRunning;
+using ::testing::HasSubstr;
 using Calls = std::vector<std::vector<std::string>>;
 
 const std::string kDash = " \xE2\x80\x94 ";
@@ -173,9 +173,9 @@ TEST_F(OwnershipPass, WithoutConsentNothingIsTouched) {
     for (auto consent : {StartupConsent::undecided, StartupConsent::declined}) {
         file.stored.startupConsent = consent;
         auto result = pass();
-        EXPECT_EQ(result.lines, std::vector<std::string>{"startup take-over not enabled" + kDash +
-                                                         "Login Items left to macOS (consent: " +
-                                                         std::string(rawValue(consent)) + ")"});
+        EXPECT_EQ(result.lines, std::vector<std::string>{
+                                    "startup take-over not enabled" + kDash +
+                                    "Login Items left to macOS (consent: " + std::string(rawValue(consent)) + ")"});
         EXPECT_EQ(result.loginItemsNotRemoved, 0);
         EXPECT_EQ(result.config, file.stored);
     }
@@ -215,15 +215,19 @@ TEST_F(OwnershipPass, TakesEverythingOverAndRecordsItFirst) {
     EXPECT_TRUE(saved.apps[2].importedFromLoginItem);
     EXPECT_EQ(saved.apps[3].name, "Cloud");
     EXPECT_TRUE(saved.apps[3].importedFromStartup);
-    EXPECT_EQ(saved.takeovers,
-              (std::vector<TakeoverRecord>{
-                  {"com.example.mail", "Mail", RemovedLoginItem{mail, false}, {}},
-                  {"com.example.drive", "Drive", RemovedLoginItem{drive, true}, {}},
-                  {"com.example.chat", "Chat", RemovedLoginItem{chat, false}, {}},
-                  {"com.example.sync", "Sync", std::nullopt, {{"com.example.sync.agent", plistOf("com.example.sync.agent"), false}}},
-                  {"com.example.cloud", "Cloud", std::nullopt,
-                   {{"com.example.cloud.agent", plistOf("com.example.cloud.agent"), false}}},
-              }));
+    EXPECT_EQ(saved.takeovers, (std::vector<TakeoverRecord>{
+                                   {"com.example.mail", "Mail", RemovedLoginItem{mail, false}, {}},
+                                   {"com.example.drive", "Drive", RemovedLoginItem{drive, true}, {}},
+                                   {"com.example.chat", "Chat", RemovedLoginItem{chat, false}, {}},
+                                   {"com.example.sync",
+                                    "Sync",
+                                    std::nullopt,
+                                    {{"com.example.sync.agent", plistOf("com.example.sync.agent"), false}}},
+                                   {"com.example.cloud",
+                                    "Cloud",
+                                    std::nullopt,
+                                    {{"com.example.cloud.agent", plistOf("com.example.cloud.agent"), false}}},
+                               }));
 
     // The next pass finds nothing left to do and changes nothing.
     const int saves = file.saves;
@@ -236,8 +240,10 @@ TEST_F(OwnershipPass, TakesEverythingOverAndRecordsItFirst) {
 TEST_F(OwnershipPass, AppsWhoseLaunchFailedKeepTheirLoginItemAndAgent) {
     records = {record("com.example.mail", LaunchOutcome::failed), record("com.example.sync", LaunchOutcome::failed)};
     auto result = pass();
-    EXPECT_THAT(result.lines, ::testing::Contains("Mail" + kDash + "its launch failed this pass, so its Login Item stays"));
-    EXPECT_THAT(result.lines, ::testing::Contains("Sync" + kDash + "its launch failed this pass, so its LaunchAgent stays"));
+    EXPECT_THAT(result.lines,
+                ::testing::Contains("Mail" + kDash + "its launch failed this pass, so its Login Item stays"));
+    EXPECT_THAT(result.lines,
+                ::testing::Contains("Sync" + kDash + "its launch failed this pass, so its LaunchAgent stays"));
     EXPECT_EQ(result.loginItemsNotRemoved, 1);
     EXPECT_EQ(scripts.paths(), std::vector<std::string>{mail});
     EXPECT_EQ(disables(), Calls{disableOf("com.example.cloud.agent")});
@@ -250,7 +256,8 @@ TEST_F(OwnershipPass, UnsavedImportsKeepTheirLoginItemsAndAgents) {
     auto result = pass();
     EXPECT_THAT(result.lines, ::testing::Contains("WARNING: could not save imported apps" + kDash +
                                                   "Could not write config: disk full"));
-    EXPECT_THAT(result.lines, ::testing::Contains("Drive" + kDash + "its import could not be saved, so its Login Item stays"));
+    EXPECT_THAT(result.lines,
+                ::testing::Contains("Drive" + kDash + "its import could not be saved, so its Login Item stays"));
     EXPECT_THAT(result.lines,
                 ::testing::Contains("Cloud" + kDash + "its import could not be saved, so its LaunchAgent stays"));
     EXPECT_EQ(result.loginItemsNotRemoved, 1);
@@ -275,8 +282,8 @@ void OwnershipPass::manageAll() {
 
 void OwnershipPass::expectLoginItemsStay() {
     auto result = pass();
-    EXPECT_THAT(result.lines,
-                ::testing::Contains(HasSubstr("WARNING: could not save the recovery record of the Login Items" + kDash)));
+    EXPECT_THAT(result.lines, ::testing::Contains(
+                                  HasSubstr("WARNING: could not save the recovery record of the Login Items" + kDash)));
     EXPECT_THAT(result.lines, ::testing::Contains("Mail" + kDash +
                                                   "the recovery record could not be saved, so its Login Item stays"));
     EXPECT_THAT(result.lines, ::testing::Contains("Drive" + kDash +
@@ -404,9 +411,10 @@ TEST_F(OwnershipPass, FailedSwitchesAndRemovalsAreReported) {
     launchd.exitStatus["disable"] = 5;
     auto result = pass();
     EXPECT_THAT(result.lines, ::testing::Contains("Mail" + kDash + "could NOT remove it from Login Items"));
-    EXPECT_THAT(result.lines, ::testing::Contains("Sync" + kDash +
-                                                  "LaunchAgent com.example.sync.agent is NOT disabled: launchctl disable "
-                                                  "failed (exit 5)"));
+    EXPECT_THAT(result.lines,
+                ::testing::Contains("Sync" + kDash +
+                                    "LaunchAgent com.example.sync.agent is NOT disabled: launchctl disable "
+                                    "failed (exit 5)"));
     EXPECT_EQ(result.loginItemsNotRemoved, 1);
 }
 

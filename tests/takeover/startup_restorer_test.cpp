@@ -26,7 +26,7 @@ protected:
     FakeScriptRunning scripts;
     LoginItemsAuditor auditor{scripts};
     FakeLaunchctlRunning launchd;
-    std::set<std::string> files{"/Applications/Mail.app", "/Applications/Drive.app", "/Applications/Kept.app",
+    std::set<std::string> files{"/Applications/Mail.app",          "/Applications/Drive.app",  "/Applications/Kept.app",
                                 "/L/com.example.mail.agent.plist", "/L/com.example.job.plist", "/L/helper.plist"};
     StartupRestorer::FileExists exists = [this](const std::string& path) { return files.count(path) != 0; };
     AgentTakeover agents{launchd, AgentTakeover::systemEnvironment(), exists};
@@ -39,13 +39,19 @@ protected:
         mail.importedFromLoginItem = true;
         config.apps = {mail};
         config.takeovers = {
-            {"com.example.mail", "Mail", RemovedLoginItem{"/Applications/Mail.app", true},
+            {"com.example.mail",
+             "Mail",
+             RemovedLoginItem{"/Applications/Mail.app", true},
              {{"com.example.mail.agent", "/L/com.example.mail.agent.plist", false}}},
             {"com.example.drive", "Drive", RemovedLoginItem{"/Applications/Drive.app", false}, {}},
             {"com.example.gone", "Gone", RemovedLoginItem{"/Applications/Gone.app", false}, {}},
-            {"com.example.sync", "Sync", std::nullopt,
+            {"com.example.sync",
+             "Sync",
+             std::nullopt,
              {{"com.example.sync.agent", "/L/com.example.sync.agent.plist", true}}},
-            {"com.example.kept", "Kept", RemovedLoginItem{"/Applications/Kept.app", false},
+            {"com.example.kept",
+             "Kept",
+             RemovedLoginItem{"/Applications/Kept.app", false},
              {{"com.example.kept.agent", "/L/kept.plist", false}}},
         };
         config.delayedHelpers = {
@@ -60,8 +66,8 @@ protected:
         config.restoreOptOuts = {"com.example.kept"};
 
         scripts.loginItems.items = {{"/Applications/Drive.app"}};
-        launchd.disabled = {"com.example.mail.agent", "com.example.sync.agent", "com.example.kept.agent",
-                            "com.example.mail.helper", "com.example.job", "com.example.wasoff"};
+        launchd.disabled = {"com.example.mail.agent",  "com.example.sync.agent", "com.example.kept.agent",
+                            "com.example.mail.helper", "com.example.job",        "com.example.wasoff"};
         launchd.labelOfPlist = {{"/L/com.example.mail.agent.plist", "com.example.mail.agent"},
                                 {"/L/com.example.job.plist", "com.example.job"},
                                 {"/L/helper.plist", "com.example.mail.helper"}};
@@ -111,11 +117,10 @@ TEST_F(StartupRestorerTest, GivesBackExactlyWhatTheLedgerRecords) {
 
     // What was given back left the ledger; what failed or was kept stays.
     const HoldenmereConfig& after = report.config;
-    EXPECT_EQ(after.takeovers,
-              (std::vector<TakeoverRecord>{
-                  {"com.example.gone", "Gone", RemovedLoginItem{"/Applications/Gone.app", false}, {}},
-                  config.takeovers[4],
-              }));
+    EXPECT_EQ(after.takeovers, (std::vector<TakeoverRecord>{
+                                   {"com.example.gone", "Gone", RemovedLoginItem{"/Applications/Gone.app", false}, {}},
+                                   config.takeovers[4],
+                               }));
     EXPECT_TRUE(after.delayedHelpers.empty());
     EXPECT_EQ(after.heldStartup, (std::vector<HeldStartupItem>{config.heldStartup[2]}));
     EXPECT_EQ(after.reopenWindowsOriginal, config.reopenWindowsOriginal);
@@ -133,12 +138,12 @@ TEST_F(StartupRestorerTest, GivesBackExactlyWhatTheLedgerRecords) {
 
 TEST_F(StartupRestorerTest, DryRunAsksNothingAndChangesNothing) {
     auto report = restorer.giveBack(config, true, helperDelay);
-    EXPECT_EQ(report.entries[0], (Entry{Source::loginItems, "Mail", "add /Applications/Mail.app (hidden)",
-                                        Outcome::wouldGiveBack}));
-    EXPECT_EQ(report.entries[2].line(), "Login Items: would fail: Gone" + kDash +
-                                            "/Applications/Gone.app no longer exists; kept in the ledger");
-    EXPECT_EQ(report.entries[4].line(), "LaunchAgents: would give back: Mail" + kDash +
-                                            "switch com.example.mail.agent back on");
+    EXPECT_EQ(report.entries[0],
+              (Entry{Source::loginItems, "Mail", "add /Applications/Mail.app (hidden)", Outcome::wouldGiveBack}));
+    EXPECT_EQ(report.entries[2].line(),
+              "Login Items: would fail: Gone" + kDash + "/Applications/Gone.app no longer exists; kept in the ledger");
+    EXPECT_EQ(report.entries[4].line(),
+              "LaunchAgents: would give back: Mail" + kDash + "switch com.example.mail.agent back on");
     EXPECT_EQ(report.entries[9].line(), "held startup items: left off: WasOff" + kDash +
                                             "com.example.wasoff was already off when Holdenmere found it; would leave "
                                             "it off");

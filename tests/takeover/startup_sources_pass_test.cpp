@@ -40,10 +40,11 @@ protected:
 TEST_F(StartupSourcesPass, SwitchesHeldJobsThatCameBackOnOffAgain) {
     auto result = run();
     EXPECT_EQ(result.optOuts.size(), 3u);
-    EXPECT_EQ(result.lines, (std::vector<std::string>{
-                                "re-asserted: Back" + kDash + "com.example.back was switched on again; switched off again",
-                                "skipped: Ext" + kDash + "this build cannot re-assert held appExtension items",
-                            }));
+    EXPECT_EQ(result.lines,
+              (std::vector<std::string>{
+                  "re-asserted: Back" + kDash + "com.example.back was switched on again; switched off again",
+                  "skipped: Ext" + kDash + "this build cannot re-assert held appExtension items",
+              }));
     EXPECT_EQ(launchd.changes(), (Calls{{"disable", launchdServiceTarget("com.example.back")}}));
     EXPECT_EQ(result.countsLine(), "re_assert_failed=0 re_assert_skipped=1 gracefully_quit=0");
     EXPECT_EQ(LoginOwnership::startupStepBudget(result.optOuts), 30 + 3 * 25);
@@ -52,9 +53,10 @@ TEST_F(StartupSourcesPass, SwitchesHeldJobsThatCameBackOnOffAgain) {
 TEST_F(StartupSourcesPass, FailuresAndAnUnreadableDisabledList) {
     launchd.exitStatus["disable"] = 5;
     auto result = run();
-    EXPECT_EQ(result.lines.front(), "Back" + kDash +
-                                        "com.example.back is switched on again and could NOT be switched off: launchctl "
-                                        "disable failed (exit 5)");
+    EXPECT_EQ(result.lines.front(),
+              "Back" + kDash +
+                  "com.example.back is switched on again and could NOT be switched off: launchctl "
+                  "disable failed (exit 5)");
     EXPECT_EQ(result.countsLine(), "re_assert_failed=1 re_assert_skipped=1 gracefully_quit=0");
 
     // Without the list no enabled job can be told apart: nothing is switched.
