@@ -3,6 +3,7 @@
 #include "app/audit_mode.h"
 #include "app/gate_mode.h"
 #include "app/repair_helpers_mode.h"
+#include "app/restore_startup_mode.h"
 #include "app/system_services.h"
 
 #include <exception>
@@ -13,6 +14,7 @@
 #include "core/config/config_store.h"
 #include "core/config/last_login_conflicts.h"
 #include "core/gate/open_at_login.h"
+#include "core/launchd/agent_installer.h"
 #include "core/support/environment.h"
 #include "core/takeover/startup_mutation_lock.h"
 
@@ -64,16 +66,10 @@ int runMutatingMode(const CLIMode& mode, std::ostream& out, std::ostream& err) {
         return runRepairHelpers(run, out, err, *launchctl, [&] { return scanDisabledAgents(*launchctl); });
     }
 
-    try {
-        (void)store.load();
-    } catch (const ConfigStoreError& error) {
-        err << kTag << "ERROR: config unreadable at " << store.url.string() << ": " << error.what()
-            << ". Nothing restored.\n";
-        return exit_status::kConfigUnreadable;
-    }
-
-    err << kTag << "ERROR: this build cannot give startup back yet. Nothing restored.\n";
-    return exit_status::kFailure;
+    const auto launchctl = makeSystemLaunchctl();
+    const auto scripts = makeSystemScriptRunner();
+    const auto run = RestoreStartupRun::atPath(mode.dryRun, store.url, AgentInstaller::defaultPlistURL());
+    return runRestoreStartup(run, out, err, *launchctl, *scripts);
 }
 
 int runApp(std::ostream& err) {

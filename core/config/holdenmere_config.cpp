@@ -99,4 +99,59 @@ void HoldenmereConfig::recordAgent(std::string_view bundleIdentifier, std::strin
     }
 }
 
+namespace {
+
+TakeoverRecord& takeoverRecord(std::vector<TakeoverRecord>& takeovers, std::string_view bundleIdentifier,
+                               std::string_view name) {
+    auto record = std::find_if(takeovers.begin(), takeovers.end(), [&](const TakeoverRecord& existing) {
+        return existing.bundleIdentifier == bundleIdentifier;
+    });
+    if (record != takeovers.end()) return *record;
+    return takeovers.emplace_back(TakeoverRecord{std::string(bundleIdentifier), std::string(name), std::nullopt, {}});
+}
+
+}  // namespace
+
+void HoldenmereConfig::record(const AgentTakeoverResult& result) {
+    recordAgent(result.bundleIdentifier, result.name, result.label, result.plistPath, false);
+}
+
+void HoldenmereConfig::recordLoginItem(std::string_view bundleIdentifier, std::string_view name,
+                                       const RemovedLoginItem& loginItem) {
+    TakeoverRecord& record = takeoverRecord(takeovers, bundleIdentifier, name);
+    if (!record.loginItem) record.loginItem = loginItem;
+}
+
+void HoldenmereConfig::mergeLedger(const HoldenmereConfig& from) {
+    for (const auto& incoming : from.takeovers) {
+        TakeoverRecord& record = takeoverRecord(takeovers, incoming.bundleIdentifier, incoming.name);
+        if (!record.loginItem) record.loginItem = incoming.loginItem;
+        for (const auto& agent : incoming.agents) {
+            auto existing = std::find_if(record.agents.begin(), record.agents.end(),
+                                         [&](const DisabledAgent& candidate) { return candidate.label == agent.label; });
+            if (existing == record.agents.end()) {
+                record.agents.push_back(agent);
+            } else if (existing->inferred && !agent.inferred) {
+                *existing = agent;
+            }
+        }
+    }
+    for (const auto& item : from.heldStartup) hold(item);
+}
+
+bool HoldenmereConfig::manage(const ManagedApp& app) {
+    bool known = std::any_of(apps.begin(), apps.end(),
+                             [&](const ManagedApp& existing) { return existing.bundleIdentifier == app.bundleIdentifier; });
+    if (known) return false;
+    apps.push_back(app);
+    return true;
+}
+
+const TakeoverRecord* HoldenmereConfig::takeover(std::string_view bundleIdentifier) const {
+    auto record = std::find_if(takeovers.begin(), takeovers.end(), [&](const TakeoverRecord& existing) {
+        return existing.bundleIdentifier == bundleIdentifier;
+    });
+    return record == takeovers.end() ? nullptr : &*record;
+}
+
 }  // namespace holdenmere

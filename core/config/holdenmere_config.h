@@ -109,6 +109,16 @@ struct ReopenWindowsRecord {
     friend bool operator==(const ReopenWindowsRecord&, const ReopenWindowsRecord&) = default;
 };
 
+// One LaunchAgent switched off on behalf of an app at a login pass.
+struct AgentTakeoverResult {
+    std::string name;  // the app's
+    std::string bundleIdentifier;
+    std::string label;
+    std::string plistPath;
+
+    friend bool operator==(const AgentTakeoverResult&, const AgentTakeoverResult&) = default;
+};
+
 enum class StartupConsent { undecided, granted, declined };
 std::string_view rawValue(StartupConsent consent);
 std::optional<StartupConsent> startupConsentFromRaw(std::string_view raw);
@@ -151,6 +161,23 @@ struct HoldenmereConfig {
     // creating that record when needed; an agent of the same label is replaced.
     void recordAgent(std::string_view bundleIdentifier, std::string_view name, std::string_view label,
                      std::string_view plistPath, bool inferred);
+    // recordAgent for an agent switched off by association (not inferred).
+    void record(const AgentTakeoverResult& result);
+    // Records a removed Login Item under the take-over record of the app,
+    // creating that record when needed. A Login Item already recorded keeps
+    // its first record, which knows how the user had it (hidden or not).
+    void recordLoginItem(std::string_view bundleIdentifier, std::string_view name, const RemovedLoginItem& loginItem);
+    // Brings another configuration's ledger into this one: its take-over
+    // records (per bundle identifier; a Login Item already recorded is kept,
+    // agents are added by label, and an inferred agent gives way to one known
+    // by association) and its held startup items (as hold does). Nothing
+    // else of `from` is read.
+    void mergeLedger(const HoldenmereConfig& from);
+    // Adds a managed app unless one with its bundle identifier is already
+    // managed; whether it was added.
+    bool manage(const ManagedApp& app);
+    // The take-over record of an app, or null.
+    const TakeoverRecord* takeover(std::string_view bundleIdentifier) const;
 
     friend bool operator==(const HoldenmereConfig&, const HoldenmereConfig&) = default;
 };

@@ -1,17 +1,49 @@
 #pragma once
 
+#include <filesystem>
+#include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
+#include "core/config/launch_record.h"
+#include "core/discovery/launch_agent_scanner.h"
+#include "core/discovery/login_items_auditor.h"
+#include "core/discovery/startup_item.h"
+#include "core/support/plist.h"
+#include "core/takeover/agent_takeover.h"
 
 namespace holdenmere {
 
 // Makes Holdenmere the one that starts the managed apps at login, and keeps
-// stored configurations up to date.
+// stored configurations up to date. Pure planning functions plus the pass
+// that carries a plan out through the Login Items auditor, the LaunchAgent
+// scanner and AgentTakeover, recording every change in the configuration's
+// ledger before it makes it.
 struct LoginOwnership {
+    using LoginItem = LoginItemsAuditor::LoginItem;
+    using AgentTakeoverResult = holdenmere::AgentTakeoverResult;
+
+    // What to do with the current Login Items.
+    struct Plan {
+        std::vector<ManagedApp> imports;         // apps to add to the configuration
+        std::vector<LoginItem> importRemovals;   // Login Items of those apps, to remove
+        std::vector<LoginItem> blockRemovals;    // Login Items of blocked apps, to remove
+        std::vector<LoginItem> managedRemovals;  // Login Items of managed apps, to remove
+        std::vector<LoginItem> ignored;          // not apps; they stay
+        std::vector<std::string> logLines;       // in Login-Item order
+
+        // The log lines do not count.
+        bool isEmpty() const {
+            return imports.empty() && importRemovals.empty() && blockRemovals.empty() && managedRemovals.empty() &&
+                   ignored.empty();
+        }
+        friend bool operator==(const Plan&, const Plan&) = default;
+    };
+
     // A stored configuration brought up to date.
     struct Migration {
         HoldenmereConfig config;
@@ -26,11 +58,149 @@ struct LoginOwnership {
         }
     };
 
+    // What the ownership pass did.
+    struct PassResult {
+        HoldenmereConfig config;         // the configuration after the pass
+        std::vector<std::string> lines;  // log lines, in order, without the "[Holdenmere] " tag
+        int loginItemsNotRemoved = 0;    // planned removals that did not happen
+    };
+
+    // How the re-assert step ended for the held startup items.
+    struct StartupSourcesTally {
+        int reassertFailed = 0;
+        // Launchd jobs that could not be checked (launchd's disabled list
+        // could not be read). Held items of sources this build cannot act
+        // on are counted from the list of opt-outs by countsLine.
+        int reassertSkipped = 0;
+        int gracefullyQuit = 0;  // session-restored apps quit (none in this build)
+        bool configUnreadable = false;
+
+        friend bool operator==(const StartupSourcesTally&, const StartupSourcesTally&) = default;
+    };
+
+    struct StartupSourcesResult {
+        std::vector<HeldStartupItem> optOuts;  // the held items the step looked at
+        StartupSourcesTally tally;
+        std::vector<std::string> lines;
+
+        std::string countsLine() const { return LoginOwnership::countsLine(optOuts, tally); }
+    };
+
+    // Where an imported app came from, for the warning when it fails to open.
+    enum class ImportOrigin { loginItem, startupItem };
+
+    // Saves the recovery entry of one agent before it is switched off;
+    // false when it could not be saved.
+    using RecordFirst = std::function<bool(const AgentTakeoverResult&)>;
+    // Why an app's agents stay as they are this pass (the rest of the line
+    // after "{name} — "), or nothing.
+    using StaysReason = std::function<std::optional<std::string>(const ManagedApp&)>;
+
+    // --- Planning ---------------------------------------------------------
+
+    // Decides, for each Login Item in order, by the first rule that matches:
+    // not an app (ignored), Holdenmere itself (nothing), left to macOS, run
+    // by a system LaunchDaemon, managed (removed), blocked (removed), else
+    // imported (removed). `switchedOff` holds the bundle identifiers the user
+    // switched off in Holdenmere; it only changes a blocked app's line.
+    static Plan plan(const std::vector<LoginItem>& loginItems, const std::vector<ManagedApp>& managed,
+                     const std::vector<BlockedApp>& blocked, const std::set<std::string>& systemDaemonAppPaths,
+                     const std::set<std::string>& switchedOff, const std::vector<std::string>& leftToMacOS);
+
     // Run at the start of every pass, before the network wait: managed apps
     // switched off in the app become blocked apps, apps that a system
     // LaunchDaemon runs leave the managed list, and stored delays outside
     // 0 ... 40 s are clamped into that range. One line per change.
     static Migration migrate(const HoldenmereConfig& config, const std::set<std::string>& systemDaemonAppPaths);
+
+    // Apps to import from startup items other than Login Items (LaunchAgents
+    // that open an app's own executable): those with a path that are not
+    // Holdenmere, not managed, not blocked, not left to macOS and not run by
+    // a system LaunchDaemon; the first item of each app, in input order.
+    static std::vector<ManagedApp> discoveredImports(const std::vector<StartupItem>& items,
+                                                     const std::vector<ManagedApp>& managed,
+                                                     const std::vector<BlockedApp>& blocked,
+                                                     const std::set<std::string>& systemDaemonAppPaths,
+                                                     const std::vector<std::string>& leftToMacOS);
+
+    // The arguments an agent's "ProgramArguments" passes after the program,
+    // which Holdenmere does not pass when it opens the app itself. Empty for
+    // a plist that cannot be read.
+    static std::vector<std::string> droppedArguments(const plist::Value& agentPlist);
+    static std::vector<std::string> droppedArguments(const std::filesystem::path& agentPlistPath);
+
+    // The safety candidate for one agent that opens `app`.
+    static StartupSafety::Candidate agentCandidate(const ManagedApp& app, const std::string& label,
+                                                   const std::string& plistPath);
+
+    // Switches off the LaunchAgents that open these apps (managed apps, and
+    // blocked apps turned into managed-app records), one line per agent:
+    // only agents the safety rules allow without confirmation, only after
+    // `recordFirst` saved their recovery entry, never for an app that
+    // `staysReason` keeps. The agents switched off, in order.
+    static std::vector<AgentTakeoverResult> takeOverAgents(const std::vector<ManagedApp>& of,
+                                                           const LaunchAgentScanner& scanner, AgentTakeover& takeover,
+                                                           const RecordFirst& recordFirst,
+                                                           std::vector<std::string>& lines,
+                                                           const StaysReason& staysReason = {});
+
+    // Fills the ledger for changes made before it existed: imported Login
+    // Items of managed apps, and disabled LaunchAgents of managed apps that
+    // no record explains (recorded as inferred). One line per entry.
+    static void backfill(const std::vector<StartupItem>& disabledEligibleAgents, HoldenmereConfig& config,
+                         std::vector<std::string>& lines);
+
+    // The ineligible startup items still worth showing: not Holdenmere's,
+    // not of a blocked app, the first of each label.
+    static std::vector<IneligibleStartupItem> shownIneligible(const std::vector<IneligibleStartupItem>& items,
+                                                              const std::vector<ManagedApp>& managed,
+                                                              const std::vector<BlockedApp>& blocked);
+
+    // --- The pass ---------------------------------------------------------
+
+    // Takes Login Items and LaunchAgents over, with consent, at the end of a
+    // login pass. The caller holds the startup mutation lock; `load` and
+    // `save` throw ConfigStoreError. `records` are this pass's launch records:
+    // an app whose launch failed keeps its Login Item and its agents.
+    static PassResult ownershipPass(const std::function<HoldenmereConfig()>& load,
+                                    const std::function<void(const HoldenmereConfig&)>& save,
+                                    const std::vector<LaunchRecord>& records, LoginItemsAuditor& auditor,
+                                    const LaunchAgentScanner& agentScanner, AgentTakeover& takeover,
+                                    const std::set<std::string>& systemDaemonAppPaths,
+                                    const std::set<std::string>& switchedOff);
+
+    // --- Re-asserting held startup items ----------------------------------
+
+    // The held items the startup-sources step looks at: every held item not
+    // excluded in "restoreOptOuts", in the configuration's order.
+    static std::vector<HeldStartupItem> startupOptOuts(const HoldenmereConfig& config);
+    // 30 s, plus 25 s for each item.
+    static double startupStepBudget(const std::vector<HeldStartupItem>& optOuts);
+    // Switches held launchd jobs that launchd lists as enabled again back
+    // off. Held items of other sources are passed over (this build cannot act
+    // on them), and no session-restored app is quit. Runs before the
+    // ownership pass, under the same lock: it touches only what earlier
+    // passes recorded, so a slow or hanging Login Items script cannot starve it.
+    static StartupSourcesResult startupSourcesPass(const std::function<HoldenmereConfig()>& load,
+                                                   AgentTakeover& enforcer);
+    // "re_assert_failed={n} re_assert_skipped={n} gracefully_quit={n}", and
+    // " config=unreadable" when the configuration could not be read.
+    static std::string countsLine(const std::vector<HeldStartupItem>& optOuts, const StartupSourcesTally& tally);
+
+    // --- Report -----------------------------------------------------------
+
+    // For each app imported in an earlier pass whose launch failed in this
+    // one, in the apps' order, its warning line.
+    static std::vector<std::string> importedFailures(const std::vector<LaunchRecord>& records,
+                                                     const std::vector<ManagedApp>& apps);
+    static std::string importedFailureLine(std::string_view appName, ImportOrigin origin = ImportOrigin::loginItem);
+    // "done: launched={n} already_running={n} failed={n}
+    // login_items_not_removed={n}", the counts from this pass's app records.
+    static std::string doneLine(const std::vector<LaunchRecord>& records, int loginItemsNotRemoved);
+    // "{appName} will not start at login."
+    static std::string removedMessage(std::string_view appName);
+    // The desktop app's help text about removing an app.
+    static std::string removeHelp(std::string_view appName);
 
     // "." and ".." resolved and a trailing slash dropped, without touching
     // the file system: "/Applications/./Mail.app/" -> "/Applications/Mail.app".

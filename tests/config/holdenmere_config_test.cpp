@@ -121,8 +121,8 @@ TEST(HoldenmereConfig, KeepOffHoldAndRecordAgentKeepTheirInvariants) {
     config.keepOff({"b", "c"});
     EXPECT_EQ(config.keptOff, (std::vector<std::string>{"a", "b", "c"}));
 
-    HeldStartupItem item{StartupSource::launchdJob, "com.example.sync", "com.example", "Sync", "enabled",
-                         std::nullopt, Date{100}};
+    HeldStartupItem item{
+        StartupSource::launchdJob, "com.example.sync", "com.example", "Sync", "enabled", std::nullopt, Date{100}};
     config.hold(item);
     HeldStartupItem again = item;
     again.previous = "disabled";
@@ -138,10 +138,56 @@ TEST(HoldenmereConfig, KeepOffHoldAndRecordAgentKeepTheirInvariants) {
     config.recordAgent("com.example", "Example", "com.example.agent", "/c.plist", true);
     config.recordAgent("com.second", "Second", "com.second.agent", "/d.plist", false);
     ASSERT_EQ(config.takeovers.size(), 2u);
-    EXPECT_EQ(config.takeovers[0].agents,
-              (std::vector<DisabledAgent>{{"com.example.agent", "/c.plist", true}, {"com.example.other", "/b.plist", true}}));
+    EXPECT_EQ(config.takeovers[0].agents, (std::vector<DisabledAgent>{{"com.example.agent", "/c.plist", true},
+                                                                      {"com.example.other", "/b.plist", true}}));
     EXPECT_FALSE(config.takeovers[0].loginItem.has_value());
     EXPECT_EQ(config.takeovers[1].name, "Second");
+}
+
+TEST(HoldenmereConfigLedger, RecordsMergeAndManage) {
+    HoldenmereConfig config;
+    config.recordLoginItem("com.example.mail", "Mail", {"/Applications/Mail.app", true});
+    config.recordLoginItem("com.example.mail", "Mail", {"/Users/sam/Mail.app", false});
+    config.record(AgentTakeoverResult{"Mail", "com.example.mail", "com.example.mail.agent", "/m.plist"});
+    ASSERT_EQ(config.takeovers.size(), 1u);
+    // The first Login Item record knows how the user had it.
+    EXPECT_EQ(config.takeover("com.example.mail")->loginItem, (RemovedLoginItem{"/Applications/Mail.app", true}));
+    EXPECT_EQ(config.takeover("com.example.mail")->agents,
+              (std::vector<DisabledAgent>{{"com.example.mail.agent", "/m.plist", false}}));
+    EXPECT_EQ(config.takeover("com.example.other"), nullptr);
+
+    HoldenmereConfig pass;
+    pass.recordLoginItem("com.example.mail", "Mail", {"/elsewhere/Mail.app", false});
+    pass.recordAgent("com.example.mail", "Mail", "com.example.mail.agent", "/other.plist", true);
+    pass.recordAgent("com.example.mail", "Mail", "com.example.mail.sync", "/s.plist", true);
+    pass.recordAgent("com.example.drive", "Drive", "com.example.drive.agent", "/d.plist", false);
+    pass.hold({StartupSource::launchdJob, "com.example.job", std::nullopt, "Job", "on", std::nullopt, Date{1}});
+    pass.apps = {app("com.example.ignored", 0)};
+    config.mergeLedger(pass);
+    config.mergeLedger(pass);
+    EXPECT_EQ(config.takeovers,
+              (std::vector<TakeoverRecord>{
+                  {"com.example.mail",
+                   "Mail",
+                   RemovedLoginItem{"/Applications/Mail.app", true},
+                   {{"com.example.mail.agent", "/m.plist", false}, {"com.example.mail.sync", "/s.plist", true}}},
+                  {"com.example.drive", "Drive", std::nullopt, {{"com.example.drive.agent", "/d.plist", false}}},
+              }));
+    EXPECT_EQ(config.heldStartup.size(), 1u);
+    EXPECT_TRUE(config.apps.empty());
+
+    // An agent known only by inference gives way to one known by association.
+    HoldenmereConfig inferred;
+    inferred.recordAgent("com.example.a", "A", "com.example.a.agent", "/a.plist", true);
+    HoldenmereConfig known;
+    known.recordAgent("com.example.a", "A", "com.example.a.agent", "/a.plist", false);
+    inferred.mergeLedger(known);
+    EXPECT_FALSE(inferred.takeovers[0].agents[0].inferred);
+
+    EXPECT_TRUE(config.manage(app("com.example.mail", 0)));
+    EXPECT_FALSE(config.manage(app("com.example.mail", 5)));
+    ASSERT_EQ(config.apps.size(), 1u);
+    EXPECT_EQ(config.apps[0].delaySeconds, 0);
 }
 
 }  // namespace

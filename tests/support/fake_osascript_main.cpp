@@ -9,7 +9,10 @@
 //                         {"pid": N, "argv": [...]} (argv without argv[0]).
 //   FAKE_OSASCRIPT_MODE   optional: "denied" (Automation not allowed), "nogui"
 //                         (no window server session) or "hang" (waits
-//                         forever, as at an unanswered permission prompt).
+//                         forever, as at an unanswered permission prompt)
+//                         or "slow:<ms>" (answers normally after that many
+//                         milliseconds, so that a test can catch its caller
+//                         in the middle of its work).
 //                         Without it, the contents of "{STATE}.mode" if that
 //                         file exists, so a test can switch modes between calls.
 //
@@ -17,6 +20,7 @@
 // tests/fixtures/osascript/README.md).
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
@@ -24,6 +28,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/system_events_login_items.h"
@@ -84,6 +89,7 @@ int main(int argc, char** argv) {
     if (mode == "hang") {
         for (;;) ::pause();
     }
+    if (mode.starts_with("slow:")) std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(mode.c_str() + 5)));
     if (mode == "denied") {
         return finish(ScriptAnswer{1, "", SystemEventsLoginItems::errorLine(script, kNotAuthorized)});
     }

@@ -1,0 +1,203 @@
+#include "core/takeover/startup_restorer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/launchd/system_launchctl.h"
+#include "tests/support/fake_launchctl.h"
+#include "tests/support/fake_launchctl_running.h"
+#include "tests/support/fake_script_running.h"
+
+namespace holdenmere {
+namespace {
+
+using testing::FakeLaunchctlRunning;
+using testing::FakeLoginItem;
+using testing::FakeScriptRunning;
+using Outcome = StartupRestorer::Outcome;
+using Source = StartupRestorer::Source;
+using Entry = StartupRestorer::Entry;
+using Calls = std::vector<std::vector<std::string>>;
+
+const std::string kDash = " \xE2\x80\x94 ";
+
+class StartupRestorerTest : public ::testing::Test {
+protected:
+    FakeScriptRunning scripts;
+    LoginItemsAuditor auditor{scripts};
+    FakeLaunchctlRunning launchd;
+    std::set<std::string> files{"/Applications/Mail.app",          "/Applications/Drive.app",  "/Applications/Kept.app",
+                                "/L/com.example.mail.agent.plist", "/L/com.example.job.plist", "/L/helper.plist"};
+    StartupRestorer::FileExists exists = [this](const std::string& path) { return files.count(path) != 0; };
+    AgentTakeover agents{launchd, AgentTakeover::systemEnvironment(), exists};
+    HelperDelay helperDelay{launchd, exists};
+    StartupRestorer restorer{auditor, agents, exists};
+    HoldenmereConfig config;
+
+    void SetUp() override {
+        ManagedApp mail{"com.example.mail", "Mail", "/Applications/Mail.app"};
+        mail.importedFromLoginItem = true;
+        config.apps = {mail};
+        config.takeovers = {
+            {"com.example.mail",
+             "Mail",
+             RemovedLoginItem{"/Applications/Mail.app", true},
+             {{"com.example.mail.agent", "/L/com.example.mail.agent.plist", false}}},
+            {"com.example.drive", "Drive", RemovedLoginItem{"/Applications/Drive.app", false}, {}},
+            {"com.example.gone", "Gone", RemovedLoginItem{"/Applications/Gone.app", false}, {}},
+            {"com.example.sync",
+             "Sync",
+             std::nullopt,
+             {{"com.example.sync.agent", "/L/com.example.sync.agent.plist", true}}},
+            {"com.example.kept",
+             "Kept",
+             RemovedLoginItem{"/Applications/Kept.app", false},
+             {{"com.example.kept.agent", "/L/kept.plist", false}}},
+        };
+        config.delayedHelpers = {
+            {"com.example.mail.helper", "/L/helper.plist", "com.example.mail", "Mail", DelayedHelper::Mode::delay}};
+        config.heldStartup = {
+            {StartupSource::launchdJob, "com.example.job", "com.example.job", "Job", "startsAtLogin",
+             "/L/com.example.job.plist", Date{0}},
+            {StartupSource::launchdJob, "com.example.wasoff", std::nullopt, "WasOff", "off", std::nullopt, Date{0}},
+            {StartupSource::appExtension, "com.example.ext", std::nullopt, "Ext", "on", std::nullopt, Date{0}},
+        };
+        config.reopenWindowsOriginal = ReopenWindowsRecord{true, true, Date{0}};
+        config.restoreOptOuts = {"com.example.kept"};
+
+        scripts.loginItems.items = {{"/Applications/Drive.app"}};
+        launchd.disabled = {"com.example.mail.agent",  "com.example.sync.agent", "com.example.kept.agent",
+                            "com.example.mail.helper", "com.example.job",        "com.example.wasoff"};
+        launchd.labelOfPlist = {{"/L/com.example.mail.agent.plist", "com.example.mail.agent"},
+                                {"/L/com.example.job.plist", "com.example.job"},
+                                {"/L/helper.plist", "com.example.mail.helper"}};
+    }
+
+    static std::vector<std::string> lines(const StartupRestorer::Report& report) {
+        std::vector<std::string> result;
+        for (const auto& entry : report.entries) result.push_back(entry.line());
+        return result;
+    }
+};
+
+TEST_F(StartupRestorerTest, GivesBackExactlyWhatTheLedgerRecords) {
+    auto report = restorer.giveBack(config, false, helperDelay);
+    EXPECT_EQ(lines(report),
+              (std::vector<std::string>{
+                  "Login Items: given back: Mail" + kDash + "added /Applications/Mail.app (hidden)",
+                  "Login Items: given back: Drive" + kDash + "/Applications/Drive.app is in Login Items already",
+                  "Login Items: FAILED: Gone" + kDash + "/Applications/Gone.app no longer exists; kept in the ledger",
+                  "Login Items: kept off: Kept" + kDash +
+                      "/Applications/Kept.app: you excluded it from giving back; kept in the ledger",
+                  "LaunchAgents: given back: Mail" + kDash + "com.example.mail.agent switched back on",
+                  "LaunchAgents: given back: Sync" + kDash +
+                      "com.example.sync.agent (found disabled, probably by Holdenmere) switched back on; its plist is "
+                      "gone, so there is nothing to load",
+                  "LaunchAgents: kept off: Kept" + kDash +
+                      "com.example.kept.agent: you excluded it from giving back; kept in the ledger",
+                  "held helpers: given back: Mail" + kDash + "com.example.mail.helper switched back on",
+                  "held startup items: given back: Job" + kDash + "com.example.job switched back on",
+                  "held startup items: left off: WasOff" + kDash +
+                      "com.example.wasoff was already off when Holdenmere found it",
+                  "held startup items: kept in the ledger: Ext" + kDash +
+                      "this build cannot switch appExtension items back on; kept in the ledger",
+                  "reopen-windows setting: kept in the ledger: reopen windows when logging back in" + kDash +
+                      "this build cannot restore it; kept in the ledger",
+              }));
+    EXPECT_TRUE(report.anyFailed());
+    EXPECT_TRUE(report.ledgerChanged);
+
+    // The Login Item came back as it was, once.
+    EXPECT_EQ(scripts.loginItems.items,
+              (std::vector<FakeLoginItem>{{"/Applications/Drive.app", false}, {"/Applications/Mail.app", true}}));
+    // Switched on and loaded; what was off when found, or kept off, stays off.
+    EXPECT_EQ(launchd.disabled, (std::set<std::string>{"com.example.kept.agent", "com.example.wasoff"}));
+    EXPECT_EQ(launchd.loaded,
+              (std::set<std::string>{"com.example.mail.agent", "com.example.mail.helper", "com.example.job"}));
+
+    // What was given back left the ledger; what failed or was kept stays.
+    const HoldenmereConfig& after = report.config;
+    EXPECT_EQ(after.takeovers, (std::vector<TakeoverRecord>{
+                                   {"com.example.gone", "Gone", RemovedLoginItem{"/Applications/Gone.app", false}, {}},
+                                   config.takeovers[4],
+                               }));
+    EXPECT_TRUE(after.delayedHelpers.empty());
+    EXPECT_EQ(after.heldStartup, (std::vector<HeldStartupItem>{config.heldStartup[2]}));
+    EXPECT_EQ(after.reopenWindowsOriginal, config.reopenWindowsOriginal);
+    EXPECT_FALSE(after.apps[0].importedFromLoginItem);
+
+    // A second run gives nothing back twice.
+    scripts.clearScripts();
+    const auto changesBefore = launchd.changes().size();
+    auto again = restorer.giveBack(after, false, helperDelay);
+    EXPECT_FALSE(again.ledgerChanged);
+    EXPECT_EQ(again.config, after);
+    EXPECT_EQ(launchd.changes().size(), changesBefore);
+    for (const auto& script : scripts.scripts()) EXPECT_EQ(script.find("make new"), std::string::npos);
+}
+
+TEST_F(StartupRestorerTest, DryRunAsksNothingAndChangesNothing) {
+    auto report = restorer.giveBack(config, true, helperDelay);
+    EXPECT_EQ(report.entries[0],
+              (Entry{Source::loginItems, "Mail", "add /Applications/Mail.app (hidden)", Outcome::wouldGiveBack}));
+    EXPECT_EQ(report.entries[2].line(),
+              "Login Items: would fail: Gone" + kDash + "/Applications/Gone.app no longer exists; kept in the ledger");
+    EXPECT_EQ(report.entries[4].line(),
+              "LaunchAgents: would give back: Mail" + kDash + "switch com.example.mail.agent back on");
+    EXPECT_EQ(report.entries[9].line(), "held startup items: left off: WasOff" + kDash +
+                                            "com.example.wasoff was already off when Holdenmere found it; would leave "
+                                            "it off");
+    EXPECT_EQ(report.config, config);
+    EXPECT_FALSE(report.ledgerChanged);
+    EXPECT_FALSE(report.anyFailed());
+    EXPECT_TRUE(scripts.scripts().empty());
+    EXPECT_TRUE(launchd.calls().empty());
+}
+
+TEST_F(StartupRestorerTest, FailuresStayInTheLedger) {
+    // System Events not allowed, launchd refusing.
+    scripts.unavailable = true;
+    launchd.exitStatus["enable"] = 5;
+    config.restoreOptOuts.clear();
+    auto report = restorer.giveBack(config, false, helperDelay);
+    EXPECT_THAT(lines(report),
+                ::testing::Contains("Login Items: FAILED: Mail" + kDash +
+                                    "System Events did not add /Applications/Mail.app (is Holdenmere allowed to "
+                                    "control System Events?); kept in the ledger"));
+    EXPECT_THAT(lines(report), ::testing::Contains("LaunchAgents: FAILED: Mail" + kDash +
+                                                   "com.example.mail.agent: launchctl enable failed (exit 5); kept in "
+                                                   "the ledger"));
+    EXPECT_THAT(lines(report), ::testing::Contains("held helpers: FAILED: Mail" + kDash +
+                                                   "com.example.mail.helper: launchctl enable failed (exit 5); kept in "
+                                                   "the ledger"));
+    // Nothing was given back but the Login Item that is there already (the
+    // list cannot be read, so that one fails too).
+    HoldenmereConfig expected = config;
+    expected.heldStartup.erase(expected.heldStartup.begin() + 1);  // was off when found: nothing to give back
+    EXPECT_EQ(report.config, expected);
+}
+
+TEST(StartupRestorerHang, AHangingLaunchctlIsAFailureKeptInTheLedger) {
+    testing::FakeLaunchctlTool tool;
+    tool.mark("com.example.sync.agent", true);
+    tool.hang("enable");
+    SystemLaunchctl launchctl(testing::FakeLaunchctlTool::executable(),
+                              SystemLaunchctl::Limits{std::chrono::milliseconds(2000), std::chrono::milliseconds(300)});
+    FakeScriptRunning scripts;
+    LoginItemsAuditor auditor(scripts);
+    AgentTakeover agents(launchctl);
+    HelperDelay helperDelay(launchctl);
+    HoldenmereConfig config;
+    config.recordAgent("com.example.sync", "Sync", "com.example.sync.agent", "/L/sync.plist", false);
+
+    auto report = StartupRestorer(auditor, agents).giveBack(config, false, helperDelay);
+    ASSERT_EQ(report.entries.size(), 1u);
+    EXPECT_EQ(report.entries[0].line(), "LaunchAgents: FAILED: Sync" + kDash +
+                                            "com.example.sync.agent: launchctl enable failed (exit -1); kept in the "
+                                            "ledger");
+    EXPECT_EQ(report.config, config);
+    EXPECT_TRUE(tool.state().disabled.at("com.example.sync.agent"));
+}
+
+}  // namespace
+}  // namespace holdenmere
