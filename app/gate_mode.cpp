@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <system_error>
 #include <thread>
 
 #include "app/command_line.h"
@@ -12,6 +15,7 @@
 #include "core/apps/app_running.h"
 #include "core/config/config_store.h"
 #include "core/config/history_store.h"
+#include "core/discovery/launch_agent_scanner.h"
 #include "core/discovery/login_items_auditor.h"
 #include "core/discovery/reregistration_sweep.h"
 #include "core/discovery/system_daemon_scanner.h"
@@ -25,7 +29,9 @@
 #include "core/support/bundle.h"
 #include "core/support/clock.h"
 #include "core/support/environment.h"
+#include "core/takeover/agent_takeover.h"
 #include "core/takeover/login_ownership.h"
+#include "core/takeover/startup_mutation_lock.h"
 
 namespace holdenmere {
 namespace {
@@ -84,6 +90,54 @@ struct SystemGateServices {
                           Bundle::main(),
                           static_cast<int>(::getpid())};
 };
+
+// The startup-sources step: held launchd jobs switched off again where
+// launchd switched them back on, then the Login Items and LaunchAgents of
+// managed and blocked apps taken over (with consent). Everything it changes
+// is recorded in the ledger first, under the startup mutation lock, so that
+// the desktop app and --restore-startup never interleave with it. It runs
+// on a thread of its own under its own deadline; the lines it produced are
+// handed back for the pass to print.
+struct StartupSourcesStep {
+    Signal done;
+    std::mutex mutex;
+    std::vector<std::string> lines;  // without the tag
+
+    void add(std::string line) {
+        std::lock_guard lock(mutex);
+        lines.push_back(std::move(line));
+    }
+    std::vector<std::string> take() {
+        std::lock_guard lock(mutex);
+        return std::move(lines);
+    }
+};
+
+void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, const ConfigStore& store,
+                           const std::vector<LaunchRecord>& records, const std::set<std::string>& systemDaemonAppPaths,
+                           const std::set<std::string>& switchedOff) {
+    std::optional<StartupMutationLock::Lease> lease;
+    try {
+        lease.emplace(StartupMutationLock(store.url).acquire(/*wait=*/true));
+    } catch (const std::system_error& error) {
+        step.add(std::string("ERROR: startup mutation lock unavailable") + kDash + error.what() + ". Nothing changed.");
+        return;
+    }
+    const auto load = [&store] { return store.load(); };
+    const auto save = [&store](const HoldenmereConfig& changed) { store.save(changed); };
+    AgentTakeover takeover(services.launchctl);
+    const LaunchAgentScanner scanner(services.launchctl);
+    LoginItemsAuditor auditor(services.scripts);
+
+    const auto sources = LoginOwnership::startupSourcesPass(load, takeover);
+    for (const auto& line : sources.lines) step.add(line);
+    const auto pass =
+        LoginOwnership::ownershipPass(load, save, records, auditor, scanner, takeover, systemDaemonAppPaths, switchedOff);
+    for (const auto& line : pass.lines) step.add(line);
+    for (const auto& line : LoginOwnership::importedFailures(records, pass.config.apps)) step.add(line);
+    step.add(LoginOwnership::doneLine(records, pass.loginItemsNotRemoved));
+    if (!sources.optOuts.empty() || sources.tally.configUnreadable) step.add(sources.countsLine());
+}
 
 // Managed apps that macOS also starts from a Login Item and that this pass
 // did not open itself: macOS got there first, so the gate did nothing.
@@ -194,6 +248,29 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     warnAboutLoginItems(out, auditor, config, plan.records);
     out.flush();
 
+    // Take startup over, under the step's own deadline: 30 s and 25 s for
+    // each app or held item it may have to act on.
+    std::set<std::string> switchedOff;
+    for (const auto& app : migration.movedToBlocked) switchedOff.insert(app.bundleIdentifier);
+    auto step = std::make_shared<StartupSourcesStep>();
+    const double stepBudget = LoginOwnership::startupStepBudget(LoginOwnership::startupOptOuts(config)) +
+                              25.0 * static_cast<double>(config.apps.size() + config.blockedApps.size());
+    std::thread stepWorker([step, &services, store, records = plan.records, systemDaemonAppPaths, switchedOff] {
+        runStartupSourcesStep(*step, services, store, records, systemDaemonAppPaths, switchedOff);
+        step->done.raise();
+    });
+    const bool stepFinished = waitWithDeadline(services.clock, step->done, stepBudget);
+    if (stepFinished) {
+        stepWorker.join();
+        for (const auto& line : step->take()) out << kTag << line << '\n';
+    } else {
+        // Left to finish or to be cut short when the process ends; every
+        // change it makes was recorded before it was made.
+        stepWorker.detach();
+        out << kTag << "WARNING: the startup-sources step did not finish in time; it is retried at the next login\n";
+    }
+    out.flush();
+
     // Open the desktop app quietly when the settings ask for it.
     if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle,
                                                           services.processIdentifier, services.apps, services.clock)) {
@@ -201,11 +278,26 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     }
     out.flush();
 
-    // Apps that put their Login Item back as they start.
-    sweepReregistrations(out, auditor, services.clock, config, history);
+    // Apps that put their Login Item back as they start, as the
+    // configuration now stands (the step may have imported some).
+    HoldenmereConfig current = config;
+    try {
+        current = store.load();
+    } catch (const ConfigStoreError&) {
+    }
+    sweepReregistrations(out, auditor, services.clock, current, history);
     out.flush();
 
-    return GateRunner::exitCode(plan);
+    const int status = GateRunner::exitCode(plan);
+    if (!stepFinished) {
+        // The step's thread still uses this pass's services: end here
+        // rather than tear them down under it.
+        out.flush();
+        err.flush();
+        (void)std::fflush(nullptr);
+        std::_Exit(status);
+    }
+    return status;
 }
 
 }  // namespace holdenmere

@@ -90,12 +90,15 @@ TEST_F(GateModeTest, AppsThatPutTheirLoginItemBackAreRemovedForTwoMinutes) {
     config.apps[0].importedFromLoginItem = true;
     config.startupConsent = StartupConsent::granted;
     ConfigStore{home / "config.json"}.save(config);
-    // Drive puts its Login Item back twice, each time a list is read that
-    // is not the check right after a removal.
+    // Drive has a Login Item, which the pass takes over; once the sweep
+    // watches (the clock has moved on), Drive puts it back twice, each time
+    // a list is read that is not the check right after a removal.
+    scripts.loginItems.items = {FakeLoginItem{config.apps[0].path}};
+    const double start = clock.uptime();
     int readdsLeft = 2;
     std::string lastScript;
     scripts.beforeEach = [&](const std::string& script) {
-        if (readdsLeft > 0 && script.ends_with("get path of every login item") &&
+        if (readdsLeft > 0 && clock.uptime() > start + 1 && script.ends_with("get path of every login item") &&
             scripts.loginItems.items.empty() && lastScript.find(" to delete ") == std::string::npos) {
             scripts.loginItems.items.push_back(FakeLoginItem{config.apps[0].path});
             --readdsLeft;
@@ -109,6 +112,8 @@ TEST_F(GateModeTest, AppsThatPutTheirLoginItemBackAreRemovedForTwoMinutes) {
     const std::string line =
         "[Holdenmere] re-registered: Drive put itself back in Login Items \xE2\x80\x94 removed again\n";
     const std::string text = out.str();
+    EXPECT_THAT(text, HasSubstr("[Holdenmere] taken over: Drive \xE2\x80\x94 a managed app's Login Item; removed\n"));
+    EXPECT_THAT(text, HasSubstr("[Holdenmere] done: launched=2 already_running=0 failed=0 login_items_not_removed=0\n"));
     auto first = text.find(line);
     ASSERT_NE(first, std::string::npos) << text;
     EXPECT_NE(text.find(line, first + 1), std::string::npos) << text;

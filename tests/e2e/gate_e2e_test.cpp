@@ -97,7 +97,9 @@ TEST_F(GatePass, OpensTheAppsOnceTheNetworkAnswersAndRecordsThem) {
         "\\[per attempt: [0-9.]+s\\] \\[warm-up: [0-9.]+s\\] \\[attempt diagnostics: #1 probe [^]]+\\]\n"
         "\\[Holdenmere\\] Mail: launched \xE2\x80\x94 launched \\[issued \\+0.0s\\] \\[late \\+[0-9.]+s\\]\n"
         "\\[Holdenmere\\] Notes: launched \xE2\x80\x94 launched \\(asked macOS to hide it\\) \\[issued \\+0.0s\\] \\[late \\+[0-9.]+s\\]\n"
-        "\\[Holdenmere\\] Gone: missing \xE2\x80\x94 no application bundle at [^\n]+/Gone.app\n"));
+        "\\[Holdenmere\\] Gone: missing \xE2\x80\x94 no application bundle at [^\n]+/Gone.app\n"
+        "\\[Holdenmere\\] startup take-over not enabled \xE2\x80\x94 Login Items left to macOS \\(consent: undecided\\)\n"
+        "\\[Holdenmere\\] done: launched=2 already_running=0 failed=0 login_items_not_removed=0\n"));
     EXPECT_TRUE(apps.isRunning(identifier("Mail")));
     EXPECT_TRUE(apps.isRunning(identifier("Notes")));
     EXPECT_EQ(server.requests().size(), 1u);
@@ -125,7 +127,12 @@ TEST_F(GatePass, WithTheGateOffNothingIsProbedOrOpened) {
 
     auto result = pass();
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.output, std::string("[Holdenmere] gate disabled\n[Holdenmere] Mail: disabled \xE2\x80\x94 Holdenmere disabled\n"));
+    EXPECT_EQ(result.output, std::string("[Holdenmere] gate disabled\n"
+                                         "[Holdenmere] Mail: disabled \xE2\x80\x94 Holdenmere disabled\n"
+                                         "[Holdenmere] startup take-over not enabled \xE2\x80\x94 Login Items left to "
+                                         "macOS (consent: undecided)\n"
+                                         "[Holdenmere] done: launched=0 already_running=0 failed=0 "
+                                         "login_items_not_removed=0\n"));
     EXPECT_TRUE(server.requests().empty());
     EXPECT_FALSE(apps.isRunning(identifier("Mail")));
     auto records = HistoryStore{historyPath(), 200}.loadOrThrow();
@@ -146,7 +153,7 @@ TEST_F(GatePass, AnUnreachableNetworkOpensNothingUnlessLaunchAnywayIsSet) {
     EXPECT_THAT(result.output, HasSubstr("] network UNREACHABLE after 2 attempt(s) in "));
     EXPECT_THAT(result.output, HasSubstr(" \xE2\x80\x94 last failure: cannot connect to host ["));
     EXPECT_THAT(result.output, MatchesRegex("(.|\n)*\\[Holdenmere\\] Mail: failed \xE2\x80\x94 network unreachable after "
-                                            "[0-9]+s \xE2\x80\x94 not opened, because \"launch anyway\" is off\n"));
+                                            "[0-9]+s \xE2\x80\x94 not opened, because \"launch anyway\" is off\n(.|\n)*"));
     EXPECT_FALSE(apps.isRunning(identifier("Mail")));
 
     config.settings.launchAnywayOnTimeout = true;
@@ -178,7 +185,9 @@ TEST_F(GatePass, HeldHelpersAreStartedPrintedAndRecordedAfterTheApps) {
                              "[Holdenmere] Mail: disabled" + dash + "Holdenmere disabled\n"
                              "[Holdenmere] Sync helper: failed" + dash + "helper plist not found at " + plist.string() +
                                  "\n[Holdenmere] Kept helper: failed" + dash +
-                                 "helper is off in Holdenmere but launchd lists it as enabled\n");
+                                 "helper is off in Holdenmere but launchd lists it as enabled\n"
+                             "[Holdenmere] startup take-over not enabled" + dash + "Login Items left to macOS (consent: undecided)\n"
+                             "[Holdenmere] done: launched=0 already_running=0 failed=0 login_items_not_removed=0\n");
     auto records = HistoryStore{historyPath(), 200}.loadOrThrow();
     ASSERT_EQ(records.size(), 3u);
     EXPECT_EQ(records[0].name, "Mail");
