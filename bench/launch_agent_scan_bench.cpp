@@ -2,7 +2,6 @@
 // folders; a machine with many apps holds hundreds of agents. A scan of
 // 1,000 agent plists (a quarter binary) pointing into 100 app bundles.
 #include <benchmark/benchmark.h>
-#include <plist/plist.h>
 #include <stdlib.h>
 
 #include <filesystem>
@@ -13,6 +12,7 @@
 
 #include "core/discovery/launch_agent_scanner.h"
 #include "tests/support/fake_launchctl_running.h"
+#include "tests/support/plist_files.h"
 
 namespace {
 
@@ -22,17 +22,7 @@ std::string xml(const std::string& body) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n" + body + "\n</dict>\n</plist>\n";
 }
 
-std::string binary(const std::string& text) {
-    plist_t root = nullptr;
-    plist_from_xml(text.data(), static_cast<uint32_t>(text.size()), &root);
-    char* bytes = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(root, &bytes, &length);
-    std::string result(bytes, length);
-    plist_to_bin_free(bytes);
-    plist_free(root);
-    return result;
-}
+std::string binary(const std::string& text) { return holdenmere::testing::binaryPlist(text); }
 
 void write(const fs::path& path, const std::string& contents) {
     fs::create_directories(path.parent_path());

@@ -1,11 +1,11 @@
 #include "core/discovery/login_items_auditor.h"
 
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 #include <sys/stat.h>
 
-#include "tests/support/login_item_bundles.h"
 #include "tests/support/fake_script_running.h"
+#include "tests/support/login_item_bundles.h"
+#include "tests/support/plist_files.h"
 
 namespace holdenmere {
 namespace {
@@ -18,15 +18,8 @@ const std::string kListPaths(LoginItemsAuditor::kListPathsScript);
 const std::string kListHidden(LoginItemsAuditor::kListHiddenScript);
 
 std::string binaryInfoPlist(const std::string& bundleIdentifier) {
-    plist_t root = plist_new_dict();
-    plist_dict_set_item(root, "CFBundleIdentifier", plist_new_string(bundleIdentifier.c_str()));
-    char* bytes = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(root, &bytes, &length);
-    std::string result(bytes, length);
-    plist_to_bin_free(bytes);
-    plist_free(root);
-    return result;
+    return testing::binaryPlist(
+        testing::xmlPlist("<key>CFBundleIdentifier</key><string>" + bundleIdentifier + "</string>"));
 }
 
 ManagedApp managedApp(const std::string& bundleIdentifier, const std::string& name, const std::string& path) {
