@@ -50,7 +50,7 @@ private slots:
 
     void finishingAddsTheChosenSuggestionsAndIsRemembered() {
         QVERIFY(OnboardingFlow::shouldShow(*preferences));
-        OnboardingFlow flow(*apps, *preferences);
+        OnboardingFlow flow(*apps, *preferences, {OnboardingFlow::Step::welcome, OnboardingFlow::Step::chooseApps});
         QCOMPARE(flow.current(), OnboardingFlow::Step::welcome);
         QVERIFY(!flow.canGoBack());
         flow.next();
@@ -122,7 +122,7 @@ private slots:
     }
 
     void theWindowWalksTheFlow() {
-        OnboardingFlow flow(*apps, *preferences);
+        OnboardingFlow flow(*apps, *preferences, {OnboardingFlow::Step::welcome, OnboardingFlow::Step::chooseApps});
         OnboardingWindow window(flow);
         QSignalSpy done(&window, &OnboardingWindow::done);
         window.show();
