@@ -8,6 +8,7 @@
 
 #include "app/desktop/startup_work.h"
 #include "app/restore_startup_mode.h"
+#include "core/apps/installed_app.h"
 #include "core/discovery/startup_discovery.h"
 #include "core/support/text.h"
 #include "core/takeover/agent_takeover.h"
@@ -285,6 +286,13 @@ StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts
         scan.agentTiers[agent.label] =
             StartupSafety::tier(LoginOwnership::agentCandidate(app, agent.label, agent.plistPath), environment);
     }
+    auto icon = [&](const std::optional<std::string>& path) {
+        if (path && scan.icons.count(*path) == 0) scan.icons[*path] = InstalledApp::read(*path).iconPath;
+    };
+    for (const auto& item : scan.loginItems) {
+        if (item.bundleIdentifier) icon(item.path);
+    }
+    for (const auto& item : scan.agentItems) icon(item.path);
     return scan;
 }
 
@@ -377,6 +385,7 @@ void StartupItemsModel::derive() {
         row.name = item.name;
         row.path = item.path.value_or(std::string());
         row.leftToMacOS = leftToMacOS.count(item.bundleIdentifier) != 0;
+        if (auto icon = scan_.icons.find(row.path); icon != scan_.icons.end()) row.iconPath = icon->second;
         if (const auto* agent = std::get_if<StartupItem::LaunchAgent>(&item.source)) {
             row.source = StartupItemRow::Source::launchAgent;
             row.label = agent->label;
@@ -417,9 +426,19 @@ void StartupItemsModel::derive() {
         ConflictRow row;
         row.bundleIdentifier = conflict.managed.bundleIdentifier;
         row.name = conflict.managed.name;
-        for (const auto& loginItem : conflict.loginItems) row.loginItems.push_back(loginItem.loginItem);
+        for (const auto& loginItem : conflict.loginItems) {
+            row.loginItems.push_back(loginItem.loginItem);
+            if (auto icon = scan_.icons.find(loginItem.loginItem.path); icon != scan_.icons.end() && !row.iconPath) {
+                row.iconPath = icon->second;
+            }
+        }
         for (const auto& agent : conflict.agents) {
             ConflictRow::Agent entry{agent.agentLabel, agent.plistPath, {}, {}};
+            for (const auto& item : scan_.agentItems) {
+                const auto* source = std::get_if<StartupItem::LaunchAgent>(&item.source);
+                if (row.iconPath || source == nullptr || source->label != agent.agentLabel || !item.path) continue;
+                if (auto icon = scan_.icons.find(*item.path); icon != scan_.icons.end()) row.iconPath = icon->second;
+            }
             if (auto tier = scan_.agentTiers.find(agent.agentLabel); tier != scan_.agentTiers.end()) {
                 entry.tier = tier->second;
             }

@@ -31,6 +31,8 @@ struct StartupScan {
     std::vector<StartupItem> agentItems;  // LaunchAgents that open an app and are switched on
     std::map<std::string, SafetyTier> agentTiers;  // by label: what switching each off means
     std::vector<IneligibleStartupItem> ineligible;
+    // The icon file of each app bundle found, by its path.
+    std::map<std::string, std::optional<std::filesystem::path>> icons;
 
     // Runs the scanners. Blocks while System Events answers.
     static StartupScan run(LaunchctlRunning& launchctl, ScriptRunning& scripts,
@@ -52,6 +54,7 @@ struct StartupItemRow {
     SafetyTier tier;        // switching a LaunchAgent off; Login Items are always allowed
     std::vector<std::string> chips;
     bool leftToMacOS = false;
+    std::optional<std::filesystem::path> iconPath;
 
     // "Login Item" or "LaunchAgent {label}".
     QString sourceText() const;
@@ -83,6 +86,7 @@ struct ConflictRow {
     std::string name;
     std::vector<LoginItemsAuditor::LoginItem> loginItems;
     std::vector<Agent> agents;
+    std::optional<std::filesystem::path> iconPath;
 
     // "Login Item", "LaunchAgent {label}", joined with " and ".
     QString sourcesText() const;

@@ -136,7 +136,7 @@ void StartupConsentStepPage::fill() {
     for (const StartupItemRow& row : model->items()) {
         // Apps just chosen are managed once the welcome is finished.
         if (flow_.chosen().count(row.bundleIdentifier) != 0) continue;
-        auto* item = new QListWidgetItem(icons::forApp(std::nullopt, text(row.name), text(row.bundleIdentifier)),
+        auto* item = new QListWidgetItem(icons::forApp(row.iconPath, text(row.name), text(row.bundleIdentifier)),
                                          QStringLiteral("%1 \u2014 %2").arg(text(row.name), row.sourceText()), list_);
         item->setData(kIdentifierRole, text(row.bundleIdentifier));
         item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);

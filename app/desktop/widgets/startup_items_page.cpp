@@ -53,8 +53,9 @@ QLabel* chip(const QString& content, const QColor& tint, QWidget* parent) {
 }
 
 // One row: the app's icon, its name, a line about it, tags, and a button.
-QFrame* itemRow(QWidget* parent, const QString& name, const QString& seed, const QString& subtitle,
-                const QList<QLabel*>& tags, QPushButton* button, bool warning = false) {
+QFrame* itemRow(QWidget* parent, const std::optional<std::filesystem::path>& iconPath, const QString& name,
+                const QString& seed, const QString& subtitle, const QList<QLabel*>& tags, QPushButton* button,
+                bool warning = false) {
     auto* frame = new QFrame(parent);
     frame->setObjectName(QStringLiteral("startupRow"));
     frame->setStyleSheet(QStringLiteral("#startupRow { background: palette(base); border: 1px solid palette(mid); "
@@ -62,7 +63,7 @@ QFrame* itemRow(QWidget* parent, const QString& name, const QString& seed, const
     auto* layout = new QHBoxLayout(frame);
     layout->setContentsMargins(10, 6, 10, 6);
     auto* icon = new QLabel(frame);
-    icon->setPixmap(icons::forApp(std::nullopt, name, seed).pixmap(28, 28));
+    icon->setPixmap(icons::forApp(iconPath, name, seed).pixmap(28, 28));
     icon->setFixedSize(30, 30);
     layout->addWidget(icon, 0, Qt::AlignTop);
     auto* texts = new QVBoxLayout();
@@ -122,7 +123,7 @@ StartupConsentDialog::StartupConsentDialog(const std::vector<StartupItemRow>& it
     list_ = new QListWidget(this);
     list_->setIconSize(QSize(24, 24));
     for (const StartupItemRow& row : items) {
-        auto* item = new QListWidgetItem(icons::forApp(std::nullopt, text(row.name), text(row.bundleIdentifier)),
+        auto* item = new QListWidgetItem(icons::forApp(row.iconPath, text(row.name), text(row.bundleIdentifier)),
                                          QStringLiteral("%1 \u2014 %2").arg(text(row.name), row.sourceText()), list_);
         item->setData(kIdentifierRole, text(row.bundleIdentifier));
         item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
@@ -351,7 +352,7 @@ void StartupItemsPage::rebuild() {
             button->setEnabled(!busy);
             const std::string identifier = row.bundleIdentifier;
             connect(button, &QPushButton::clicked, this, [this, identifier] { endConflict(identifier); });
-            rowsLayout_->addWidget(itemRow(rows_, text(row.name), text(row.bundleIdentifier), subtitle, tags, button, true));
+            rowsLayout_->addWidget(itemRow(rows_, row.iconPath, text(row.name), text(row.bundleIdentifier), subtitle, tags, button, true));
         }
     }
 
@@ -375,7 +376,8 @@ void StartupItemsPage::rebuild() {
         button->setEnabled(!busy && !refused);
         const std::string identifier = row.bundleIdentifier;
         connect(button, &QPushButton::clicked, this, [this, identifier] { takeOver(identifier); });
-        rowsLayout_->addWidget(itemRow(rows_, text(row.name), text(row.bundleIdentifier), subtitle, tags, button, refused));
+        rowsLayout_->addWidget(itemRow(rows_, row.iconPath, text(row.name), text(row.bundleIdentifier), subtitle, tags, button,
+                                       refused));
     }
 
     if (!model_.ineligible().empty()) {
@@ -384,7 +386,7 @@ void StartupItemsPage::rebuild() {
         for (const IneligibleRow& row : model_.ineligible()) {
             QList<QLabel*> tags;
             if (row.ofManagedApp) tags << chip(QStringLiteral("Managed app"), QColor(90, 140, 220), nullptr);
-            rowsLayout_->addWidget(itemRow(rows_, text(row.name), text(row.bundleIdentifier),
+            rowsLayout_->addWidget(itemRow(rows_, std::nullopt, text(row.name), text(row.bundleIdentifier),
                                            QStringLiteral("%1 \u2014 %2").arg(text(row.label), text(row.reason)), tags,
                                            nullptr));
         }
