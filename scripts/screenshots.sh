@@ -2,7 +2,8 @@
 # Regenerates docs/screenshots/*.png: builds the app (build/test unless
 # BUILD_DIR says otherwise), then starts it under a virtual X server with the
 # built-in sample fixture, in a throwaway home folder, and has it save a
-# picture of every page of the main window and of the welcome window.
+# picture of every page of the main window (Startup Items included), of the
+# startup take-over consent sheet and of every step of the welcome window.
 #   scripts/screenshots.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."

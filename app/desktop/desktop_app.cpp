@@ -10,6 +10,7 @@
 #include "app/desktop/ui_fixture.h"
 #include "app/desktop/widgets/main_window.h"
 #include "app/desktop/widgets/menu_bar_item.h"
+#include "app/desktop/widgets/onboarding_steps.h"
 #include "app/desktop/widgets/onboarding_window.h"
 #include "core/support/environment.h"
 
@@ -57,6 +58,9 @@ void DesktopApp::applyPresence() {
 
 void DesktopApp::start() {
     context_.watchFiles();
+    // Before anything relies on the login agent: its plist brought up to
+    // date (a failure shows in the window).
+    context_.settings.updateLoginAgent();
     applyPresence();
     if (!presence_.showWindow) return;
     if (presence_.showWelcome) {
@@ -68,7 +72,11 @@ void DesktopApp::start() {
 
 void DesktopApp::showWelcome() {
     flow_ = std::make_unique<OnboardingFlow>(context_.addApps, context_.preferences);
+    flow_->setLoginAgent(&context_.settings);
+    flow_->setStartupItems(&context_.startupItems);
     welcome_ = std::make_unique<OnboardingWindow>(*flow_);
+    welcome_->setStepPage(OnboardingFlow::Step::startAtLogin, new StartAtLoginStepPage(*flow_));
+    welcome_->setStepPage(OnboardingFlow::Step::startupConsent, new StartupConsentStepPage(*flow_));
     connect(welcome_.get(), &OnboardingWindow::done, this, [this] {
         // The window first, so that the app never has no window open.
         openWindow();

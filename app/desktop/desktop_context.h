@@ -10,9 +10,11 @@
 #include "app/desktop/desktop_preferences.h"
 #include "app/desktop/desktop_services.h"
 #include "app/desktop/file_watch.h"
+#include "app/desktop/held_helpers_model.h"
 #include "app/desktop/managed_apps_model.h"
 #include "app/desktop/network_test_model.h"
 #include "app/desktop/settings_model.h"
+#include "app/desktop/startup_items_model.h"
 
 namespace holdenmere::desktop {
 
@@ -29,8 +31,12 @@ public:
           addApps(session, systemServices),
           activity(systemServices),
           networkTest(session, systemServices),
-          settings(session, systemServices) {
+          settings(session, systemServices),
+          startupItems(session, systemServices, appPreferences),
+          helpers(session, systemServices) {
         session.reload();
+        // Giving everything back turns the login agent off.
+        connect(&startupItems, &StartupItemsModel::loginAgentChanged, &settings, &SettingsModel::refreshLoginAgent);
     }
 
     // Follows what other processes write: the config is read again and the
@@ -53,6 +59,8 @@ public:
     ActivityModel activity;
     NetworkTestModel networkTest;
     SettingsModel settings;
+    StartupItemsModel startupItems;
+    HeldHelpersModel helpers;
 
 private:
     std::unique_ptr<FileWatch> watch_;

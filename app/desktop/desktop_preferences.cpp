@@ -9,6 +9,7 @@ namespace {
 
 constexpr const char* kOnboardingDone = "onboardingDone";
 constexpr const char* kWindowGeometry = "mainWindowGeometry";
+constexpr const char* kStartupConsentAsked = "startupConsentAsked";
 
 }  // namespace
 
@@ -44,6 +45,15 @@ bool DesktopPreferences::onboardingDone() const { return settings_->value(kOnboa
 
 void DesktopPreferences::setOnboardingDone(bool done) {
     settings_->setValue(kOnboardingDone, done);
+    settings_->sync();
+}
+
+bool DesktopPreferences::startupConsentAsked() const {
+    return settings_->value(kStartupConsentAsked, false).toBool();
+}
+
+void DesktopPreferences::setStartupConsentAsked(bool asked) {
+    settings_->setValue(kStartupConsentAsked, asked);
     settings_->sync();
 }
 

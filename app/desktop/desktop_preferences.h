@@ -11,8 +11,9 @@ class QSettings;
 namespace holdenmere::desktop {
 
 // The desktop app's own small preferences (not the login pass's
-// configuration): whether the welcome window was completed, and the main
-// window's geometry. Kept in the user-defaults suite named by
+// configuration): whether the welcome window was completed, whether the
+// consent to take startup items over was asked for, and the main window's
+// geometry. Kept in the user-defaults suite named by
 // HOLDENMERE_DEFAULTS_SUITE, "com.tavik.holdenmere" when unset.
 class DesktopPreferences {
 public:
@@ -31,6 +32,11 @@ public:
 
     bool onboardingDone() const;
     void setOnboardingDone(bool done);
+
+    // Whether the Startup Items page has asked for consent to take startup
+    // items over (it asks once, while the consent is undecided).
+    bool startupConsentAsked() const;
+    void setStartupConsentAsked(bool asked);
 
     QByteArray windowGeometry() const;
     void setWindowGeometry(const QByteArray& geometry);

@@ -1,21 +1,77 @@
 #include "app/desktop/desktop_services.h"
 
+#include "app/system_services.h"
 #include "core/apps/app_discovery.h"
 #include "core/config/last_login_conflicts.h"
+#include "core/discovery/launch_agent_scanner.h"
 #include "core/reachability/url_session_probe.h"
 #include "core/support/environment.h"
 #include "core/support/files.h"
+#include "core/takeover/agent_takeover.h"
 
 namespace holdenmere::desktop {
 
-std::optional<std::string> DesktopServices::setStartAtLogin(bool) {
-    return std::string("This build of Holdenmere cannot change Start at login.");
+std::vector<std::filesystem::path> DesktopServices::launchAgentDirectories() {
+    return LaunchAgentScanner::defaultDirectories();
+}
+
+StartupSafety::Environment DesktopServices::safetyEnvironment() { return AgentTakeover::systemEnvironment(); }
+
+std::optional<std::filesystem::path> DesktopServices::agentExecutable() { return executablePath(); }
+
+std::filesystem::path DesktopServices::loginAgentPlistPath() const { return AgentInstaller::defaultPlistURL(); }
+
+std::optional<AgentInstaller> DesktopServices::loginAgentInstaller() {
+    auto executable = agentExecutable();
+    if (!executable) return std::nullopt;
+    return AgentInstaller(launchctl(), *executable, loginAgentPlistPath(), logPath());
+}
+
+HoldenmereLoginAgentStatus DesktopServices::loginAgentStatus() {
+    if (auto installer = loginAgentInstaller()) return installer->status();
+    // Without an executable nothing could have been installed by this copy;
+    // the plist tells whether another one did.
+    const bool installed = files::exists(loginAgentPlistPath());
+    return resolveLoginAgentStatus(installed, launchctl().isLoaded(AgentInstaller::kLabel),
+                                   launchctl().isDisabled(AgentInstaller::kLabel));
+}
+
+bool DesktopServices::canChangeStartAtLogin() { return agentExecutable().has_value(); }
+
+StartAtLoginChange DesktopServices::setStartAtLogin(bool on) {
+    auto installer = loginAgentInstaller();
+    if (!installer) {
+        return {std::string("Holdenmere cannot tell where its own program is, so it cannot change Start at login."),
+                std::nullopt};
+    }
+    try {
+        if (on) return {std::nullopt, installer->install()};
+        installer->uninstall();
+        return {};
+    } catch (const AgentInstallerError& error) {
+        return {std::string(error.what()), std::nullopt};
+    }
+}
+
+std::optional<std::string> DesktopServices::updateLoginAgent() {
+    auto installer = loginAgentInstaller();
+    if (!installer) return std::nullopt;
+    try {
+        installer->migrateProcessTypeIfNeeded();
+        return std::nullopt;
+    } catch (const AgentInstallerError& error) {
+        return std::string(error.what());
+    }
 }
 
 SystemDesktopServices::SystemDesktopServices()
     : configStore_(ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH"))),
       historyStore_(HistoryStore::resolving(environmentValue("HOLDENMERE_HISTORY_PATH"))),
-      logPath_(LastLoginConflicts::resolving(environmentValue("HOLDENMERE_LOG_PATH"))) {}
+      logPath_(LastLoginConflicts::resolving(environmentValue("HOLDENMERE_LOG_PATH"))),
+      launchctl_(makeSystemLaunchctl()),
+      scripts_(makeSystemScriptRunner()) {}
+
+SystemDesktopServices::~SystemDesktopServices() = default;
 
 std::vector<InstalledApp> SystemDesktopServices::installedApps() {
     return AppDiscovery::scan(AppDiscovery::defaultFolders(homeDirectory()));
@@ -24,14 +80,5 @@ std::vector<InstalledApp> SystemDesktopServices::installedApps() {
 bool SystemDesktopServices::bundleExists(const std::filesystem::path& path) { return files::exists(path); }
 
 std::unique_ptr<ReachabilityProbe> SystemDesktopServices::makeProbe() { return std::make_unique<URLSessionProbe>(); }
-
-std::filesystem::path SystemDesktopServices::loginAgentPlistPath() {
-    return homeDirectory() / "Library" / "LaunchAgents" / "com.tavik.holdenmere.agent.plist";
-}
-
-HoldenmereLoginAgentStatus SystemDesktopServices::loginAgentStatus() {
-    const bool installed = files::exists(loginAgentPlistPath());
-    return resolveLoginAgentStatus(installed, installed, false);
-}
 
 }  // namespace holdenmere::desktop

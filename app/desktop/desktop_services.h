@@ -9,16 +9,28 @@
 #include "core/apps/installed_app.h"
 #include "core/config/config_store.h"
 #include "core/config/history_store.h"
+#include "core/discovery/script_running.h"
+#include "core/launchd/agent_installer.h"
+#include "core/launchd/launchctl_running.h"
 #include "core/launchd/login_agent_status.h"
 #include "core/reachability/reachability_probe.h"
 #include "core/support/clock.h"
+#include "core/takeover/startup_safety.h"
 
 namespace holdenmere::desktop {
 
+// How switching the login agent on or off went: a failure (nothing was
+// changed, or the plist could not be written or deleted), or, after an
+// install, launchd's refusal to load it (the plist stays in place).
+struct StartAtLoginChange {
+    std::optional<std::string> failure;
+    std::optional<std::string> launchdWarning;
+
+    friend bool operator==(const StartAtLoginChange&, const StartAtLoginChange&) = default;
+};
+
 // Everything the desktop app asks of the system, behind one seam, so that
-// the window and its models run against a fixture or a fake. The first group
-// is complete; the login-agent group is the place where installing and
-// removing Holdenmere's own login agent plugs in.
+// the window and its models run against a fixture or a fake.
 class DesktopServices {
 public:
     virtual ~DesktopServices() = default;
@@ -38,20 +50,44 @@ public:
     virtual std::unique_ptr<ReachabilityProbe> makeProbe() = 0;
     virtual Clock& clock() = 0;
 
-    // Holdenmere's own login agent, which runs the login pass.
-    virtual HoldenmereLoginAgentStatus loginAgentStatus() = 0;
+    // launchd for the user's GUI domain, and AppleScript for System Events
+    // (Login Items). Both are used from a worker thread as well as the UI
+    // thread, so implementations must be safe to call from any thread.
+    virtual LaunchctlRunning& launchctl() = 0;
+    virtual ScriptRunning& scripts() = 0;
+    // The folders the LaunchAgent scanner reads, in order.
+    virtual std::vector<std::filesystem::path> launchAgentDirectories();
+    // The safety rules' questions about the machine.
+    virtual StartupSafety::Environment safetyEnvironment();
+
+    // Holdenmere's own login agent, which runs the login pass: the program
+    // it runs (the running executable; nothing when it cannot be told) and
+    // where its plist goes.
+    virtual std::optional<std::filesystem::path> agentExecutable();
+    virtual std::filesystem::path loginAgentPlistPath() const;
+    // The installer over launchctl(); nothing without an executable.
+    std::optional<AgentInstaller> loginAgentInstaller();
+
+    // Whether the login agent will run the login pass at the next login.
+    virtual HoldenmereLoginAgentStatus loginAgentStatus();
     // Whether this build can switch the login agent on and off.
-    virtual bool canChangeStartAtLogin() { return false; }
-    // Switches the login agent on or off; the failure's text, or nothing.
-    virtual std::optional<std::string> setStartAtLogin(bool on);
+    virtual bool canChangeStartAtLogin();
+    // Installs (on) or removes (off) the login agent.
+    virtual StartAtLoginChange setStartAtLogin(bool on);
+    // Brings an existing agent's plist up to date (its process type); the
+    // error's description when it cannot, nothing otherwise. A plist of
+    // another job is never rewritten.
+    virtual std::optional<std::string> updateLoginAgent();
 };
 
 // The real system: the stores at their default places or the paths of
 // HOLDENMERE_CONFIG_PATH, HOLDENMERE_HISTORY_PATH and HOLDENMERE_LOG_PATH,
-// the Applications folders of the home folder and the system, a libcurl probe.
+// the Applications folders of the home folder and the system, a libcurl
+// probe, launchctl and osascript (or their stand-ins in HOLDENMERE_TOOLS_DIR).
 class SystemDesktopServices : public DesktopServices {
 public:
     SystemDesktopServices();
+    ~SystemDesktopServices() override;
 
     ConfigStore configStore() const override { return configStore_; }
     HistoryStore historyStore() const override { return historyStore_; }
@@ -64,18 +100,16 @@ public:
     std::unique_ptr<ReachabilityProbe> makeProbe() override;
     Clock& clock() override { return clock_; }
 
-    // Tells only whether the agent's plist is in place; whether launchd has
-    // loaded it or it was switched off comes with the launchd side.
-    HoldenmereLoginAgentStatus loginAgentStatus() override;
-
-    // ~/Library/LaunchAgents/com.tavik.holdenmere.agent.plist
-    static std::filesystem::path loginAgentPlistPath();
+    LaunchctlRunning& launchctl() override { return *launchctl_; }
+    ScriptRunning& scripts() override { return *scripts_; }
 
 private:
     ConfigStore configStore_;
     HistoryStore historyStore_;
     std::filesystem::path logPath_;
     SystemClock clock_;
+    std::unique_ptr<LaunchctlRunning> launchctl_;
+    std::unique_ptr<ScriptRunning> scripts_;
 };
 
 }  // namespace holdenmere::desktop

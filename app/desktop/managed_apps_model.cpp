@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "core/gate/open_at_login.h"
+#include "core/takeover/login_ownership.h"
 
 namespace holdenmere::desktop {
 namespace {
@@ -61,6 +62,19 @@ void ManagedAppsModel::refresh() {
 QString ManagedAppsModel::offWarning() const {
     auto warning = OpenAtLogin::offWarning(services_.loginAgentStatus());
     return warning ? QString::fromUtf8(warning->data(), static_cast<qsizetype>(warning->size())) : QString();
+}
+
+QString ManagedAppsModel::removeHelp(const std::string& bundleIdentifier) const {
+    const HoldenmereConfig& config = session_.config();
+    auto app = std::find_if(config.apps.begin(), config.apps.end(),
+                            [&](const ManagedApp& candidate) { return candidate.bundleIdentifier == bundleIdentifier; });
+    if (app == config.apps.end()) return {};
+    // What macOS started it with was switched off for Holdenmere: removing
+    // the app does not give that back.
+    const bool takenOver =
+        config.takeover(bundleIdentifier) != nullptr || app->importedFromLoginItem || app->importedFromStartup;
+    if (takenOver) return name(LoginOwnership::removeHelp(app->name));
+    return QStringLiteral("Holdenmere will no longer open it at login. You can add it again at any time.");
 }
 
 int ManagedAppsModel::clampedDelay(int seconds) {
@@ -153,7 +167,7 @@ bool ManagedAppsModel::switchOff(const std::string& bundleIdentifier) {
         config.apps.erase(it);
         return true;
     });
-    if (done && !appName.empty()) emit notice(QStringLiteral("%1 will not start at login.").arg(name(appName)));
+    if (done && !appName.empty()) emit notice(name(LoginOwnership::removedMessage(appName)));
     return done;
 }
 

@@ -63,6 +63,10 @@ public:
     bool switchOn(const std::string& bundleIdentifier);
     // Gone from both lists.
     bool remove(const std::string& bundleIdentifier);
+    // What the question before removing an app explains: for an app whose
+    // Login Item or LaunchAgent Holdenmere switched off, that removing it
+    // does not give that back.
+    QString removeHelp(const std::string& bundleIdentifier) const;
 
     static int clampedDelay(int seconds);
 

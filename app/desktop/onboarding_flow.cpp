@@ -1,8 +1,14 @@
 #include "app/desktop/onboarding_flow.h"
 
+#include <algorithm>
+
+#include "core/gate/open_at_login.h"
+
 namespace holdenmere::desktop {
 
-std::vector<OnboardingFlow::Step> OnboardingFlow::defaultSteps() { return {Step::welcome, Step::chooseApps}; }
+std::vector<OnboardingFlow::Step> OnboardingFlow::defaultSteps() {
+    return {Step::welcome, Step::chooseApps, Step::startAtLogin, Step::startupConsent};
+}
 
 QString OnboardingFlow::introduction() {
     return QStringLiteral(
@@ -45,6 +51,25 @@ void OnboardingFlow::setChosen(const std::string& bundleIdentifier, bool chosen)
     }
 }
 
+void OnboardingFlow::setLoginAgent(SettingsModel* settings) {
+    settings_ = settings;
+    startAtLoginWanted_ = settings_ != nullptr && OpenAtLogin::shouldEnableAfterWelcome(settings_->loginAgentStatus());
+}
+
+void OnboardingFlow::setStartupItems(StartupItemsModel* startupItems) { startupItems_ = startupItems; }
+
+bool OnboardingFlow::startAtLoginAlreadyOn() const {
+    return settings_ != nullptr && runsAtLogin(settings_->loginAgentStatus());
+}
+
+void OnboardingFlow::setLeftToMacOS(const std::string& bundleIdentifier, bool left) {
+    if (left) {
+        leftToMacOS_.insert(bundleIdentifier);
+    } else {
+        leftToMacOS_.erase(bundleIdentifier);
+    }
+}
+
 bool OnboardingFlow::finish() {
     std::vector<std::string> identifiers;
     for (const AppChoice& choice : suggestions()) {
@@ -54,6 +79,19 @@ bool OnboardingFlow::finish() {
         // Nothing was added: either all were added meanwhile, or the save failed.
         for (const AppChoice& choice : apps_.suggestions()) {
             if (chosen_.count(choice.app.bundleIdentifier) > 0) return false;
+        }
+    }
+    const auto hasStep = [this](Step step) { return std::find(steps_.begin(), steps_.end(), step) != steps_.end(); };
+    if (settings_ && hasStep(Step::startAtLogin) && startAtLoginWanted_ && !startAtLoginAlreadyOn()) {
+        settings_->setStartAtLogin(true);
+    }
+    if (startupItems_ && hasStep(Step::startupConsent)) {
+        switch (consent_) {
+            case Consent::grant:
+                startupItems_->grantConsent(std::vector<std::string>(leftToMacOS_.begin(), leftToMacOS_.end()));
+                break;
+            case Consent::decline: startupItems_->declineConsent(); break;
+            case Consent::none: break;
         }
     }
     preferences_.setOnboardingDone(true);

@@ -4,12 +4,17 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QListWidget>
+#include <QRadioButton>
 #include <QTimer>
+
+#include <functional>
 
 #include "app/desktop/widgets/add_apps_page.h"
 #include "app/desktop/widgets/main_window.h"
 #include "app/desktop/widgets/managed_apps_page.h"
+#include "app/desktop/widgets/onboarding_steps.h"
 #include "app/desktop/widgets/onboarding_window.h"
+#include "app/desktop/widgets/startup_items_page.h"
 
 namespace holdenmere::desktop {
 namespace {
@@ -23,6 +28,24 @@ void settle() {
 }
 
 QString slug(const QString& title) { return title.toLower().replace(QLatin1Char(' '), QLatin1Char('-')); }
+
+// Runs the event loop until `done` holds (the scans post their results to
+// it), at most ten seconds.
+void waitUntil(const std::function<bool()>& done) {
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (done()) loop.quit();
+    });
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+    poll.start(10);
+    if (!done()) loop.exec();
+}
+
+bool scansDone(DesktopContext& context) {
+    return context.startupItems.hasScanned() && !context.startupItems.isScanning() && context.helpers.hasScanned() &&
+           !context.helpers.isBusy();
+}
 
 }  // namespace
 
@@ -57,15 +80,35 @@ int runScreenshots(DesktopContext& context, const std::string& folder, std::ostr
     context.networkTest.start();
     if (context.networkTest.isRunning()) loop.exec();
 
+    // What macOS starts at login is read on a worker thread; each page is
+    // taken once the reading it started is done.
+    context.startupItems.rescan();
+    context.helpers.rescan();
     for (int index = 0; index < window.pageCount(); ++index) {
         window.showPageAt(index);
+        settle();
+        waitUntil([&] { return scansDone(context); });
         save(window, slug(window.pageTitle(index)));
     }
     window.hide();
 
+    // The consent sheet of the Startup Items page, as it asks.
+    {
+        StartupConsentDialog sheet(context.startupItems.items(), {"com.example.vaultguard"});
+        sheet.resize(kWelcomeSize);
+        sheet.show();
+        save(sheet, QStringLiteral("startup-consent"));
+        sheet.hide();
+    }
+
     // The welcome, on its own preferences' behalf: nothing is finished or saved.
     OnboardingFlow flow(context.addApps, context.preferences);
+    flow.setLoginAgent(&context.settings);
+    flow.setStartupItems(&context.startupItems);
     OnboardingWindow welcome(flow);
+    welcome.setStepPage(OnboardingFlow::Step::startAtLogin, new StartAtLoginStepPage(flow));
+    auto* consentPage = new StartupConsentStepPage(flow);
+    welcome.setStepPage(OnboardingFlow::Step::startupConsent, consentPage);
     welcome.resize(kWelcomeSize);
     welcome.show();
     save(welcome, QStringLiteral("welcome"));
@@ -73,6 +116,11 @@ int runScreenshots(DesktopContext& context, const std::string& folder, std::ostr
     QListWidget* list = welcome.suggestionList();
     for (int row = 0; row < list->count() && row < 2; ++row) list->item(row)->setCheckState(Qt::Checked);
     save(welcome, QStringLiteral("welcome-apps"));
+    flow.next();
+    save(welcome, QStringLiteral("welcome-start-at-login"));
+    flow.next();
+    consentPage->grantButton()->setChecked(true);
+    save(welcome, QStringLiteral("welcome-startup-consent"));
     welcome.hide();
     return failures == 0 ? 0 : 1;
 }

@@ -1,5 +1,7 @@
 #include "app/desktop/settings_model.h"
 
+#include <algorithm>
+
 #include "app/desktop/presentation.h"
 #include "core/gate/open_at_login.h"
 
@@ -13,7 +15,7 @@ QString fromView(std::string_view text) {
 }  // namespace
 
 SettingsModel::SettingsModel(ConfigSession& session, DesktopServices& services, QObject* parent)
-    : QObject(parent), session_(session), services_(services) {
+    : QObject(parent), session_(session), services_(services), loginAgent_(services.loginAgentStatus()) {
     connect(&session_, &ConfigSession::changed, this, &SettingsModel::changed);
 }
 
@@ -74,20 +76,47 @@ QString SettingsModel::openAtLoginDetail() const {
     return fromView(OpenAtLogin::settingsDetail(loginAgentStatus(), settings().menuBarMode));
 }
 
-HoldenmereLoginAgentStatus SettingsModel::loginAgentStatus() const { return services_.loginAgentStatus(); }
+QString SettingsModel::loginAgentDetail() const { return fromView(settingsDetail(loginAgent_)); }
 
-QString SettingsModel::loginAgentDetail() const { return fromView(settingsDetail(loginAgentStatus())); }
+QString SettingsModel::offWarning() const {
+    const auto& apps = session_.config().apps;
+    const bool anyEnabled = std::any_of(apps.begin(), apps.end(), [](const ManagedApp& app) { return app.isEnabled; });
+    if (!anyEnabled) return {};
+    auto warning = OpenAtLogin::offWarning(loginAgent_);
+    return warning ? fromView(*warning) : QString();
+}
 
 bool SettingsModel::canChangeStartAtLogin() const { return services_.canChangeStartAtLogin(); }
 
-bool SettingsModel::setStartAtLogin(bool on) {
-    if (auto problem = services_.setStartAtLogin(on)) {
-        emit notice(QString::fromStdString(*problem));
-        emit changed();
-        return false;
-    }
+void SettingsModel::refreshLoginAgent() {
+    const HoldenmereLoginAgentStatus status = services_.loginAgentStatus();
+    if (status == loginAgent_) return;
+    loginAgent_ = status;
+    if (runsAtLogin(status)) loginAgentWarning_.clear();
     emit changed();
-    return true;
+}
+
+bool SettingsModel::setStartAtLogin(bool on) {
+    const StartAtLoginChange change = services_.setStartAtLogin(on);
+    loginAgentWarning_ = change.launchdWarning
+                             ? QStringLiteral("launchd did not load it: %1").arg(QString::fromStdString(*change.launchdWarning))
+                             : QString();
+    loginAgent_ = services_.loginAgentStatus();
+    if (change.failure) emit notice(QString::fromStdString(*change.failure));
+    emit changed();
+    return !change.failure;
+}
+
+QString SettingsModel::updateFailureText(const QString& description) {
+    return QStringLiteral("Could not update the Holdenmere login agent: %1").arg(description);
+}
+
+QString SettingsModel::updateLoginAgent() {
+    auto failure = services_.updateLoginAgent();
+    if (!failure) return {};
+    const QString text = updateFailureText(QString::fromStdString(*failure));
+    emit notice(text);
+    return text;
 }
 
 QString SettingsModel::helpersSummary() const {

@@ -35,11 +35,29 @@ public:
     // The line under the open-at-login switch.
     QString openAtLoginDetail() const;
 
-    // The login agent row.
-    HoldenmereLoginAgentStatus loginAgentStatus() const;
+    // The login agent row. The status is asked of launchd when the model is
+    // made, when refreshLoginAgent() is called (the page does on showing)
+    // and after each change.
+    HoldenmereLoginAgentStatus loginAgentStatus() const { return loginAgent_; }
+    // The status's sentence ("Installed and loaded — runs at every login.").
     QString loginAgentDetail() const;
+    // launchd's refusal to load the agent at the last install, or empty.
+    QString loginAgentWarning() const { return loginAgentWarning_; }
+    // While the agent will not run at the next login and apps are managed:
+    // "Holdenmere won't run at your next login, so these apps start before
+    // the network."; empty otherwise.
+    QString offWarning() const;
     bool canChangeStartAtLogin() const;
+    // Installs (on) or removes (off) the login agent; false, with a notice,
+    // when that failed.
     bool setStartAtLogin(bool on);
+    // Asks launchd again; `changed` when the status is not what it was.
+    void refreshLoginAgent();
+    // Run when the app starts: brings an existing agent's plist up to date.
+    // "Could not update the Holdenmere login agent: {description}" (also sent
+    // as a notice) when that failed; empty otherwise.
+    QString updateLoginAgent();
+    static QString updateFailureText(const QString& description);
 
     // The held-helpers row: "No helpers are held." or how many wait for the network.
     QString helpersSummary() const;
@@ -53,6 +71,8 @@ private:
 
     ConfigSession& session_;
     DesktopServices& services_;
+    HoldenmereLoginAgentStatus loginAgent_;
+    QString loginAgentWarning_;
 };
 
 }  // namespace holdenmere::desktop

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "core/launchd/agent_installer.h"
 #include "core/support/files.h"
 
 namespace holdenmere::desktop {
@@ -65,6 +66,16 @@ HoldenmereLoginAgentStatus statusFromRaw(const std::string& raw) {
     throw json::DecodeError("loginAgent: unknown status \"" + raw + "\"");
 }
 
+// Every string that begins with "~/" made to name a place under `home`.
+void expandHome(json::Value& value, const std::string& home) {
+    if (value.is_string()) {
+        const std::string& text = value.get_ref<const std::string&>();
+        if (text.starts_with("~/")) value = home + text.substr(1);
+    } else if (value.is_array() || value.is_object()) {
+        for (auto& item : value) expandHome(item, home);
+    }
+}
+
 }  // namespace
 
 plist::Value FixtureDesktopServices::plistFromJSON(const json::Value& value) {
@@ -102,13 +113,17 @@ std::unique_ptr<FixtureDesktopServices> FixtureDesktopServices::load(const QStri
     }
 }
 
-FixtureDesktopServices::FixtureDesktopServices(const json::Value& fixture) {
-    if (!fixture.is_object()) throw json::DecodeError("a UI fixture is a JSON object");
+FixtureDesktopServices::FixtureDesktopServices(const json::Value& given) {
+    if (!given.is_object()) throw json::DecodeError("a UI fixture is a JSON object");
     if (!folder_.isValid()) throw std::runtime_error("cannot make a temporary folder for the UI fixture");
+    json::Value fixture = given;
+    expandHome(fixture, home().string());
 
     const Date now = fixture.contains("now") ? json::decodeDate(fixture["now"], "now") : Date::now();
     clock_ = std::make_unique<StillClock>(now);
-    if (fixture.contains("loginAgent")) loginAgent_ = statusFromRaw(json::decodeString(fixture["loginAgent"], "loginAgent"));
+    setUpLoginAgent(fixture.contains("loginAgent")
+                        ? statusFromRaw(json::decodeString(fixture["loginAgent"], "loginAgent"))
+                        : HoldenmereLoginAgentStatus::activeAtLogin);
     if (fixture.contains("onboardingDone")) onboardingDone_ = json::decodeBool(fixture["onboardingDone"], "onboardingDone");
 
     if (fixture.contains("config")) files::writeAtomically(configStore().url, json::encodePretty(fixture["config"]));
@@ -138,6 +153,79 @@ FixtureDesktopServices::FixtureDesktopServices(const json::Value& fixture) {
         for (const std::string& path : json::decodeStringArray(fixture["missing"], "missing")) missing_.insert(path);
     }
     if (fixture.contains("probe")) probeAnswers_ = json::decodeStringArray(fixture["probe"], "probe");
+    if (fixture.contains("startup")) setUpStartup(fixture["startup"]);
+}
+
+void FixtureDesktopServices::setUpLoginAgent(HoldenmereLoginAgentStatus status) {
+    const std::string label(AgentInstaller::kLabel);
+    launchctl_.setPlist(loginAgentPlistPath().string(), label);
+    if (status == HoldenmereLoginAgentStatus::notInstalled) return;
+    AgentInstaller installer(launchctl_, *agentExecutable(), loginAgentPlistPath(), logPath());
+    files::writeAtomically(loginAgentPlistPath(), installer.plistContents());
+    launchctl_.setLoaded(label, status == HoldenmereLoginAgentStatus::activeAtLogin ||
+                                    status == HoldenmereLoginAgentStatus::disabled);
+    launchctl_.setDisabled(label, status == HoldenmereLoginAgentStatus::disabled);
+}
+
+void FixtureDesktopServices::setUpStartup(const json::Value& startup) {
+    json::ObjectReader reader(startup, "startup");
+    if (const json::Value* bundles = reader.find("bundles")) {
+        for (const json::Value& bundle : *bundles) {
+            json::ObjectReader entry(bundle, "startup.bundles");
+            const std::filesystem::path path = entry.string("path");
+            plist::Value info{plist::Dictionary{}};
+            if (const json::Value* keys = entry.find("info")) info = plistFromJSON(*keys);
+            files::writeAtomically(path / "Contents/Info.plist", plist::toXml(info));
+            // An app that carries system extensions counts as a security or network tool.
+            if (const json::Value* extensions = entry.find("systemExtensions")) {
+                for (const std::string& identifier :
+                     json::decodeStringArray(*extensions, entry.pathOf("systemExtensions"))) {
+                    files::writeAtomically(path / "Contents/Library/SystemExtensions" /
+                                               (identifier + ".systemextension") / "Contents/Info.plist",
+                                           plist::toXml(plist::Value{plist::Dictionary{}}));
+                }
+            }
+        }
+    }
+    if (const json::Value* items = reader.find("loginItems")) {
+        for (const json::Value& item : *items) {
+            json::ObjectReader entry(item, "startup.loginItems");
+            const json::Value* hidden = entry.find("hidden");
+            loginItems_.add({entry.string("path"), hidden != nullptr && json::decodeBool(*hidden, "hidden")});
+        }
+    }
+    if (const json::Value* agents = reader.find("launchAgents")) {
+        for (const json::Value& agent : *agents) {
+            const plist::Value plist = plistFromJSON(agent);
+            const auto label = plist.stringAt("Label");
+            if (!label) throw json::DecodeError("startup.launchAgents: every agent needs a \"Label\"");
+            const std::filesystem::path file = launchAgentDirectories().front() / (*label + ".plist");
+            files::writeAtomically(file, plist::toXml(plist));
+            launchctl_.setPlist(file.string(), *label);
+        }
+    }
+    if (const json::Value* labels = reader.find("disabled")) {
+        for (const std::string& label : json::decodeStringArray(*labels, "startup.disabled")) {
+            launchctl_.setDisabled(label, true);
+        }
+    }
+    if (const json::Value* labels = reader.find("loaded")) {
+        for (const std::string& label : json::decodeStringArray(*labels, "startup.loaded")) {
+            launchctl_.setLoaded(label, true);
+        }
+    }
+}
+
+std::vector<std::filesystem::path> FixtureDesktopServices::launchAgentDirectories() {
+    return {home() / "Library/LaunchAgents"};
+}
+
+std::optional<std::filesystem::path> FixtureDesktopServices::agentExecutable() {
+    return std::filesystem::path("/Applications/Holdenmere.app/Contents/MacOS/holdenmere");
+}
+
+std::filesystem::path FixtureDesktopServices::loginAgentPlistPath() const {
+    return home() / "Library/LaunchAgents/com.tavik.holdenmere.agent.plist";
 }
 
 FixtureDesktopServices::~FixtureDesktopServices() = default;

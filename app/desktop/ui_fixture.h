@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "app/desktop/desktop_services.h"
+#include "app/desktop/memory_system.h"
 #include "core/support/json.h"
 
 namespace holdenmere::desktop {
@@ -29,12 +30,24 @@ namespace holdenmere::desktop {
 //     "installed": [ {"path": "/Applications/X.app", "info": {Info.plist keys},
 //                     "extensionPoints": ["com.apple.fileprovider-nonui"]} ],
 //     "missing": [ "/Applications/Gone.app" ],   bundles that are not there
-//     "probe": [ "timed out", "reachable" ]      answers of the network test, in order
+//     "probe": [ "timed out", "reachable" ],     answers of the network test, in order
+//     "startup": {                               what macOS starts at login
+//       "bundles": [ {"path": "~/Applications/X.app", "info": {Info.plist keys},
+//                     "systemExtensions": ["identifier"]} ],
+//       "loginItems": [ {"path": "~/Applications/X.app", "hidden": false} ],
+//       "launchAgents": [ {Label, ProgramArguments, RunAtLoad, ...} ],
+//       "disabled": [ "label" ],                 switched off in launchd
+//       "loaded": [ "label" ]
+//     }
 //   }
 //
 // The files live in a temporary folder that goes with the services, so a
-// fixture never touches the user's real configuration. Bundles the fixture
-// does not list as missing count as present.
+// fixture never touches the user's real configuration. A string anywhere in
+// the fixture that begins with "~/" names a place in that folder. Bundles
+// the fixture does not list as missing count as present. launchd and System
+// Events are kept in memory: LaunchAgents are written to the folder's
+// Library/LaunchAgents (the only one scanned), the login agent's plist to
+// the same place when the fixture's "loginAgent" says it is installed.
 class FixtureDesktopServices : public DesktopServices {
 public:
     // Throws std::runtime_error when the fixture cannot be read.
@@ -54,7 +67,11 @@ public:
     std::unique_ptr<ReachabilityProbe> makeProbe() override;
     Clock& clock() override { return *clock_; }
 
-    HoldenmereLoginAgentStatus loginAgentStatus() override { return loginAgent_; }
+    LaunchctlRunning& launchctl() override { return launchctl_; }
+    ScriptRunning& scripts() override { return loginItems_; }
+    std::vector<std::filesystem::path> launchAgentDirectories() override;
+    std::optional<std::filesystem::path> agentExecutable() override;
+    std::filesystem::path loginAgentPlistPath() const override;
 
     bool onboardingDone() const { return onboardingDone_; }
     // The folder that stands in for the home folder.
@@ -63,13 +80,17 @@ public:
     static plist::Value plistFromJSON(const json::Value& value);
 
 private:
+    void setUpLoginAgent(HoldenmereLoginAgentStatus status);
+    void setUpStartup(const json::Value& startup);
+
     QTemporaryDir folder_;
     std::vector<InstalledApp> installed_;
     std::set<std::filesystem::path> missing_;
     std::vector<std::string> probeAnswers_;
     std::unique_ptr<Clock> clock_;
-    HoldenmereLoginAgentStatus loginAgent_ = HoldenmereLoginAgentStatus::activeAtLogin;
     bool onboardingDone_ = true;
+    MemoryLaunchctl launchctl_;
+    MemoryLoginItems loginItems_;
 };
 
 }  // namespace holdenmere::desktop

@@ -1,5 +1,6 @@
 // Starts the built app as a user would, under a virtual X server, with the
-// built-in sample fixture, and has it save a picture of every page.
+// built-in sample fixture, and has it save a picture of every page, of the
+// consent sheet and of every welcome step.
 #include <QDir>
 #include <QFileInfo>
 #include <QImage>
@@ -59,15 +60,17 @@ private slots:
         QVERIFY2(process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0,
                  qPrintable(QString::fromUtf8(process.readAllStandardError())));
 
-        const QStringList pages{QStringLiteral("managed-apps"), QStringLiteral("add-apps"), QStringLiteral("activity"),
-                                QStringLiteral("settings")};
+        const QStringList pages{QStringLiteral("managed-apps"), QStringLiteral("add-apps"),
+                                QStringLiteral("startup-items"), QStringLiteral("activity"), QStringLiteral("settings")};
         for (const QString& page : pages) {
             QImage image(output + QLatin1Char('/') + page + QStringLiteral(".png"));
             QVERIFY2(!image.isNull(), qPrintable(page));
             QCOMPARE(image.size(), QSize(920, 640));
             QVERIFY2(colours(image) > 20, qPrintable(page));
         }
-        for (const QString& step : {QStringLiteral("welcome"), QStringLiteral("welcome-apps")}) {
+        for (const QString& step : {QStringLiteral("welcome"), QStringLiteral("welcome-apps"),
+                                    QStringLiteral("welcome-start-at-login"), QStringLiteral("welcome-startup-consent"),
+                                    QStringLiteral("startup-consent")}) {
             QImage image(output + QLatin1Char('/') + step + QStringLiteral(".png"));
             QVERIFY2(!image.isNull(), qPrintable(step));
             QCOMPARE(image.size(), QSize(620, 500));

@@ -14,7 +14,9 @@
 
 #include "app/desktop/desktop_services.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_probe.h"
+#include "tests/support/fake_script_running.h"
 
 // Shared by the desktop app's Qt tests: a temporary home folder and services
 // that stay inside it.
@@ -40,7 +42,10 @@ private:
 
 // Services over a temporary home: the stores at their default places under
 // it, installed apps and missing bundles as the test sets them, a fake probe
-// on a fake clock, and a login agent whose state the test chooses.
+// on a fake clock, launchd and System Events in memory, LaunchAgents read
+// from the home's Library/LaunchAgents only, and a login agent whose state
+// the test chooses (`loginAgent`) or, with `loginAgent` unset, the real
+// installer over the fake launchctl.
 class FakeDesktopServices : public desktop::DesktopServices {
 public:
     explicit FakeDesktopServices(std::filesystem::path home) : home_(std::move(home)) {}
@@ -73,13 +78,23 @@ public:
     }
     Clock& clock() override { return clock_; }
 
-    HoldenmereLoginAgentStatus loginAgentStatus() override { return loginAgent; }
-    bool canChangeStartAtLogin() override { return startAtLoginChangeable; }
-    std::optional<std::string> setStartAtLogin(bool on) override {
-        if (!startAtLoginChangeable) return DesktopServices::setStartAtLogin(on);
+    LaunchctlRunning& launchctl() override { return fakeLaunchctl; }
+    ScriptRunning& scripts() override { return fakeScripts; }
+    std::vector<std::filesystem::path> launchAgentDirectories() override { return {home_ / "Library/LaunchAgents"}; }
+    std::optional<std::filesystem::path> agentExecutable() override { return executable; }
+
+    HoldenmereLoginAgentStatus loginAgentStatus() override {
+        return loginAgent ? *loginAgent : DesktopServices::loginAgentStatus();
+    }
+    bool canChangeStartAtLogin() override {
+        return loginAgent ? startAtLoginChangeable : DesktopServices::canChangeStartAtLogin();
+    }
+    desktop::StartAtLoginChange setStartAtLogin(bool on) override {
+        if (!loginAgent) return DesktopServices::setStartAtLogin(on);
+        if (!startAtLoginChangeable) return {std::string("This build of Holdenmere cannot change Start at login."), {}};
         startAtLoginRequests.push_back(on);
         loginAgent = on ? HoldenmereLoginAgentStatus::activeAtLogin : HoldenmereLoginAgentStatus::disabled;
-        return std::nullopt;
+        return {};
     }
 
     FakeClock& fakeClock() { return clock_; }
@@ -88,8 +103,12 @@ public:
     std::set<std::filesystem::path> missing;
     std::vector<FakeProbe::Step> probeSteps;
     std::function<std::unique_ptr<ReachabilityProbe>()> probeFactory;
-    HoldenmereLoginAgentStatus loginAgent = HoldenmereLoginAgentStatus::activeAtLogin;
+    std::optional<HoldenmereLoginAgentStatus> loginAgent = HoldenmereLoginAgentStatus::activeAtLogin;
     bool startAtLoginChangeable = false;
+    std::optional<std::filesystem::path> executable =
+        std::filesystem::path("/Applications/Holdenmere.app/Contents/MacOS/holdenmere");
+    FakeLaunchctlRunning fakeLaunchctl;
+    FakeScriptRunning fakeScripts;
     std::vector<bool> startAtLoginRequests;
     int scans = 0;
 

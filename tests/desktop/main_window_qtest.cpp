@@ -14,6 +14,7 @@
 #include "app/desktop/widgets/managed_apps_page.h"
 #include "app/desktop/widgets/menu_bar_item.h"
 #include "app/desktop/widgets/onboarding_window.h"
+#include "app/desktop/widgets/startup_items_page.h"
 #include "core/support/files.h"
 #include "core/takeover/startup_mutation_lock.h"
 #include "tests/desktop/desktop_test_support.h"
@@ -49,18 +50,20 @@ private slots:
         services->configStore().save(config);
     }
 
-    void pagesInSidebarOrderWithRoomForStartupItems() {
+    void pagesInSidebarOrderWithStartupItemsAfterAddApps() {
         auto shared = context();
         MainWindow window(*shared);
-        QCOMPARE(window.pageCount(), 4);
+        QCOMPARE(window.pageCount(), 5);
         QCOMPARE(window.pageTitle(0), QStringLiteral("Managed Apps"));
-        QCOMPARE(window.pageTitle(3), QStringLiteral("Settings"));
-        auto* startup = new QLabel(QStringLiteral("startup items"));
-        QCOMPARE(window.addPage(QStringLiteral("Startup Items"), QIcon(), startup, MainWindow::kStartupItemsPosition), 2);
-        QCOMPARE(window.pageTitle(2), QStringLiteral("Startup Items"));
-        QCOMPARE(window.indexOf(MainWindow::Page::activity), 3);
+        QCOMPARE(window.pageTitle(MainWindow::kStartupItemsPosition), QStringLiteral("Startup Items"));
+        QCOMPARE(window.indexOf(MainWindow::Page::startupItems), MainWindow::kStartupItemsPosition);
+        QCOMPARE(window.pageAt(MainWindow::kStartupItemsPosition), static_cast<QWidget*>(window.startupItemsPage()));
+        QCOMPARE(window.pageTitle(4), QStringLiteral("Settings"));
+        auto* extra = new QLabel(QStringLiteral("another page"));
+        QCOMPARE(window.addPage(QStringLiteral("Extra"), QIcon(), extra, 3), 3);
+        QCOMPARE(window.indexOf(MainWindow::Page::activity), 4);
         window.showPage(MainWindow::Page::settings);
-        QCOMPARE(window.indexOf(MainWindow::Page::settings), 4);
+        QCOMPARE(window.indexOf(MainWindow::Page::settings), 5);
     }
 
     void aDamagedConfigShowsTheBannerAndLocksThePages() {

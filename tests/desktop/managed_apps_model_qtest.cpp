@@ -2,6 +2,7 @@
 #include <QTest>
 
 #include "app/desktop/managed_apps_model.h"
+#include "core/takeover/login_ownership.h"
 #include "tests/desktop/desktop_test_support.h"
 
 using namespace holdenmere;
@@ -174,6 +175,18 @@ private slots:
         QVERIFY(config.blockedApps.empty());
         QCOMPARE(notices.at(0).at(0).toString(), QStringLiteral("Holdenmere no longer opens Alpha."));
         QVERIFY(!model->remove("a"));
+    }
+
+    void removingATakenOverAppSaysItsStartIsNotGivenBack() {
+        QCOMPARE(model->removeHelp("a"),
+                 QStringLiteral("Holdenmere will no longer open it at login. You can add it again at any time."));
+        HoldenmereConfig config = saved();
+        config.recordLoginItem("a", "Alpha", RemovedLoginItem{"/Applications/Alpha.app", false});
+        services->configStore().save(config);
+        session->reload();
+        QCOMPARE(model->removeHelp("a"), QString::fromStdString(LoginOwnership::removeHelp("Alpha")));
+        QVERIFY(model->removeHelp("a").contains(QStringLiteral("Alpha will not start at login")));
+        QVERIFY(model->removeHelp("unknown").isEmpty());
     }
 
     void offWarningFollowsTheLoginAgent() {

@@ -1,13 +1,16 @@
+#include <QCheckBox>
 #include <QListWidget>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QSignalSpy>
 #include <QTest>
 
 #include "app/desktop/desktop_preferences.h"
 #include "app/desktop/onboarding_flow.h"
 #include "app/desktop/presence.h"
+#include "app/desktop/widgets/onboarding_steps.h"
 #include "app/desktop/widgets/onboarding_window.h"
-#include "tests/desktop/desktop_test_support.h"
+#include "tests/desktop/startup_test_support.h"
 
 using namespace holdenmere;
 using namespace holdenmere::desktop;
@@ -50,7 +53,7 @@ private slots:
 
     void finishingAddsTheChosenSuggestionsAndIsRemembered() {
         QVERIFY(OnboardingFlow::shouldShow(*preferences));
-        OnboardingFlow flow(*apps, *preferences);
+        OnboardingFlow flow(*apps, *preferences, {OnboardingFlow::Step::welcome, OnboardingFlow::Step::chooseApps});
         QCOMPARE(flow.current(), OnboardingFlow::Step::welcome);
         QVERIFY(!flow.canGoBack());
         flow.next();
@@ -122,7 +125,7 @@ private slots:
     }
 
     void theWindowWalksTheFlow() {
-        OnboardingFlow flow(*apps, *preferences);
+        OnboardingFlow flow(*apps, *preferences, {OnboardingFlow::Step::welcome, OnboardingFlow::Step::chooseApps});
         OnboardingWindow window(flow);
         QSignalSpy done(&window, &OnboardingWindow::done);
         window.show();
@@ -139,6 +142,103 @@ private slots:
         window.primaryButton()->click();
         QCOMPARE(done.count(), 1);
         QCOMPARE(managed().size(), std::size_t{2});
+    }
+
+    void everyStepIsInTheDefaultFlow() {
+        QCOMPARE(OnboardingFlow::defaultSteps(),
+                 (std::vector<OnboardingFlow::Step>{OnboardingFlow::Step::welcome, OnboardingFlow::Step::chooseApps,
+                                                    OnboardingFlow::Step::startAtLogin,
+                                                    OnboardingFlow::Step::startupConsent}));
+    }
+
+    void startAtLoginIsTickedOnlyWhileTheAgentWasNeverSetUp() {
+        SettingsModel settings(*session, *services);
+        OnboardingFlow flow(*apps, *preferences);
+        services->loginAgent = HoldenmereLoginAgentStatus::notInstalled;
+        settings.refreshLoginAgent();
+        flow.setLoginAgent(&settings);
+        QVERIFY(flow.startAtLoginWanted());
+        QVERIFY(!flow.startAtLoginAlreadyOn());
+        // Switched off under Login Items by the user: stays off unless ticked.
+        services->loginAgent = HoldenmereLoginAgentStatus::disabled;
+        settings.refreshLoginAgent();
+        flow.setLoginAgent(&settings);
+        QVERIFY(!flow.startAtLoginWanted());
+        services->loginAgent = HoldenmereLoginAgentStatus::activeAtLogin;
+        settings.refreshLoginAgent();
+        flow.setLoginAgent(&settings);
+        QVERIFY(!flow.startAtLoginWanted());
+        QVERIFY(flow.startAtLoginAlreadyOn());
+    }
+
+    void finishingSwitchesTheAgentOnAndSavesTheConsent() {
+        // The real installer over an in-memory launchd.
+        services->loginAgent.reset();
+        const auto plist = home->path() / "Library/LaunchAgents/com.tavik.holdenmere.agent.plist";
+        services->fakeLaunchctl.labelOfPlist[plist.string()] = "com.tavik.holdenmere.agent";
+        const std::string notes = testing::writeApp(home->path(), "Notes", "com.example.notes");
+        const std::string parcel = testing::writeApp(home->path(), "Parcel", "com.example.parcel");
+        services->fakeScripts.loginItems.items = {{notes, false}, {parcel, false}};
+
+        SettingsModel settings(*session, *services);
+        StartupItemsModel startup(*session, *services, *preferences);
+        OnboardingFlow flow(*apps, *preferences);
+        flow.setLoginAgent(&settings);
+        flow.setStartupItems(&startup);
+        OnboardingWindow window(flow);
+        auto* agentPage = new StartAtLoginStepPage(flow);
+        auto* consentPage = new StartupConsentStepPage(flow);
+        window.setStepPage(OnboardingFlow::Step::startAtLogin, agentPage);
+        window.setStepPage(OnboardingFlow::Step::startupConsent, consentPage);
+        window.show();
+        window.primaryButton()->click();
+        window.primaryButton()->click();
+        QCOMPARE(flow.current(), OnboardingFlow::Step::startAtLogin);
+        QVERIFY(agentPage->checkBox()->isChecked());
+        // Nothing changes before the welcome is finished.
+        QVERIFY(!std::filesystem::exists(plist));
+        window.primaryButton()->click();
+        QCOMPARE(flow.current(), OnboardingFlow::Step::startupConsent);
+        QCOMPARE(window.primaryButton()->text(), QStringLiteral("Done"));
+        QVERIFY(testing::scanned(startup));
+        QCOMPARE(consentPage->list()->count(), 2);
+        consentPage->grantButton()->click();
+        consentPage->list()->item(1)->setCheckState(Qt::Unchecked);
+        QSignalSpy done(&window, &OnboardingWindow::done);
+        window.primaryButton()->click();
+        QCOMPARE(done.count(), 1);
+
+        QVERIFY(std::filesystem::exists(plist));
+        QCOMPARE(settings.loginAgentStatus(), HoldenmereLoginAgentStatus::activeAtLogin);
+        const HoldenmereConfig config = services->configStore().load();
+        QCOMPARE(config.startupConsent, StartupConsent::granted);
+        QCOMPARE(config.leftToMacOS, std::vector<std::string>{"com.example.parcel"});
+        // Only consent: Login Items are the login pass's to take over.
+        QCOMPARE(services->fakeScripts.paths(), (std::vector<std::string>{notes, parcel}));
+    }
+
+    void finishingWithoutAnAnswerLeavesConsentUndecided() {
+        SettingsModel settings(*session, *services);
+        StartupItemsModel startup(*session, *services, *preferences);
+        OnboardingFlow flow(*apps, *preferences);
+        flow.setLoginAgent(&settings);
+        flow.setStartupItems(&startup);
+        flow.setStartAtLoginWanted(false);
+        QVERIFY(flow.finish());
+        QCOMPARE(services->configStore().load().startupConsent, StartupConsent::undecided);
+        QVERIFY(services->startAtLoginRequests.empty());
+        // The Startup Items page still asks, once.
+        QVERIFY(startup.shouldAskConsent());
+    }
+
+    void decliningInTheWelcomeIsSaved() {
+        StartupItemsModel startup(*session, *services, *preferences);
+        OnboardingFlow flow(*apps, *preferences);
+        flow.setStartupItems(&startup);
+        flow.setConsent(OnboardingFlow::Consent::decline);
+        QVERIFY(flow.finish());
+        QCOMPARE(services->configStore().load().startupConsent, StartupConsent::declined);
+        QVERIFY(!startup.shouldAskConsent());
     }
 
     void presenceRules() {

@@ -77,6 +77,12 @@ private slots:
         QCOMPARE(model->openAtLoginDetail(),
                  QStringLiteral("Opens quietly in the menu bar once your apps have started."));
         services->loginAgent = HoldenmereLoginAgentStatus::notInstalled;
+        // The status is asked again when the page shows.
+        QSignalSpy changed(model.get(), &SettingsModel::changed);
+        model->refreshLoginAgent();
+        QCOMPARE(changed.count(), 1);
+        model->refreshLoginAgent();
+        QCOMPARE(changed.count(), 1);
         QCOMPARE(model->openAtLoginDetail(), QStringLiteral("Needs Start at login above."));
         QCOMPARE(model->loginAgentDetail(),
                  QStringLiteral("Not installed \u2014 Holdenmere will not run at login."));

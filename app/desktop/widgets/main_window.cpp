@@ -19,9 +19,11 @@
 #include "app/desktop/app_icons.h"
 #include "app/desktop/widgets/activity_page.h"
 #include "app/desktop/widgets/add_apps_page.h"
+#include "app/desktop/widgets/held_helpers_panel.h"
 #include "app/desktop/widgets/managed_apps_page.h"
 #include "app/desktop/widgets/page_header.h"
 #include "app/desktop/widgets/settings_page.h"
+#include "app/desktop/widgets/startup_items_page.h"
 
 namespace holdenmere::desktop {
 namespace {
@@ -85,11 +87,15 @@ MainWindow::MainWindow(DesktopContext& context, QWidget* parent) : QMainWindow(p
     addApps_ = new AddAppsPage(context_.addApps, pages_);
     activity_ = new ActivityPage(context_.activity, context_.networkTest, pages_);
     settings_ = new SettingsPage(context_.settings, pages_);
+    settings_->setHelpersPanel(new HeldHelpersPanel(context_.helpers));
+    startupItems_ = new StartupItemsPage(context_.startupItems, pages_);
     QStyle* look = style();
     addPage(QStringLiteral("Managed Apps"), look->standardIcon(QStyle::SP_FileDialogListView), managedApps_);
     addPage(QStringLiteral("Add Apps"), look->standardIcon(QStyle::SP_FileDialogNewFolder), addApps_);
     addPage(QStringLiteral("Activity"), look->standardIcon(QStyle::SP_FileDialogDetailedView), activity_);
     addPage(QStringLiteral("Settings"), look->standardIcon(QStyle::SP_FileDialogInfoView), settings_);
+    addPage(QStringLiteral("Startup Items"), look->standardIcon(QStyle::SP_MediaPlay), startupItems_,
+            kStartupItemsPosition);
 
     connect(sidebar_, &QListWidget::currentRowChanged, pages_, &QStackedWidget::setCurrentIndex);
     connect(managedApps_, &ManagedAppsPage::addAppsRequested, this, [this] { showPage(Page::addApps); });
@@ -101,6 +107,10 @@ MainWindow::MainWindow(DesktopContext& context, QWidget* parent) : QMainWindow(p
     connect(&context_.managedApps, &ManagedAppsModel::notice, this, &MainWindow::showNotice);
     connect(&context_.addApps, &AddAppsModel::notice, this, &MainWindow::showNotice);
     connect(&context_.settings, &SettingsModel::notice, this, &MainWindow::showProblem);
+    // The pages show an action's whole outcome; the status line its first line.
+    auto showOutcome = [this](const QString& text, bool) { showNotice(text.section(QLatin1Char('\n'), 0, 0)); };
+    connect(&context_.startupItems, &StartupItemsModel::finished, this, showOutcome);
+    connect(&context_.helpers, &HeldHelpersModel::finished, this, showOutcome);
 
     buildMenus();
     statusBar()->setSizeGripEnabled(false);
@@ -128,7 +138,7 @@ void MainWindow::buildMenus() {
     quit->setMenuRole(QAction::QuitRole);
 
     QMenu* view = menuBar()->addMenu(QStringLiteral("&View"));
-    for (Page page : {Page::managedApps, Page::addApps, Page::activity, Page::settings}) {
+    for (Page page : {Page::managedApps, Page::addApps, Page::startupItems, Page::activity, Page::settings}) {
         const int index = indexOf(page);
         QAction* action = view->addAction(pageTitle(index), this, [this, page] { showPage(page); });
         action->setShortcut(QKeySequence(Qt::CTRL | static_cast<Qt::Key>(Qt::Key_1 + static_cast<int>(page))));
@@ -154,6 +164,7 @@ int MainWindow::indexOf(Page page) const {
     switch (page) {
         case Page::managedApps: return pages_->indexOf(managedApps_);
         case Page::addApps: return pages_->indexOf(addApps_);
+        case Page::startupItems: return pages_->indexOf(startupItems_);
         case Page::activity: return pages_->indexOf(activity_);
         case Page::settings: return pages_->indexOf(settings_);
     }

@@ -16,17 +16,18 @@ class ActivityPage;
 class AddAppsPage;
 class ManagedAppsPage;
 class SettingsPage;
+class StartupItemsPage;
 
 // The main window: a sidebar of pages, a banner for problems with the
 // settings file, and a status line for what a change did. Further pages
-// (startup items) are added with addPage() at their place in the sidebar.
+// can be added with addPage() at their place in the sidebar.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
     // The built-in pages, in sidebar order.
-    enum class Page { managedApps, addApps, activity, settings };
-    // Where a startup-items page goes: after Add Apps.
+    enum class Page { managedApps, addApps, startupItems, activity, settings };
+    // Where the startup-items page goes: after Add Apps.
     static constexpr int kStartupItemsPosition = 2;
 
     explicit MainWindow(DesktopContext& context, QWidget* parent = nullptr);
@@ -45,6 +46,7 @@ public:
     AddAppsPage* addAppsPage() const { return addApps_; }
     ActivityPage* activityPage() const { return activity_; }
     SettingsPage* settingsPage() const { return settings_; }
+    StartupItemsPage* startupItemsPage() const { return startupItems_; }
 
     // The line in the status bar; a problem stays until dismissed.
     void showNotice(const QString& text);
@@ -74,6 +76,7 @@ private:
     AddAppsPage* addApps_;
     ActivityPage* activity_;
     SettingsPage* settings_;
+    StartupItemsPage* startupItems_;
 };
 
 }  // namespace holdenmere::desktop

@@ -179,8 +179,7 @@ ManagedAppsPage::ManagedAppsPage(ManagedAppsModel& model, QWidget* parent) : QWi
         QMessageBox box(QMessageBox::Question, QStringLiteral("Remove App"),
                         QStringLiteral("Remove %1 from Holdenmere?").arg(apps_->currentItem()->text()),
                         QMessageBox::Cancel, this);
-        box.setInformativeText(QStringLiteral("Holdenmere will no longer open it at login. You can add it again "
-                                              "at any time."));
+        box.setInformativeText(model_.removeHelp(identifier));
         box.addButton(QStringLiteral("Remove"), QMessageBox::DestructiveRole);
         box.exec();
         if (box.buttonRole(box.clickedButton()) == QMessageBox::DestructiveRole) model_.remove(identifier);

@@ -139,7 +139,7 @@ void OnboardingWindow::showStep() {
     skip_->setVisible(step == OnboardingFlow::Step::welcome);
     if (!flow_.isLast()) {
         primary_->setText(QStringLiteral("Continue"));
-    } else if (flow_.chosen().empty()) {
+    } else if (flow_.chosen().empty() || step != OnboardingFlow::Step::chooseApps) {
         primary_->setText(QStringLiteral("Done"));
     } else {
         primary_->setText(flow_.chosen().size() == 1 ? QStringLiteral("Add 1 App")

@@ -13,7 +13,7 @@ class QStackedWidget;
 namespace holdenmere::desktop {
 
 // The first-run window over an OnboardingFlow. The welcome and the choice
-// of apps are built in; the pages of further steps (switching the login
+// of apps are built in; the pages of the other steps (switching the login
 // agent on, startup take-over consent) are supplied with setStepPage().
 class OnboardingWindow : public QWidget {
     Q_OBJECT

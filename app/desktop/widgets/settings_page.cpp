@@ -60,6 +60,12 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     startAtLogin_ = new QCheckBox(QStringLiteral("Start at login"), login);
     startAtLoginDetail_ = detailLabel(login);
     startAtLoginRow_ = switchRow(login, startAtLogin_, startAtLoginDetail_);
+    startAtLoginWarning_ = detailLabel(login);
+    startAtLoginWarning_->setStyleSheet(QStringLiteral("QLabel { color: #b4281e; }"));
+    startAtLoginWarning_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    startAtLoginRow_->layout()->addWidget(startAtLoginWarning_);
+    offWarning_ = noteLabel(login, QColor(230, 160, 20));
+    startAtLoginRow_->layout()->addWidget(offWarning_);
     gateEnabled_ = new QCheckBox(QStringLiteral("Wait for the network before opening apps"), login);
     auto* gateDetail = detailLabel(login);
     gateDetail->setText(QStringLiteral("When off, Holdenmere opens nothing at login."));
@@ -68,11 +74,13 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     openAtLoginDetail_ = detailLabel(login);
     helpers_ = new QLabel(login);
     helpersRow_ = new QWidget(login);
-    auto* helpersLayout = new QHBoxLayout(helpersRow_);
-    helpersLayout->setContentsMargins(0, 4, 0, 0);
+    auto* helpersColumn = new QVBoxLayout(helpersRow_);
+    helpersColumn->setContentsMargins(0, 4, 0, 0);
+    auto* helpersLayout = new QHBoxLayout();
     auto* helpersTitle = new QLabel(QStringLiteral("Held helpers:"), helpersRow_);
     helpersLayout->addWidget(helpersTitle);
     helpersLayout->addWidget(helpers_, 1);
+    helpersColumn->addLayout(helpersLayout);
     loginLayout->addWidget(startAtLoginRow_);
     loginLayout->addWidget(switchRow(login, gateEnabled_, gateDetail));
     loginLayout->addWidget(switchRow(login, launchAnyway_, nullptr));
@@ -145,7 +153,17 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     refresh();
 }
 
+void SettingsPage::setHelpersPanel(QWidget* panel) {
+    panel->setParent(helpersRow_);
+    helpersRow_->layout()->addWidget(panel);
+}
+
+QString SettingsPage::startAtLoginWarningText() const {
+    return startAtLoginWarning_->isVisibleTo(this) ? startAtLoginWarning_->text() : QString();
+}
+
 void SettingsPage::showEvent(QShowEvent* event) {
+    model_.refreshLoginAgent();
     refresh();
     QWidget::showEvent(event);
 }
@@ -156,6 +174,10 @@ void SettingsPage::refresh() {
     startAtLogin_->setChecked(runsAtLogin(model_.loginAgentStatus()));
     startAtLogin_->setEnabled(model_.canChangeStartAtLogin());
     startAtLoginDetail_->setText(model_.loginAgentDetail());
+    startAtLoginWarning_->setText(model_.loginAgentWarning());
+    startAtLoginWarning_->setVisible(!model_.loginAgentWarning().isEmpty());
+    offWarning_->setText(model_.offWarning());
+    offWarning_->setVisible(!model_.offWarning().isEmpty());
     gateEnabled_->setChecked(settings.isEnabled);
     launchAnyway_->setChecked(settings.launchAnywayOnTimeout);
     launchAnyway_->setEnabled(settings.isEnabled);

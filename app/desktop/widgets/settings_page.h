@@ -14,10 +14,9 @@ class QSpinBox;
 
 namespace holdenmere::desktop {
 
-// The gate's settings, opening at login, and where Holdenmere shows itself.
-// The "Start at login" and "Held helpers" rows are containers whose contents
-// the login-agent and helper screens may replace (startAtLoginRow(),
-// helpersRow()).
+// The gate's settings, Start at login (the login agent, its status and
+// launchd's warnings), opening at login, held helpers (a panel set with
+// setHelpersPanel()) and where Holdenmere shows itself.
 class SettingsPage : public QWidget {
     Q_OBJECT
 
@@ -26,6 +25,11 @@ public:
 
     QWidget* startAtLoginRow() const { return startAtLoginRow_; }
     QWidget* helpersRow() const { return helpersRow_; }
+    // Puts the held-helpers panel under the helpers' summary.
+    void setHelpersPanel(QWidget* panel);
+
+    QCheckBox* startAtLoginBox() const { return startAtLogin_; }
+    QString startAtLoginWarningText() const;
 
 protected:
     void showEvent(QShowEvent* event) override;
@@ -37,6 +41,8 @@ private:
     QWidget* startAtLoginRow_;
     QCheckBox* startAtLogin_;
     QLabel* startAtLoginDetail_;
+    QLabel* startAtLoginWarning_;
+    QLabel* offWarning_;
     QCheckBox* gateEnabled_;
     QCheckBox* launchAnyway_;
     QCheckBox* openAtLogin_;

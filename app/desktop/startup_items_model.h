@@ -1,0 +1,199 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/desktop/config_session.h"
+#include "app/desktop/desktop_preferences.h"
+#include "app/desktop/desktop_services.h"
+#include "core/discovery/launch_agent_scanner.h"
+#include "core/discovery/login_items_auditor.h"
+#include "core/discovery/startup_conflict.h"
+#include "core/takeover/startup_safety.h"
+
+namespace holdenmere::desktop {
+
+class BackgroundQueue;
+
+// What one scan of the startup sources found. Made on a worker thread: it
+// reads Login Items through System Events and LaunchAgents from disk and
+// launchd; everything that depends on the configuration is derived from it
+// afterwards, so that a change of the managed apps needs no new scan.
+struct StartupScan {
+    std::vector<LoginItemsAuditor::LoginItem> loginItems;
+    bool loginItemsUnreadable = false;  // System Events did not answer
+    std::vector<StartupItem> agentItems;  // LaunchAgents that open an app and are switched on
+    std::map<std::string, SafetyTier> agentTiers;  // by label: what switching each off means
+    std::vector<IneligibleStartupItem> ineligible;
+    // The icon file of each app bundle found, by its path.
+    std::map<std::string, std::optional<std::filesystem::path>> icons;
+
+    // Runs the scanners. Blocks while System Events answers.
+    static StartupScan run(LaunchctlRunning& launchctl, ScriptRunning& scripts,
+                           const std::vector<std::filesystem::path>& agentDirectories,
+                           const StartupSafety::Environment& environment);
+};
+
+// One app that macOS starts at login and that Holdenmere could start instead.
+struct StartupItemRow {
+    enum class Source { loginItem, launchAgent };
+
+    std::string bundleIdentifier;
+    std::string name;
+    std::string path;
+    Source source = Source::loginItem;
+    std::string label;      // a LaunchAgent's
+    std::string plistPath;  // a LaunchAgent's
+    bool hidden = false;    // a Login Item opened hidden
+    SafetyTier tier;        // switching a LaunchAgent off; Login Items are always allowed
+    std::vector<std::string> chips;
+    bool leftToMacOS = false;
+    std::optional<std::filesystem::path> iconPath;
+
+    // "Login Item" or "LaunchAgent {label}".
+    QString sourceText() const;
+    friend bool operator==(const StartupItemRow&, const StartupItemRow&) = default;
+};
+
+// Something that starts at login and that Holdenmere leaves alone, with why.
+struct IneligibleRow {
+    std::string name;
+    std::string bundleIdentifier;
+    std::string label;  // a launchd label, or a Login Item's path
+    std::string reason;
+    bool ofManagedApp = false;
+
+    friend bool operator==(const IneligibleRow&, const IneligibleRow&) = default;
+};
+
+// A managed app that macOS also starts by itself, before the network.
+struct ConflictRow {
+    struct Agent {
+        std::string label;
+        std::string plistPath;
+        SafetyTier tier;
+        std::vector<std::string> chips;
+        friend bool operator==(const Agent&, const Agent&) = default;
+    };
+
+    std::string bundleIdentifier;
+    std::string name;
+    std::vector<LoginItemsAuditor::LoginItem> loginItems;
+    std::vector<Agent> agents;
+    std::optional<std::filesystem::path> iconPath;
+
+    // "Login Item", "LaunchAgent {label}", joined with " and ".
+    QString sourcesText() const;
+    friend bool operator==(const ConflictRow&, const ConflictRow&) = default;
+};
+
+// The Startup Items page: what macOS starts at login, taking single items
+// over, ending the conflicts of managed apps, the consent to take startup
+// items over at each login, and giving everything back. Scans and changes
+// run on a worker thread, so that System Events cannot freeze the window;
+// every change of startup state is made holding the startup mutation lock,
+// on a fresh read of the configuration, with its recovery entry saved
+// before the change.
+class StartupItemsModel : public QObject {
+    Q_OBJECT
+
+public:
+    StartupItemsModel(ConfigSession& session, DesktopServices& services, DesktopPreferences& preferences,
+                      QObject* parent = nullptr);
+    ~StartupItemsModel() override;
+
+    bool hasScanned() const { return scanned_; }
+    bool isScanning() const { return scanning_; }
+    // An action is running or waiting.
+    bool isBusy() const { return busy_ > 0; }
+
+    // Items Holdenmere could take over: not Holdenmere, not managed, not
+    // blocked, the first of each app (a Login Item before a LaunchAgent).
+    const std::vector<StartupItemRow>& items() const { return items_; }
+    // What Holdenmere leaves alone, a managed app's items first.
+    const std::vector<IneligibleRow>& ineligible() const { return ineligible_; }
+    // Managed apps that macOS also starts.
+    const std::vector<ConflictRow>& conflicts() const { return conflicts_; }
+    // Why the Login Items are missing, or empty.
+    QString loginItemsProblem() const;
+
+    const StartupItemRow* item(const std::string& bundleIdentifier) const;
+    const ConflictRow* conflict(const std::string& bundleIdentifier) const;
+    // The refusal of switching an item off, or empty.
+    QString refusal(const std::string& bundleIdentifier) const;
+    // The warnings to confirm before taking an item over, in order.
+    QStringList confirmations(const std::string& bundleIdentifier) const;
+    // The warnings of every agent of a conflict that is not refused.
+    QStringList conflictConfirmations(const std::string& bundleIdentifier) const;
+
+    // Takes one item over: the app becomes a managed app, the recovery entry
+    // is saved, then the Login Item is removed or the LaunchAgent switched off
+    // within its safety tier. A refused item, and one that needs
+    // confirmation without `confirmed`, change nothing. False when nothing
+    // was started.
+    bool takeOver(const std::string& bundleIdentifier, bool confirmed);
+    // Ends a conflict the same way: each Login Item removed and each
+    // LaunchAgent switched off, every entry recorded first. Nothing changes
+    // when an agent needs confirmation and `confirmed` is false.
+    bool endConflict(const std::string& bundleIdentifier, bool confirmed);
+
+    // Consent to take startup items over at each login.
+    StartupConsent consent() const;
+    // "Startup take-over: granted. …"
+    QString consentText() const;
+    // Undecided and not asked on this page yet: the sheet is shown once.
+    bool shouldAskConsent() const;
+    void markConsentAsked();
+    // Granted, with the apps the user leaves to macOS.
+    bool grantConsent(const std::vector<std::string>& leftToMacOS);
+    bool declineConsent();
+
+    // Gives back everything the ledger records, as --restore-startup does:
+    // the opt-out saved first, Login Items and LaunchAgents put back, held
+    // helpers released, the login agent turned off.
+    bool giveEverythingBack();
+    static QString giveBackQuestion();
+    static QString giveBackDetail();
+
+public slots:
+    void rescan();
+
+signals:
+    void rowsChanged();
+    void scanningChanged();
+    void busyChanged();
+    // An action ended: what it did, one line per item; `ok` false when
+    // something could not be done.
+    void finished(const QString& text, bool ok);
+    // Giving everything back ended, with its lines.
+    void gaveBack(const QStringList& lines, bool ok);
+    // The login agent was switched off by giving everything back.
+    void loginAgentChanged();
+
+private:
+    void adoptScan(StartupScan scan);
+    void derive();
+    void startAction(std::function<std::pair<QStringList, bool>()> work);
+    void endAction(const QStringList& lines, bool ok);
+
+    ConfigSession& session_;
+    DesktopServices& services_;
+    DesktopPreferences& preferences_;
+    StartupScan scan_;
+    bool scanned_ = false;
+    bool scanning_ = false;
+    bool scanAgain_ = false;
+    int busy_ = 0;
+    std::vector<StartupItemRow> items_;
+    std::vector<IneligibleRow> ineligible_;
+    std::vector<ConflictRow> conflicts_;
+    std::unique_ptr<BackgroundQueue> queue_;
+};
+
+}  // namespace holdenmere::desktop
