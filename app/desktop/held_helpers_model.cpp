@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <set>
 
+#include "app/desktop/action_outcome.h"
 #include "app/desktop/startup_work.h"
 #include "core/launchd/helper_delay.h"
 
@@ -35,15 +36,7 @@ std::vector<DelayedHelper>::iterator recordOf(HoldenmereConfig& config, const st
                         [&](const DelayedHelper& helper) { return helper.label == label; });
 }
 
-struct Outcome {
-    std::vector<std::string> lines;
-    bool ok = true;
-
-    void fail(std::string line) {
-        lines.push_back(std::move(line));
-        ok = false;
-    }
-};
+using Outcome = ActionOutcome;
 
 std::string heldLine(const std::string& name, DelayedHelper::Mode mode) {
     return mode == DelayedHelper::Mode::delay ? name + " now waits for the network at login."

@@ -6,6 +6,7 @@
 #include <set>
 #include <sstream>
 
+#include "app/desktop/action_outcome.h"
 #include "app/desktop/startup_work.h"
 #include "app/restore_startup_mode.h"
 #include "core/apps/installed_app.h"
@@ -22,16 +23,7 @@ constexpr std::string_view kTag = "[Holdenmere] ";
 
 QString text(const std::string& value) { return QString::fromStdString(value); }
 
-// What an action did, one line per item, made on the worker thread.
-struct Outcome {
-    std::vector<std::string> lines;
-    bool ok = true;
-
-    void fail(std::string line) {
-        lines.push_back(std::move(line));
-        ok = false;
-    }
-};
+using Outcome = ActionOutcome;
 
 // A script runner that notes whether the Login Items could be listed.
 class NotingScripts final : public ScriptRunning {
