@@ -6,9 +6,13 @@
 #include "tests/support/fake_script_running.h"
 #include "tests/support/login_item_bundles.h"
 #include "tests/support/plist_files.h"
+#include "tests/support/records.h"
 
 namespace holdenmere {
 namespace {
+
+using testing::launchRecord;
+using testing::managedApp;
 
 using testing::FakeLoginItem;
 using testing::FakeScriptRunning;
@@ -20,18 +24,6 @@ const std::string kListHidden(LoginItemsAuditor::kListHiddenScript);
 std::string binaryInfoPlist(const std::string& bundleIdentifier) {
     return testing::binaryPlist(
         testing::xmlPlist("<key>CFBundleIdentifier</key><string>" + bundleIdentifier + "</string>"));
-}
-
-ManagedApp managedApp(const std::string& bundleIdentifier, const std::string& name, const std::string& path) {
-    ManagedApp app;
-    app.bundleIdentifier = bundleIdentifier;
-    app.name = name;
-    app.path = path;
-    return app;
-}
-
-LaunchRecord record(const std::string& bundleIdentifier, LaunchOutcome outcome) {
-    return LaunchRecord{bundleIdentifier, bundleIdentifier, outcome, Date{0}, ""};
 }
 
 class LoginItemsAuditorTest : public ::testing::Test {
@@ -147,10 +139,10 @@ TEST_F(LoginItemsAuditorTest, ConflictsNotLaunchedThisRunLeaveOutOnlyAppsThePass
     };
     std::vector<LoginItemsAuditor::Conflict> conflicts{conflict("launched"), conflict("running"), conflict("failed"),
                                                        conflict("unrecorded"), conflict("twice")};
-    std::vector<LaunchRecord> records{record("launched", LaunchOutcome::launched),
-                                      record("running", LaunchOutcome::alreadyRunning),
-                                      record("failed", LaunchOutcome::failed), record("twice", LaunchOutcome::failed),
-                                      record("twice", LaunchOutcome::launched)};
+    std::vector<LaunchRecord> records{
+        launchRecord("launched", LaunchOutcome::launched), launchRecord("running", LaunchOutcome::alreadyRunning),
+        launchRecord("failed", LaunchOutcome::failed), launchRecord("twice", LaunchOutcome::failed),
+        launchRecord("twice", LaunchOutcome::launched)};
     EXPECT_EQ(
         LoginItemsAuditor::conflictsNotLaunchedThisRun(conflicts, records),
         (std::vector<LoginItemsAuditor::Conflict>{conflict("running"), conflict("failed"), conflict("unrecorded")}));

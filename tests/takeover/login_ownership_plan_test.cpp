@@ -3,10 +3,14 @@
 
 #include "core/takeover/login_ownership.h"
 #include "tests/support/plist_files.h"
+#include "tests/support/records.h"
 #include "tests/support/temporary_directory.h"
 
 namespace holdenmere {
 namespace {
+
+using testing::launchRecord;
+using testing::managedApp;
 
 using Item = LoginOwnership::LoginItem;
 const std::string kDash = " \xE2\x80\x94 ";
@@ -14,18 +18,6 @@ const std::string kDash = " \xE2\x80\x94 ";
 Item item(const std::string& name, const std::string& path, std::optional<std::string> bundleIdentifier,
           bool hidden = false) {
     return Item{name, path, std::move(bundleIdentifier), hidden};
-}
-
-ManagedApp managed(const std::string& bundleIdentifier, const std::string& name, const std::string& path = "/A.app") {
-    ManagedApp app;
-    app.bundleIdentifier = bundleIdentifier;
-    app.name = name;
-    app.path = path;
-    return app;
-}
-
-LaunchRecord record(const std::string& bundleIdentifier, LaunchOutcome outcome) {
-    return LaunchRecord{bundleIdentifier, bundleIdentifier, outcome, Date{0}, ""};
 }
 
 TEST(LoginOwnershipPlan, EachRuleInLoginItemOrder) {
@@ -40,7 +32,7 @@ TEST(LoginOwnershipPlan, EachRuleInLoginItemOrder) {
         item("Drive", "/Applications/Drive.app/", "com.example.drive", /*hidden=*/true),
     };
     const auto plan = LoginOwnership::plan(
-        items, {managed("com.example.mail", "Mail")},
+        items, {managedApp("com.example.mail", "Mail")},
         {{"com.example.chat", "Chat", "/Applications/Chat.app"}, {"com.example.games", "Games", "/G.app"}},
         {"/Applications/Vpn.app"}, {"com.example.chat"}, {"com.example.notes"});
 
@@ -61,7 +53,7 @@ TEST(LoginOwnershipPlan, EachRuleInLoginItemOrder) {
     EXPECT_EQ(plan.blockRemovals, (std::vector<Item>{items[5], items[6]}));
     EXPECT_EQ(plan.importRemovals, (std::vector<Item>{items[7]}));
     ASSERT_EQ(plan.imports.size(), 1u);
-    ManagedApp drive = managed("com.example.drive", "Drive", "/Applications/Drive.app");
+    ManagedApp drive = managedApp("com.example.drive", "Drive", "/Applications/Drive.app");
     drive.launchHidden = true;
     drive.importedFromLoginItem = true;
     EXPECT_EQ(plan.imports[0], drive);
@@ -70,7 +62,7 @@ TEST(LoginOwnershipPlan, EachRuleInLoginItemOrder) {
 
 TEST(LoginOwnershipPlan, HoldenmereItselfAndNoItemsGiveNothing) {
     auto own = LoginOwnership::plan({item("Holdenmere", "/Applications/Holdenmere.app", "com.tavik.holdenmere")},
-                                    {managed("com.tavik.holdenmere", "Holdenmere")}, {}, {}, {}, {});
+                                    {managedApp("com.tavik.holdenmere", "Holdenmere")}, {}, {}, {}, {});
     EXPECT_TRUE(own.isEmpty());
     EXPECT_TRUE(own.logLines.empty());
     EXPECT_EQ(LoginOwnership::plan({}, {}, {}, {}, {}, {}), LoginOwnership::Plan{});
@@ -93,7 +85,7 @@ TEST(LoginOwnershipPlan, NotAnAppWinsOverManaged) {
         item("Mail", "/Applications/Mail.app/Contents/MacOS/Mail", "com.example.mail"),
         item("Up", "/Applications/Mail.app/..", "com.example.mail"),
     };
-    auto plan = LoginOwnership::plan(items, {managed("com.example.mail", "Mail")}, {}, {}, {}, {});
+    auto plan = LoginOwnership::plan(items, {managedApp("com.example.mail", "Mail")}, {}, {}, {}, {});
     EXPECT_EQ(plan.ignored, items);
     EXPECT_TRUE(plan.managedRemovals.empty());
     EXPECT_EQ(plan.logLines[0], "skipped: Agent" + kDash + "not an app, left in Login Items");
@@ -114,10 +106,10 @@ TEST(LoginOwnershipImports, LaunchAgentItemsOfAppsNobodyDecidedOn) {
         StartupItem{"com.example.login", "login", "/Applications/Login.app", StartupItem::LoginItem{}},
         StartupItem{"com.example.nopath", "nopath", std::nullopt, StartupItem::LaunchAgent{"x", "/x.plist"}},
     };
-    auto imports = LoginOwnership::discoveredImports(items, {managed("com.example.mail", "Mail")},
+    auto imports = LoginOwnership::discoveredImports(items, {managedApp("com.example.mail", "Mail")},
                                                      {{"com.example.chat", "Chat", "/Applications/Chat.app"}},
                                                      {"/Applications/Vpnd.app"}, {"com.example.notes"});
-    ManagedApp sync = managed("com.example.sync", "sync", "/Applications/Sync.app");
+    ManagedApp sync = managedApp("com.example.sync", "sync", "/Applications/Sync.app");
     sync.importedFromStartup = true;
     EXPECT_EQ(imports, (std::vector<ManagedApp>{sync}));
 }
@@ -135,12 +127,12 @@ TEST(LoginOwnershipImports, DroppedArgumentsAreThoseAfterTheProgram) {
 
 TEST(LoginOwnershipBackfill, RecordsWhatEarlierVersionsChangedOnce) {
     HoldenmereConfig config;
-    ManagedApp drive = managed("com.example.drive", "Drive", "/Applications/Drive.app");
+    ManagedApp drive = managedApp("com.example.drive", "Drive", "/Applications/Drive.app");
     drive.importedFromLoginItem = true;
     drive.launchHidden = true;
-    ManagedApp mail = managed("com.example.mail", "Mail", "/Applications/Mail.app");
+    ManagedApp mail = managedApp("com.example.mail", "Mail", "/Applications/Mail.app");
     mail.importedFromLoginItem = true;
-    config.apps = {drive, mail, managed("com.example.sync", "Sync")};
+    config.apps = {drive, mail, managedApp("com.example.sync", "Sync")};
     config.recordLoginItem("com.example.mail", "Mail", {"/Applications/Mail.app", false});
     config.recordAgent("com.example.sync", "Sync", "com.example.sync.known", "/k.plist", false);
     config.delayedHelpers = {
@@ -179,22 +171,25 @@ TEST(LoginOwnershipBackfill, RecordsWhatEarlierVersionsChangedOnce) {
 
 TEST(LoginOwnershipReport, DoneLineAndImportedFailures) {
     const std::vector<LaunchRecord> records = {
-        record("com.example.a", LaunchOutcome::launched),       record("com.example.b", LaunchOutcome::launched),
-        record("com.example.c", LaunchOutcome::alreadyRunning), record("com.example.drive", LaunchOutcome::failed),
-        record("com.example.sync", LaunchOutcome::failed),      record("com.example.mail", LaunchOutcome::failed),
-        record("com.example.gone", LaunchOutcome::missing),
+        launchRecord("com.example.a", LaunchOutcome::launched),
+        launchRecord("com.example.b", LaunchOutcome::launched),
+        launchRecord("com.example.c", LaunchOutcome::alreadyRunning),
+        launchRecord("com.example.drive", LaunchOutcome::failed),
+        launchRecord("com.example.sync", LaunchOutcome::failed),
+        launchRecord("com.example.mail", LaunchOutcome::failed),
+        launchRecord("com.example.gone", LaunchOutcome::missing),
     };
     EXPECT_EQ(LoginOwnership::doneLine(records, 2),
               "done: launched=2 already_running=1 failed=3 login_items_not_removed=2");
     EXPECT_EQ(LoginOwnership::doneLine({}, 0), "done: launched=0 already_running=0 failed=0 login_items_not_removed=0");
 
-    ManagedApp drive = managed("com.example.drive", "Drive");
+    ManagedApp drive = managedApp("com.example.drive", "Drive");
     drive.importedFromLoginItem = true;
-    ManagedApp sync = managed("com.example.sync", "Sync");
+    ManagedApp sync = managedApp("com.example.sync", "Sync");
     sync.importedFromStartup = true;
-    ManagedApp gone = managed("com.example.gone", "Gone");
+    ManagedApp gone = managedApp("com.example.gone", "Gone");
     gone.importedFromLoginItem = true;
-    EXPECT_EQ(LoginOwnership::importedFailures(records, {managed("com.example.mail", "Mail"), sync, drive, gone}),
+    EXPECT_EQ(LoginOwnership::importedFailures(records, {managedApp("com.example.mail", "Mail"), sync, drive, gone}),
               (std::vector<std::string>{
                   "Sync was taken over from its macOS startup item and Holdenmere could not start it",
                   "Drive was moved from Login Items and Holdenmere could not start it",
@@ -214,7 +209,7 @@ TEST(LoginOwnershipIneligible, ManagedAppsFirstWithoutBlockedOrOwnOrRepeats) {
         {"Holdenmere", "com.tavik.holdenmere", "com.tavik.holdenmere.x", "own"},
         {"Mail", "com.example.mail", "com.example.mail.helper", "again"},
     };
-    auto shown = LoginOwnership::shownIneligible(items, {managed("com.example.mail", "Mail")},
+    auto shown = LoginOwnership::shownIneligible(items, {managedApp("com.example.mail", "Mail")},
                                                  {{"com.example.chat", "Chat", "/C.app"}});
     EXPECT_EQ(shown, (std::vector<IneligibleStartupItem>{items[1], items[0]}));
 }

@@ -8,6 +8,7 @@
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_script_running.h"
 #include "tests/support/plist_files.h"
+#include "tests/support/records.h"
 #include "tests/support/temporary_directory.h"
 
 namespace holdenmere {
@@ -17,6 +18,8 @@ using testing::FakeLaunchctlRunning;
 using testing::FakeLoginItem;
 using testing::FakeScriptRunning;
 using ::testing::HasSubstr;
+using testing::launchRecord;
+using testing::managedApp;
 using Calls = std::vector<std::vector<std::string>>;
 
 const std::string kDash = " \xE2\x80\x94 ";
@@ -109,8 +112,8 @@ protected:
         file.stored.apps = {managedApp("com.example.mail", "Mail", mail), managedApp("com.example.sync", "Sync", sync)};
         file.stored.blockedApps = {{"com.example.chat", "Chat", chat}};
         scripts.loginItems.items = {{mail}, {drive, true}, {chat}};
-        records = {record("com.example.mail", LaunchOutcome::launched),
-                   record("com.example.sync", LaunchOutcome::alreadyRunning)};
+        records = {launchRecord("com.example.mail", LaunchOutcome::launched),
+                   launchRecord("com.example.sync", LaunchOutcome::alreadyRunning)};
 
         // Every Login Item removal must find its recovery entry saved.
         scripts.beforeEach = [this](const std::string& script) {
@@ -139,18 +142,6 @@ protected:
     void expectLoginItemsStay();
 
     std::string plistOf(const std::string& label) { return (folder / "LaunchAgents" / (label + ".plist")).string(); }
-
-    static ManagedApp managedApp(const std::string& id, const std::string& name, const std::string& path) {
-        ManagedApp app;
-        app.bundleIdentifier = id;
-        app.name = name;
-        app.path = path;
-        return app;
-    }
-
-    static LaunchRecord record(const std::string& id, LaunchOutcome outcome) {
-        return LaunchRecord{id, id, outcome, Date{0}, ""};
-    }
 
     LoginOwnership::PassResult pass(const std::set<std::string>& switchedOff = {}) {
         return LoginOwnership::ownershipPass(file.load(), file.save(), records, auditor, scanner, takeover, {},
@@ -238,7 +229,8 @@ TEST_F(OwnershipPass, TakesEverythingOverAndRecordsItFirst) {
 }
 
 TEST_F(OwnershipPass, AppsWhoseLaunchFailedKeepTheirLoginItemAndAgent) {
-    records = {record("com.example.mail", LaunchOutcome::failed), record("com.example.sync", LaunchOutcome::failed)};
+    records = {launchRecord("com.example.mail", LaunchOutcome::failed),
+               launchRecord("com.example.sync", LaunchOutcome::failed)};
     auto result = pass();
     EXPECT_THAT(result.lines,
                 ::testing::Contains("Mail" + kDash + "its launch failed this pass, so its Login Item stays"));
