@@ -1,7 +1,7 @@
 #include "app/audit_mode.h"
 
 #include "app/command_line.h"
-#include "app/system_services.h"
+#include "core/takeover/system_tools.h"
 #include "core/config/config_store.h"
 #include "core/config/last_login_conflicts.h"
 #include "core/discovery/login_items_auditor.h"

@@ -4,11 +4,10 @@
 #include "app/gate_mode.h"
 #include "app/repair_helpers_mode.h"
 #include "app/restore_startup_mode.h"
-#include "app/system_services.h"
+#include "core/takeover/system_tools.h"
 
 #include <exception>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 #include "core/config/config_store.h"
@@ -16,7 +15,6 @@
 #include "core/gate/open_at_login.h"
 #include "core/launchd/agent_installer.h"
 #include "core/support/environment.h"
-#include "core/takeover/startup_mutation_lock.h"
 
 namespace holdenmere {
 namespace {
@@ -45,29 +43,17 @@ int rejectUnknown(const std::string& argument, std::ostream& out, std::ostream& 
 
 ConfigStore configStore() { return ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")); }
 
-// The two modes that change startup state hold the startup mutation lock for
-// their whole run, and read the configuration only once they hold it.
+// The two modes that change startup state take the startup mutation lock
+// for their whole run, and read the configuration only once they hold it.
 int runMutatingMode(const CLIMode& mode, std::ostream& out, std::ostream& err) {
-    const bool restoring = mode.kind == CLIMode::Kind::restoreStartup;
     const ConfigStore store = configStore();
-
-    std::optional<StartupMutationLock::Lease> lease;
-    try {
-        lease.emplace(StartupMutationLock(store.url).acquire(/*wait=*/true));
-    } catch (const std::system_error& error) {
-        err << kTag << "ERROR: startup mutation lock unavailable \u2014 " << error.what() << ". Nothing changed.\n";
-        return exit_status::kLockUnavailable;
-    }
-
-    if (!restoring) {
-        const auto launchctl = makeSystemLaunchctl();
-        const RepairHelpersRun run{mode.dryRun, store.url,
-                                   LastLoginConflicts::resolving(environmentValue("HOLDENMERE_LOG_PATH"))};
-        return runRepairHelpers(run, out, err, *launchctl, [&] { return scanDisabledAgents(*launchctl); });
-    }
-
     const auto launchctl = makeSystemLaunchctl();
     const auto scripts = makeSystemScriptRunner();
+    if (mode.kind == CLIMode::Kind::repairHelpers) {
+        const RepairHelpersRun run{mode.dryRun, store.url,
+                                   LastLoginConflicts::resolving(environmentValue("HOLDENMERE_LOG_PATH"))};
+        return runRepairHelpers(run, out, err, *launchctl, *scripts, [&] { return scanDisabledAgents(*launchctl); });
+    }
     const auto run = RestoreStartupRun::atPath(mode.dryRun, store.url, AgentInstaller::defaultPlistURL());
     return runRestoreStartup(run, out, err, *launchctl, *scripts);
 }

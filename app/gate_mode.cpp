@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "app/command_line.h"
-#include "app/system_services.h"
+#include "core/takeover/system_tools.h"
 #include "core/apps/app_running.h"
 #include "core/config/config_store.h"
 #include "core/config/history_store.h"
@@ -29,15 +29,19 @@
 #include "core/support/bundle.h"
 #include "core/support/clock.h"
 #include "core/support/environment.h"
-#include "core/takeover/agent_takeover.h"
+#include "core/takeover/startup_change_engine.h"
+#include "core/takeover/startup_safety.h"
+#include "core/takeover/startup_transaction.h"
 #include "core/takeover/login_ownership.h"
-#include "core/takeover/startup_mutation_lock.h"
 
 namespace holdenmere {
 namespace {
 
 constexpr const char* kTag = "[Holdenmere] ";
 constexpr const char* kDash = " \xE2\x80\x94 ";
+// How long a step that ran out of time gets to finish the change it is
+// making: longer than any one change's tool calls may take.
+constexpr double kStepGrace = 45.0;
 
 // The version as the probe line carries it after "[v": "0.1.0 (12)".
 std::string versionForLog() {
@@ -93,50 +97,65 @@ struct SystemGateServices {
 
 // The startup-sources step: held launchd jobs switched off again where
 // launchd switched them back on, then the Login Items and LaunchAgents of
-// managed and blocked apps taken over (with consent). Everything it changes
-// is recorded in the ledger first, under the startup mutation lock, so that
-// the desktop app and --restore-startup never interleave with it. It runs
-// on a thread of its own under its own deadline; the lines it produced are
-// handed back for the pass to print.
+// managed and blocked apps taken over (with consent). Every change goes
+// through the startup-change engine, under the startup mutation lock, so
+// that the desktop app and --restore-startup never interleave with it. It
+// runs on a thread of its own under its own deadline; once that passes,
+// `cancel` stops any further change, and the lines and records it produced
+// are handed back for the pass to print and record.
 struct StartupSourcesStep {
     Signal done;
+    Signal cancel;
     std::mutex mutex;
     std::vector<std::string> lines;  // without the tag
+    std::vector<LaunchRecord> records;
 
     void add(std::string line) {
         std::lock_guard lock(mutex);
         lines.push_back(std::move(line));
     }
-    std::vector<std::string> take() {
+    void addRecord(LaunchRecord record) {
         std::lock_guard lock(mutex);
-        return std::move(lines);
+        records.push_back(std::move(record));
+    }
+    std::pair<std::vector<std::string>, std::vector<LaunchRecord>> take() {
+        std::lock_guard lock(mutex);
+        return {std::move(lines), std::move(records)};
     }
 };
 
-void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, const ConfigStore& store,
-                           const std::vector<LaunchRecord>& records, const std::set<std::string>& systemDaemonAppPaths,
-                           const std::set<std::string>& switchedOff) {
-    std::optional<StartupMutationLock::Lease> lease;
-    try {
-        lease.emplace(StartupMutationLock(store.url).acquire(/*wait=*/true));
-    } catch (const std::system_error& error) {
-        step.add(std::string("ERROR: startup mutation lock unavailable") + kDash + error.what() + ". Nothing changed.");
+// The step's inputs, copied for its thread.
+struct StartupSourcesInputs {
+    ConfigStore store;
+    LoginOwnership::PassInputs pass;
+};
+
+void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, const StartupSourcesInputs& inputs) {
+    auto begun = StartupTransaction::begin(ConfigAccess::of(inputs.store), StartupTransaction::Wait::untilFree,
+                                           &step.cancel);
+    if (const auto* failure = std::get_if<StartupTransaction::Failure>(&begun)) {
+        step.add("ERROR: " + failure->text(inputs.store.url) + ". Nothing changed.");
         return;
     }
-    const auto load = [&store] { return store.load(); };
-    const auto save = [&store](const HoldenmereConfig& changed) { store.save(changed); };
-    AgentTakeover takeover(services.launchctl);
+    auto& transaction = std::get<StartupTransaction>(begun);
+    StartupChangeEngine engine(transaction, services.launchctl, services.scripts, &step.cancel);
     const LaunchAgentScanner scanner(services.launchctl);
-    LoginItemsAuditor auditor(services.scripts);
 
-    const auto sources = LoginOwnership::startupSourcesPass(load, takeover);
+    const auto sources = LoginOwnership::startupSourcesPass(engine);
     for (const auto& line : sources.lines) step.add(line);
+    for (auto& record : sources.records(services.clock.now())) step.addRecord(std::move(record));
     const auto pass =
-        LoginOwnership::ownershipPass(load, save, records, auditor, scanner, takeover, systemDaemonAppPaths, switchedOff);
+        LoginOwnership::ownershipPass(engine, scanner, StartupSafety::systemEnvironment(), inputs.pass);
+    transaction.end();
     for (const auto& line : pass.lines) step.add(line);
-    for (const auto& line : LoginOwnership::importedFailures(records, pass.config.apps)) step.add(line);
-    step.add(LoginOwnership::doneLine(records, pass.loginItemsNotRemoved));
+    for (const auto& line : LoginOwnership::importedFailures(inputs.pass.records, pass.config.apps)) step.add(line);
+    step.add(LoginOwnership::doneLine(inputs.pass.records, pass.loginItemsNotRemoved));
     if (!sources.optOuts.empty() || sources.tally.configUnreadable) step.add(sources.countsLine());
+}
+
+// A line of the pass: errors to standard error, the rest to standard output.
+void printLine(std::ostream& out, std::ostream& err, const std::string& line) {
+    (line.starts_with("ERROR:") ? err : out) << kTag << line << '\n';
 }
 
 // Managed apps that macOS also starts from a Login Item and that this pass
@@ -157,12 +176,13 @@ void warnAboutLoginItems(std::ostream& out, const LoginItemsAuditor& auditor, co
 // minutes after the pass and removed again each time. Only where startup
 // take-over is granted; otherwise there is nothing to watch and the pass
 // does not wait.
-void sweepReregistrations(std::ostream& out, const LoginItemsAuditor& auditor, Clock& clock,
-                          const HoldenmereConfig& config, const HistoryStore& history) {
+void sweepReregistrations(std::ostream& out, const LoginItemsAuditor& auditor, GateServices& services,
+                          const ConfigStore& store, const HoldenmereConfig& config, const HistoryStore& history) {
     if (config.startupConsent != StartupConsent::granted) return;
     const auto launched = ReregistrationSweep::handedOver(config.apps, config, history.load());
-    const ReregistrationSweep sweep(auditor, clock);
-    for (const auto& removal : sweep.run(launched, config.blockedApps)) {
+    const ReregistrationSweep sweep(auditor, services.clock);
+    const auto remove = LoginOwnership::sweepRemoval(ConfigAccess::of(store), services.launchctl, services.scripts);
+    for (const auto& removal : sweep.run(launched, config.blockedApps, remove)) {
         out << kTag << "re-registered: " << removal.app.name << " put itself back in Login Items" << kDash
             << (removal.outcome == LoginItemRemoval::failed ? "could NOT remove it" : "removed again") << '\n';
         out.flush();
@@ -187,6 +207,10 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
             << ". Launching nothing. Open Holdenmere to repair it.\n";
         return exit_status::kConfigUnreadable;
     }
+
+    // Whether the file was written before the ledger existed; any save below
+    // writes the ledger's keys.
+    const bool predatesLedger = config.predatesLedger;
 
     // Bring it up to date.
     const std::set<std::string> systemDaemonAppPaths = services.systemDaemonAppPaths();
@@ -215,9 +239,9 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
         done->raise();
     });
     if (!waitWithDeadline(services.clock, *done, config.runTimeout())) {
-        out << kTag << "ERROR: gate run timed out" << kDash
+        err << kTag << "ERROR: gate run timed out" << kDash
             << "run incomplete; some apps may already have launched\n";
-        out.flush();
+        err.flush();
         for (const auto& record : pass->helpers.startAfterGate(config, services.clock.now())) printRecord(out, record);
         out.flush();
         err.flush();
@@ -249,27 +273,43 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     out.flush();
 
     // Take startup over, under the step's own deadline: 30 s and 25 s for
-    // each app or held item it may have to act on.
-    std::set<std::string> switchedOff;
-    for (const auto& app : migration.movedToBlocked) switchedOff.insert(app.bundleIdentifier);
+    // each app or held item it may have to act on. Once it passes no new
+    // change starts; the one in flight (each tool call has its own time
+    // limit) finishes and is reported.
+    StartupSourcesInputs inputs{store, {plan.records, systemDaemonAppPaths, {}, predatesLedger}};
+    for (const auto& app : migration.movedToBlocked) inputs.pass.switchedOff.insert(app.bundleIdentifier);
     auto step = std::make_shared<StartupSourcesStep>();
     const double stepBudget = LoginOwnership::startupStepBudget(LoginOwnership::startupOptOuts(config)) +
                               25.0 * static_cast<double>(config.apps.size() + config.blockedApps.size());
-    std::thread stepWorker([step, &services, store, records = plan.records, systemDaemonAppPaths, switchedOff] {
-        runStartupSourcesStep(*step, services, store, records, systemDaemonAppPaths, switchedOff);
+    std::thread stepWorker([step, &services, inputs] {
+        runStartupSourcesStep(*step, services, inputs);
         step->done.raise();
     });
-    const bool stepFinished = waitWithDeadline(services.clock, step->done, stepBudget);
-    if (stepFinished) {
-        stepWorker.join();
-        for (const auto& line : step->take()) out << kTag << line << '\n';
-    } else {
-        // Left to finish or to be cut short when the process ends; every
-        // change it makes was recorded before it was made.
-        stepWorker.detach();
+    const bool stepInTime = waitWithDeadline(services.clock, step->done, stepBudget);
+    if (!stepInTime) step->cancel.raise();
+    const bool stepFinished = stepInTime || waitWithDeadline(services.clock, step->done, kStepGrace);
+    if (stepFinished) stepWorker.join();
+    auto [stepLines, stepRecords] = step->take();
+    for (const auto& line : stepLines) printLine(out, err, line);
+    if (!stepRecords.empty()) {
+        try {
+            history.appendOrThrow(stepRecords);
+        } catch (const HistoryStoreError& error) {
+            out << kTag << "WARNING: the startup-sources records were NOT saved" << kDash << error.what() << '\n';
+        }
+    }
+    if (!stepInTime) {
         out << kTag << "WARNING: the startup-sources step did not finish in time; it is retried at the next login\n";
     }
     out.flush();
+    err.flush();
+    if (!stepFinished) {
+        // Only a change still waiting on a tool past its own time limit gets
+        // here; its recovery entry was saved before it started. End here
+        // rather than tear the pass's services down under it.
+        (void)std::fflush(nullptr);
+        std::_Exit(GateRunner::exitCode(plan));
+    }
 
     // Open the desktop app quietly when the settings ask for it.
     if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle,
@@ -285,19 +325,10 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
         current = store.load();
     } catch (const ConfigStoreError&) {
     }
-    sweepReregistrations(out, auditor, services.clock, current, history);
+    sweepReregistrations(out, auditor, services, store, current, history);
     out.flush();
 
-    const int status = GateRunner::exitCode(plan);
-    if (!stepFinished) {
-        // The step's thread still uses this pass's services: end here
-        // rather than tear them down under it.
-        out.flush();
-        err.flush();
-        (void)std::fflush(nullptr);
-        std::_Exit(status);
-    }
-    return status;
+    return GateRunner::exitCode(plan);
 }
 
 }  // namespace holdenmere

@@ -6,6 +6,7 @@
 
 #include "core/support/files.h"
 #include "core/takeover/startup_mutation_lock.h"
+#include "core/takeover/startup_transaction.h"
 
 namespace holdenmere::desktop {
 namespace {
@@ -30,8 +31,8 @@ std::optional<StartupMutationLock::Lease> tryLock(const ConfigStore& store, QStr
 ConfigSession::ConfigSession(ConfigStore store, QObject* parent) : QObject(parent), store_(std::move(store)) {}
 
 QString ConfigSession::lockBusyText() {
-    return QStringLiteral("Holdenmere is changing your startup items right now. Nothing was changed; try again in a "
-                          "moment.");
+    const StartupTransaction::Failure busy{StartupTransaction::Failure::Kind::lockBusy, {}};
+    return QString::fromStdString(busy.text({}));
 }
 
 void ConfigSession::setDamage(const QString& damage) {

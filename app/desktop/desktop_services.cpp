@@ -1,13 +1,13 @@
 #include "app/desktop/desktop_services.h"
 
-#include "app/system_services.h"
+#include "core/takeover/system_tools.h"
 #include "core/apps/app_discovery.h"
 #include "core/config/last_login_conflicts.h"
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/reachability/url_session_probe.h"
 #include "core/support/environment.h"
 #include "core/support/files.h"
-#include "core/takeover/agent_takeover.h"
+#include "core/takeover/startup_safety.h"
 
 namespace holdenmere::desktop {
 
@@ -15,7 +15,7 @@ std::vector<std::filesystem::path> DesktopServices::launchAgentDirectories() {
     return LaunchAgentScanner::defaultDirectories();
 }
 
-StartupSafety::Environment DesktopServices::safetyEnvironment() { return AgentTakeover::systemEnvironment(); }
+StartupSafety::Environment DesktopServices::safetyEnvironment() { return StartupSafety::systemEnvironment(); }
 
 std::optional<std::filesystem::path> DesktopServices::agentExecutable() { return executablePath(); }
 

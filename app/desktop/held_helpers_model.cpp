@@ -6,16 +6,12 @@
 #include <algorithm>
 #include <set>
 
-#include "app/desktop/action_outcome.h"
 #include "app/desktop/startup_work.h"
 #include "core/launchd/helper_delay.h"
+#include "core/takeover/startup_actions.h"
 
 namespace holdenmere::desktop {
 namespace {
-
-constexpr const char* kDash = " \xE2\x80\x94 ";
-// Who repaired, as the run log names it.
-constexpr const char* kLogSource = "app";
 
 QString text(const std::string& value) { return QString::fromStdString(value); }
 
@@ -29,106 +25,6 @@ std::string helperName(const std::string& program, const std::string& appName) {
         if (part.ends_with(".app") && part != appName + ".app") name = part.substr(0, part.size() - 4);
     }
     return name;
-}
-
-std::vector<DelayedHelper>::iterator recordOf(HoldenmereConfig& config, const std::string& label) {
-    return std::find_if(config.delayedHelpers.begin(), config.delayedHelpers.end(),
-                        [&](const DelayedHelper& helper) { return helper.label == label; });
-}
-
-using Outcome = ActionOutcome;
-
-std::string heldLine(const std::string& name, DelayedHelper::Mode mode) {
-    return mode == DelayedHelper::Mode::delay ? name + " now waits for the network at login."
-                                              : name + " is kept off at login.";
-}
-
-Outcome setModeJob(const HelperRow& row, HelperRow::Mode wanted, HoldenmereLoginAgentStatus loginAgent,
-                   const ConfigStore& store, LaunchctlRunning& launchctl) {
-    Outcome outcome;
-    auto problem = StartupTransaction::run(store, [&](StartupTransaction& transaction) {
-        HelperDelay helperDelay(launchctl);
-        auto record = recordOf(transaction.config, row.label);
-        if (record == transaction.config.delayedHelpers.end()) {
-            if (wanted == HelperRow::Mode::notHeld) return;
-            // Recorded first, so that a helper switched off is never unknown.
-            const DelayedHelper helper{row.label, row.plistPath, row.appBundleIdentifier, row.name,
-                                       wanted == HelperRow::Mode::delay ? DelayedHelper::Mode::delay
-                                                                        : DelayedHelper::Mode::off};
-            transaction.config.delayedHelpers.push_back(helper);
-            if (auto failure = transaction.save()) {
-                outcome.fail(row.name + " was not held: the record could not be saved, so launchd was not changed (" +
-                             *failure + ").");
-                return;
-            }
-            if (auto failure = helperDelay.delay(helper)) {
-                transaction.config.delayedHelpers.erase(recordOf(transaction.config, row.label));
-                const auto undone = transaction.save();
-                outcome.fail(row.name + " could not be held: " + *failure +
-                             (undone ? "; its record stays until the next try (" + *undone + ")" : std::string()));
-                return;
-            }
-            outcome.lines.push_back(heldLine(row.name, helper.mode));
-            return;
-        }
-        const DelayedHelper held = *record;
-        if (wanted == HelperRow::Mode::notHeld) {
-            // Given back first; the record goes only once it is back on.
-            if (auto failure = helperDelay.release(held)) {
-                outcome.fail(held.name + " could not be switched back on: " + *failure);
-                return;
-            }
-            transaction.config.delayedHelpers.erase(record);
-            if (auto failure = transaction.save()) {
-                outcome.fail(held.name + " is switched back on, but its record could not be removed (" + *failure +
-                             ").");
-                return;
-            }
-            outcome.lines.push_back(held.name + " starts with macOS again.");
-            return;
-        }
-        const auto mode = wanted == HelperRow::Mode::delay ? DelayedHelper::Mode::delay : DelayedHelper::Mode::off;
-        if (held.mode == mode) return;
-        const auto conversion = helperDelay.convert(held, mode, loginAgent);
-        if (const std::string* refusal = conversion.refusal()) {
-            outcome.fail(*refusal);
-            return;
-        }
-        *record = *conversion.helper();
-        if (auto failure = transaction.save()) {
-            outcome.fail(held.name + " was not changed: " + *failure);
-            return;
-        }
-        outcome.lines.push_back(heldLine(held.name, mode));
-    });
-    if (problem) outcome.fail(*problem);
-    return outcome;
-}
-
-Outcome repairJob(const std::vector<HelperRepair::Candidate>& candidates, const ConfigStore& store,
-                  LaunchctlRunning& launchctl, const std::filesystem::path& logPath, Date now) {
-    Outcome outcome;
-    auto problem = StartupTransaction::run(store, [&](StartupTransaction& transaction) {
-        // Planned again on the fresh read: a record made meanwhile explains a helper.
-        std::vector<HelperRepair::Candidate> still;
-        for (const auto& candidate : candidates) {
-            const bool recorded = recordOf(transaction.config, candidate.label) != transaction.config.delayedHelpers.end();
-            if (!recorded) still.push_back(candidate);
-        }
-        const auto steps = HelperRepair::repair(still, launchctl, /*dryRun=*/false);
-        for (const auto& step : steps) {
-            if (step.outcome == HelperRepair::Outcome::failed) {
-                outcome.fail(step.line());
-            } else {
-                outcome.lines.push_back(step.line());
-            }
-        }
-        if (auto failure = HelperRepair::log(steps, kLogSource, logPath, now)) {
-            outcome.lines.push_back("The run log could not be written" + std::string(kDash) + *failure);
-        }
-    });
-    if (problem) outcome.fail(*problem);
-    return outcome;
 }
 
 }  // namespace
@@ -277,11 +173,13 @@ bool HeldHelpersModel::setMode(const std::string& label, HelperRow::Mode mode) {
             return false;
         }
     }
-    const HelperRow copy = *found;
-    const ConfigStore store = session_.store();
-    LaunchctlRunning& launchctl = services_.launchctl();
-    startAction([copy, mode, loginAgent, store, &launchctl] {
-        const Outcome outcome = setModeJob(copy, mode, loginAgent, store, launchctl);
+    const DelayedHelper helper{found->label, found->plistPath, found->appBundleIdentifier, found->name,
+                               mode == HelperRow::Mode::off ? DelayedHelper::Mode::off : DelayedHelper::Mode::delay};
+    const std::optional<DelayedHelper::Mode> wanted =
+        mode == HelperRow::Mode::notHeld ? std::nullopt : std::optional(helper.mode);
+    const StartupActions actions = startupActions();
+    startAction([helper, wanted, loginAgent, actions] {
+        const ActionOutcome outcome = actions.setHelperMode(helper, wanted, loginAgent);
         return std::make_pair(outcome.lines, outcome.ok);
     });
     return true;
@@ -295,15 +193,19 @@ QString HeldHelpersModel::repairQuestion() const {
 bool HeldHelpersModel::repair() {
     if (candidates_.empty()) return false;
     const auto candidates = candidates_;
-    const ConfigStore store = session_.store();
-    LaunchctlRunning& launchctl = services_.launchctl();
     const std::filesystem::path logPath = services_.logPath();
     const Date now = services_.clock().now();
-    startAction([candidates, store, &launchctl, logPath, now] {
-        const Outcome outcome = repairJob(candidates, store, launchctl, logPath, now);
+    const StartupActions actions = startupActions();
+    startAction([candidates, logPath, now, actions] {
+        const ActionOutcome outcome = actions.repairHelpers(candidates, logPath, now);
         return std::make_pair(outcome.lines, outcome.ok);
     });
     return true;
+}
+
+StartupActions HeldHelpersModel::startupActions() const {
+    return StartupActions({ConfigAccess::of(session_.store()), services_.launchctl(), services_.scripts(),
+                           services_.safetyEnvironment()});
 }
 
 }  // namespace holdenmere::desktop

@@ -12,6 +12,7 @@
 #include "app/desktop/desktop_services.h"
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/launchd/helper_repair.h"
+#include "core/takeover/startup_actions.h"
 
 namespace holdenmere::desktop {
 
@@ -90,6 +91,7 @@ signals:
     void finished(const QString& text, bool ok);
 
 private:
+    StartupActions startupActions() const;
     void derive();
     void startAction(std::function<std::pair<std::vector<std::string>, bool>()> work);
 

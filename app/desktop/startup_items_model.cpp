@@ -6,13 +6,12 @@
 #include <set>
 #include <sstream>
 
-#include "app/desktop/action_outcome.h"
 #include "app/desktop/startup_work.h"
-#include "app/restore_startup_mode.h"
+#include "core/launchd/agent_installer.h"
 #include "core/apps/installed_app.h"
 #include "core/discovery/startup_discovery.h"
 #include "core/support/text.h"
-#include "core/takeover/agent_takeover.h"
+#include "core/takeover/startup_actions.h"
 #include "core/takeover/login_ownership.h"
 
 namespace holdenmere::desktop {
@@ -23,7 +22,6 @@ constexpr std::string_view kTag = "[Holdenmere] ";
 
 QString text(const std::string& value) { return QString::fromStdString(value); }
 
-using Outcome = ActionOutcome;
 
 // A script runner that notes whether the Login Items could be listed.
 class NotingScripts final : public ScriptRunning {
@@ -48,213 +46,8 @@ ManagedApp appOf(const StartupItemRow& row) {
     return app;
 }
 
-void leaveNoLongerToMacOS(HoldenmereConfig& config, const std::string& bundleIdentifier) {
-    std::erase(config.leftToMacOS, bundleIdentifier);
-}
-
 std::vector<std::string> chipsOf(const SafetyTier& tier) {
     return tier.kind == SafetyTier::Kind::needsConfirmation ? StartupSafety::chips(tier) : std::vector<std::string>{};
-}
-
-// The line about an agent's arguments that Holdenmere does not pass, if any.
-std::optional<std::string> droppedArgumentsLine(const std::string& name, const std::string& plistPath) {
-    auto dropped = LoginOwnership::droppedArguments(std::filesystem::path(plistPath));
-    if (dropped.empty()) return std::nullopt;
-    for (auto& argument : dropped) argument = "\"" + argument + "\"";
-    return name + kDash + "its agent passed " + text::joined(dropped, " ") + "; Holdenmere opens it without them";
-}
-
-Outcome takeOverLoginItem(const StartupItemRow& row, const ConfigStore& store, ScriptRunning& scripts) {
-    Outcome outcome;
-    auto problem = StartupTransaction::run(store, [&](StartupTransaction& transaction) {
-        LoginItemsAuditor auditor(scripts);
-        const auto items = auditor.loginItems(/*readingHidden=*/true);
-        auto item = std::find_if(items.begin(), items.end(),
-                                 [&](const LoginItemsAuditor::LoginItem& candidate) { return candidate.path == row.path; });
-        if (item == items.end()) {
-            outcome.fail(row.name + " is no longer a Login Item, so nothing was changed.");
-            return;
-        }
-        ManagedApp app = appOf(row);
-        app.launchHidden = item->hidden;
-        app.importedFromLoginItem = true;
-        transaction.config.manage(app);
-        leaveNoLongerToMacOS(transaction.config, row.bundleIdentifier);
-        transaction.config.recordLoginItem(row.bundleIdentifier, row.name, RemovedLoginItem{item->path, item->hidden});
-        if (auto failure = transaction.save()) {
-            outcome.fail(row.name + " was not taken over: the recovery record could not be saved, so its Login Item "
-                                    "stays (" + *failure + ").");
-            return;
-        }
-        const LoginItemRemoval removal = auditor.remove(*item);
-        if (removal == LoginItemRemoval::failed) {
-            outcome.fail(message(removal, row.name));
-        } else {
-            outcome.lines.push_back(message(removal, row.name));
-        }
-    });
-    if (problem) outcome.fail(*problem);
-    return outcome;
-}
-
-Outcome takeOverAgent(const StartupItemRow& row, bool confirmed, const ConfigStore& store, LaunchctlRunning& launchctl,
-                      const StartupSafety::Environment& environment) {
-    Outcome outcome;
-    AgentTakeover takeover(launchctl, environment);
-    ManagedApp app = appOf(row);
-    app.importedFromStartup = true;
-    // Decided afresh: the plist may have changed since the scan.
-    const SafetyTier tier =
-        StartupSafety::tier(LoginOwnership::agentCandidate(app, row.label, row.plistPath), takeover.environment());
-    if (tier.kind == SafetyTier::Kind::refused ||
-        (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed)) {
-        const auto refused = takeover.switchOff(row.label, tier, confirmed, AgentTakeover::Mechanism::disable);
-        outcome.fail(row.name + " was not taken over: " + refused.reason);
-        return outcome;
-    }
-    auto problem = StartupTransaction::run(store, [&](StartupTransaction& transaction) {
-        if (takeover.isDisabled(row.label)) {
-            // Not Holdenmere's change: nothing to record or to give back.
-            transaction.config.manage(app);
-            leaveNoLongerToMacOS(transaction.config, row.bundleIdentifier);
-            if (auto failure = transaction.save()) {
-                outcome.fail(row.name + " was not added: " + *failure);
-            } else {
-                outcome.lines.push_back(row.name + kDash + "LaunchAgent " + row.label +
-                                        " was already switched off; Holdenmere now starts the app");
-            }
-            return;
-        }
-        transaction.config.manage(app);
-        leaveNoLongerToMacOS(transaction.config, row.bundleIdentifier);
-        transaction.config.record(AgentTakeoverResult{row.name, row.bundleIdentifier, row.label, row.plistPath});
-        if (auto failure = transaction.save()) {
-            outcome.fail(row.name + " was not taken over: the recovery record could not be saved, so launchd was not "
-                                    "changed (" + *failure + ").");
-            return;
-        }
-        const auto result = takeover.switchOff(row.label, tier, confirmed, AgentTakeover::Mechanism::disable);
-        if (result.kind == AgentTakeover::Result::Kind::failed) {
-            outcome.fail(row.name + " is managed now, but its LaunchAgent " + row.label +
-                         " is NOT switched off: " + result.reason);
-        } else {
-            outcome.lines.push_back(row.name + " now starts once the network answers; its LaunchAgent " + row.label +
-                                    " is switched off.");
-        }
-        if (auto line = droppedArgumentsLine(row.name, row.plistPath)) outcome.lines.push_back(*line);
-    });
-    if (problem) outcome.fail(*problem);
-    return outcome;
-}
-
-Outcome endConflictJob(const ConflictRow& row, bool confirmed, const ConfigStore& store, LaunchctlRunning& launchctl,
-                       ScriptRunning& scripts, const StartupSafety::Environment& environment) {
-    Outcome outcome;
-    auto problem = StartupTransaction::run(store, [&](StartupTransaction& transaction) {
-        HoldenmereConfig& config = transaction.config;
-        auto managed = std::find_if(config.apps.begin(), config.apps.end(),
-                                    [&](const ManagedApp& app) { return app.bundleIdentifier == row.bundleIdentifier; });
-        if (managed == config.apps.end()) {
-            outcome.fail(row.name + " is no longer managed, so nothing was changed.");
-            return;
-        }
-        const ManagedApp app = *managed;
-        AgentTakeover takeover(launchctl, environment);
-
-        // The agents first: one that needs confirmation stops everything.
-        struct Planned {
-            ConflictRow::Agent agent;
-            SafetyTier tier;
-        };
-        std::vector<Planned> agents;
-        for (const auto& agent : row.agents) {
-            if (StartupDiscovery::ownLaunchdLabels.count(agent.label) != 0) continue;
-            const SafetyTier tier = StartupSafety::tier(LoginOwnership::agentCandidate(app, agent.label, agent.plistPath),
-                                                        takeover.environment());
-            if (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
-                outcome.fail(app.name + ": nothing was changed" + kDash + "switching LaunchAgent " + agent.label +
-                             " off needs your confirmation first.");
-                return;
-            }
-            if (tier.kind == SafetyTier::Kind::refused) {
-                outcome.fail(app.name + kDash + "LaunchAgent " + agent.label + " stays: " + tier.reason);
-                continue;
-            }
-            if (takeover.isDisabled(agent.label)) {
-                outcome.lines.push_back(app.name + kDash + "LaunchAgent " + agent.label + " is already switched off");
-                continue;
-            }
-            agents.push_back({agent, tier});
-        }
-        LoginItemsAuditor auditor(scripts);
-        std::vector<LoginItemsAuditor::LoginItem> loginItems;
-        if (!row.loginItems.empty()) {
-            for (const auto& item : auditor.loginItems(/*readingHidden=*/true)) {
-                const bool named = std::any_of(row.loginItems.begin(), row.loginItems.end(),
-                                               [&](const auto& listed) { return listed.path == item.path; });
-                if (named) loginItems.push_back(item);
-            }
-        }
-        if (agents.empty() && loginItems.empty()) {
-            if (outcome.lines.empty()) outcome.lines.push_back(app.name + ": macOS no longer starts it; nothing to end.");
-            return;
-        }
-
-        // Every recovery entry is saved before anything is changed.
-        for (const auto& item : loginItems) {
-            config.recordLoginItem(app.bundleIdentifier, app.name, RemovedLoginItem{item.path, item.hidden});
-        }
-        for (const auto& planned : agents) {
-            config.record(AgentTakeoverResult{app.name, app.bundleIdentifier, planned.agent.label, planned.agent.plistPath});
-        }
-        if (auto failure = transaction.save()) {
-            outcome.fail(app.name + ": nothing was changed" + kDash + "the recovery record could not be saved (" +
-                         *failure + ").");
-            return;
-        }
-        for (const auto& item : loginItems) {
-            const LoginItemRemoval removal = auditor.remove(item);
-            if (removal == LoginItemRemoval::failed) {
-                outcome.fail(message(removal, app.name));
-            } else {
-                outcome.lines.push_back(message(removal, app.name));
-            }
-        }
-        for (const auto& planned : agents) {
-            const auto result =
-                takeover.switchOff(planned.agent.label, planned.tier, confirmed, AgentTakeover::Mechanism::disable);
-            if (result.kind == AgentTakeover::Result::Kind::failed) {
-                outcome.fail(app.name + kDash + "LaunchAgent " + planned.agent.label + " is NOT switched off: " +
-                             result.reason);
-            } else {
-                outcome.lines.push_back(app.name + kDash + "LaunchAgent " + planned.agent.label + " switched off");
-            }
-        }
-    });
-    if (problem) outcome.fail(*problem);
-    return outcome;
-}
-
-// The give-back of --restore-startup, run while the lock is held.
-Outcome giveBackJob(const ConfigStore& store, const std::filesystem::path& loginAgentPlist, LaunchctlRunning& launchctl,
-                    ScriptRunning& scripts) {
-    Outcome outcome;
-    auto problem = StartupTransaction::run(store, [&](StartupTransaction&) {
-        const RestoreStartupRun run = RestoreStartupRun::atPath(/*dryRun=*/false, store.url, loginAgentPlist);
-        std::ostringstream out;
-        std::ostringstream err;
-        const int status = runRestoreStartup(run, out, err, launchctl, scripts);
-        for (const std::string& stream : {out.str(), err.str()}) {
-            std::istringstream lines(stream);
-            for (std::string line; std::getline(lines, line);) {
-                if (line.starts_with(kTag)) line.erase(0, kTag.size());
-                if (!line.empty()) outcome.lines.push_back(line);
-            }
-        }
-        outcome.ok = status == 0;
-    });
-    if (problem) outcome.fail(*problem);
-    return outcome;
 }
 
 }  // namespace
@@ -501,7 +294,7 @@ void StartupItemsModel::endAction(const QStringList& lines, bool ok) {
 
 namespace {
 
-std::pair<QStringList, bool> asLines(const Outcome& outcome) {
+std::pair<QStringList, bool> asLines(const ActionOutcome& outcome) {
     QStringList lines;
     for (const auto& line : outcome.lines) lines << text(line);
     return {lines, outcome.ok};
@@ -525,15 +318,12 @@ bool StartupItemsModel::takeOver(const std::string& bundleIdentifier, bool confi
             return false;
         }
     }
-    const ConfigStore store = session_.store();
+    const StartupActions actions = startupActions();
     if (row.source == StartupItemRow::Source::loginItem) {
-        ScriptRunning& scripts = services_.scripts();
-        startAction([row, store, &scripts] { return asLines(takeOverLoginItem(row, store, scripts)); });
+        startAction([row, actions] { return asLines(actions.takeOverLoginItem(appOf(row), row.path)); });
     } else {
-        LaunchctlRunning& launchctl = services_.launchctl();
-        auto environment = services_.safetyEnvironment();
-        startAction([row, confirmed, store, &launchctl, environment] {
-            return asLines(takeOverAgent(row, confirmed, store, launchctl, environment));
+        startAction([row, confirmed, actions] {
+            return asLines(actions.takeOverAgent(appOf(row), {row.label, row.plistPath}, confirmed));
         });
     }
     return true;
@@ -549,14 +339,20 @@ bool StartupItemsModel::endConflict(const std::string& bundleIdentifier, bool co
         return false;
     }
     const ConflictRow row = *found;
-    const ConfigStore store = session_.store();
-    LaunchctlRunning& launchctl = services_.launchctl();
-    ScriptRunning& scripts = services_.scripts();
-    auto environment = services_.safetyEnvironment();
-    startAction([row, confirmed, store, &launchctl, &scripts, environment] {
-        return asLines(endConflictJob(row, confirmed, store, launchctl, scripts, environment));
+    std::vector<std::string> loginItemPaths;
+    for (const auto& item : row.loginItems) loginItemPaths.push_back(item.path);
+    std::vector<StartupActions::Agent> agents;
+    for (const auto& agent : row.agents) agents.push_back({agent.label, agent.plistPath});
+    const StartupActions actions = startupActions();
+    startAction([row, loginItemPaths, agents, confirmed, actions] {
+        return asLines(actions.stopMacOSStarting(row.bundleIdentifier, row.name, loginItemPaths, agents, confirmed));
     });
     return true;
+}
+
+StartupActions StartupItemsModel::startupActions() const {
+    return StartupActions({ConfigAccess::of(session_.store()), services_.launchctl(), services_.scripts(),
+                           services_.safetyEnvironment()});
 }
 
 StartupConsent StartupItemsModel::consent() const { return session_.config().startupConsent; }
@@ -625,15 +421,21 @@ QString StartupItemsModel::giveBackDetail() {
 }
 
 bool StartupItemsModel::giveEverythingBack() {
-    const ConfigStore store = session_.store();
-    const std::filesystem::path plist = services_.loginAgentPlistPath();
-    LaunchctlRunning& launchctl = services_.launchctl();
-    ScriptRunning& scripts = services_.scripts();
+    const StartupActions actions = startupActions();
+    std::optional<AgentInstaller> installer = services_.loginAgentInstaller();
     ++busy_;
     emit busyChanged();
     StartupItemsModel* self = this;
-    queue_->post([self, store, plist, &launchctl, &scripts] {
-        auto [lines, ok] = asLines(giveBackJob(store, plist, launchctl, scripts));
+    queue_->post([self, actions, installer]() mutable {
+        auto [lines, ok] = asLines(actions.giveEverythingBack([&]() -> std::optional<std::string> {
+            if (!installer) return std::string("Holdenmere's own executable could not be found");
+            try {
+                installer->uninstall();
+                return std::nullopt;
+            } catch (const AgentInstallerError& error) {
+                return std::string(error.what());
+            }
+        }));
         QMetaObject::invokeMethod(
             self,
             [self, lines, ok] {

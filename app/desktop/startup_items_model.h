@@ -15,6 +15,7 @@
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/discovery/login_items_auditor.h"
 #include "core/discovery/startup_conflict.h"
+#include "core/takeover/startup_actions.h"
 #include "core/takeover/startup_safety.h"
 
 namespace holdenmere::desktop {
@@ -97,9 +98,8 @@ struct ConflictRow {
 // over, ending the conflicts of managed apps, the consent to take startup
 // items over at each login, and giving everything back. Scans and changes
 // run on a worker thread, so that System Events cannot freeze the window;
-// every change of startup state is made holding the startup mutation lock,
-// on a fresh read of the configuration, with its recovery entry saved
-// before the change.
+// every change of startup state is one of StartupActions, made by the core's
+// startup-change engine.
 class StartupItemsModel : public QObject {
     Q_OBJECT
 
@@ -177,6 +177,7 @@ signals:
     void loginAgentChanged();
 
 private:
+    StartupActions startupActions() const;
     void adoptScan(StartupScan scan);
     void derive();
     void startAction(std::function<std::pair<QStringList, bool>()> work);

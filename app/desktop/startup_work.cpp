@@ -1,11 +1,5 @@
 #include "app/desktop/startup_work.h"
 
-#include <cerrno>
-#include <system_error>
-
-#include "app/desktop/config_session.h"
-#include "core/takeover/startup_mutation_lock.h"
-
 namespace holdenmere::desktop {
 
 BackgroundQueue::~BackgroundQueue() {
@@ -40,36 +34,6 @@ void BackgroundQueue::run() {
         }
         work();
     }
-}
-
-std::optional<std::string> StartupTransaction::run(const ConfigStore& store,
-                                                   const std::function<void(StartupTransaction&)>& work) {
-    std::optional<StartupMutationLock::Lease> lease;
-    try {
-        lease.emplace(StartupMutationLock(store.url).acquire(/*wait=*/false));
-    } catch (const std::system_error& error) {
-        if (error.code().value() == EWOULDBLOCK) return ConfigSession::lockBusyText().toStdString();
-        return "Could not lock the settings: " + std::string(error.what());
-    }
-    StartupTransaction transaction(store);
-    try {
-        transaction.config = store.load();
-    } catch (const ConfigStoreError& error) {
-        return std::string(error.what());
-    }
-    transaction.saved_ = transaction.config;
-    work(transaction);
-    return std::nullopt;
-}
-
-std::optional<std::string> StartupTransaction::save() {
-    try {
-        store_.save(config);
-    } catch (const ConfigStoreError& error) {
-        return std::string(error.what());
-    }
-    saved_ = config;
-    return std::nullopt;
 }
 
 }  // namespace holdenmere::desktop

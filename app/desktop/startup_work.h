@@ -35,31 +35,4 @@ private:
     std::thread thread_;
 };
 
-// A change of startup state, made as every writer of it must: holding the
-// startup mutation lock (taken without waiting: a login pass that holds it
-// is busy changing startup items), on a fresh read of the configuration,
-// saved whole with an atomic replace. Works on any thread.
-class StartupTransaction {
-public:
-    // Takes the lock and reads the configuration, then runs `work`; the lock
-    // is held until `work` returns. The problem when the lock is busy or the
-    // configuration cannot be read (nothing was run then), or nothing.
-    static std::optional<std::string> run(const ConfigStore& store,
-                                          const std::function<void(StartupTransaction&)>& work);
-
-    // The configuration as read, with the changes made so far.
-    HoldenmereConfig config;
-
-    // Saves `config`; the error's text when it could not be saved.
-    std::optional<std::string> save();
-    // The configuration as last read or saved: what is on disk.
-    const HoldenmereConfig& saved() const { return saved_; }
-
-private:
-    explicit StartupTransaction(const ConfigStore& store) : store_(store) {}
-
-    const ConfigStore& store_;
-    HoldenmereConfig saved_;
-};
-
 }  // namespace holdenmere::desktop

@@ -1,5 +1,7 @@
 #include "core/config/config_codec.h"
 
+#include <iterator>
+
 namespace holdenmere::config_codec {
 namespace {
 
@@ -59,17 +61,32 @@ BlockedApp decodeBlocked(const Value& value, const std::string& path) {
 
 DisabledAgent decodeAgent(const Value& value, const std::string& path) {
     ObjectReader reader(value, path);
-    return DisabledAgent{reader.string("label"), reader.string("plistPath"), reader.boolean("inferred")};
+    DisabledAgent agent{reader.string("label"), reader.string("plistPath"), reader.boolean("inferred")};
+    if (const Value* unconfirmed = reader.find("unconfirmed")) {
+        agent.unconfirmed = json::decodeBool(*unconfirmed, reader.pathOf("unconfirmed"));
+    }
+    return agent;
 }
+
+RemovedLoginItem decodeLoginItem(const Value& value, const std::string& path) {
+    ObjectReader reader(value, path);
+    return RemovedLoginItem{reader.string("path"), reader.boolean("hidden")};
+}
+
+Value encodeLoginItem(const RemovedLoginItem& item) { return Value{{"path", item.path}, {"hidden", item.hidden}}; }
 
 TakeoverRecord decodeTakeover(const Value& value, const std::string& path) {
     ObjectReader reader(value, path);
     TakeoverRecord record;
     record.bundleIdentifier = reader.string("bundleIdentifier");
     record.name = reader.string("name");
+    // "loginItem" holds the first removed Login Item, "additionalLoginItems"
+    // the others of the same app: a file with one item reads as it always did.
     if (const Value* item = reader.find("loginItem")) {
-        ObjectReader itemReader(*item, reader.pathOf("loginItem"));
-        record.loginItem = RemovedLoginItem{itemReader.string("path"), itemReader.boolean("hidden")};
+        record.loginItems.push_back(decodeLoginItem(*item, reader.pathOf("loginItem")));
+    }
+    for (auto& item : reader.optionalArray("additionalLoginItems", decodeLoginItem)) {
+        if (record.loginItem(item.path) == nullptr) record.loginItems.push_back(std::move(item));
     }
     record.agents = reader.array("agents", decodeAgent);
     return record;
@@ -118,11 +135,20 @@ Value encodeApp(const ManagedApp& app) {
 Value encodeTakeover(const TakeoverRecord& record) {
     Value agents = Value::array();
     for (const auto& agent : record.agents) {
-        agents.push_back(Value{{"label", agent.label}, {"plistPath", agent.plistPath}, {"inferred", agent.inferred}});
+        Value encodedAgent{{"label", agent.label}, {"plistPath", agent.plistPath}, {"inferred", agent.inferred}};
+        if (agent.unconfirmed) encodedAgent["unconfirmed"] = true;
+        agents.push_back(std::move(encodedAgent));
     }
     Value encoded{{"bundleIdentifier", record.bundleIdentifier}, {"name", record.name}, {"agents", agents}};
-    if (record.loginItem) {
-        encoded["loginItem"] = Value{{"path", record.loginItem->path}, {"hidden", record.loginItem->hidden}};
+    if (!record.loginItems.empty()) {
+        encoded["loginItem"] = encodeLoginItem(record.loginItems.front());
+        if (record.loginItems.size() > 1) {
+            Value others = Value::array();
+            for (auto item = std::next(record.loginItems.begin()); item != record.loginItems.end(); ++item) {
+                others.push_back(encodeLoginItem(*item));
+            }
+            encoded["additionalLoginItems"] = std::move(others);
+        }
     }
     return encoded;
 }
@@ -171,6 +197,7 @@ HoldenmereConfig decodeValue(const Value& value) {
     config.delayedHelpers = reader.optionalArray("delayedHelpers", decodeHelper);
     config.blockedApps = reader.optionalArray("blockedApps", decodeBlocked);
     config.takeovers = reader.optionalArray("takeovers", decodeTakeover);
+    config.predatesLedger = reader.find("takeovers") == nullptr;
     config.keptOff = reader.optionalArray("keptOff", json::decodeString);
     config.leftToMacOS = reader.optionalArray("leftToMacOS", json::decodeString);
     config.restoreOptOuts = reader.optionalArray("restoreOptOuts", json::decodeString);

@@ -86,7 +86,7 @@ void HoldenmereConfig::recordAgent(std::string_view bundleIdentifier, std::strin
         return existing.bundleIdentifier == bundleIdentifier;
     });
     if (record == takeovers.end()) {
-        takeovers.push_back(TakeoverRecord{std::string(bundleIdentifier), std::string(name), std::nullopt, {}});
+        takeovers.push_back(TakeoverRecord{std::string(bundleIdentifier), std::string(name), {}, {}});
         record = std::prev(takeovers.end());
     }
     DisabledAgent agent{std::string(label), std::string(plistPath), inferred};
@@ -107,7 +107,7 @@ TakeoverRecord& takeoverRecord(std::vector<TakeoverRecord>& takeovers, std::stri
         return existing.bundleIdentifier == bundleIdentifier;
     });
     if (record != takeovers.end()) return *record;
-    return takeovers.emplace_back(TakeoverRecord{std::string(bundleIdentifier), std::string(name), std::nullopt, {}});
+    return takeovers.emplace_back(TakeoverRecord{std::string(bundleIdentifier), std::string(name), {}, {}});
 }
 
 }  // namespace
@@ -116,22 +116,50 @@ void HoldenmereConfig::record(const AgentTakeoverResult& result) {
     recordAgent(result.bundleIdentifier, result.name, result.label, result.plistPath, false);
 }
 
+const RemovedLoginItem* TakeoverRecord::loginItem(std::string_view path) const {
+    auto found = std::find_if(loginItems.begin(), loginItems.end(),
+                              [&](const RemovedLoginItem& item) { return item.path == path; });
+    return found == loginItems.end() ? nullptr : &*found;
+}
+
 void HoldenmereConfig::recordLoginItem(std::string_view bundleIdentifier, std::string_view name,
                                        const RemovedLoginItem& loginItem) {
     TakeoverRecord& record = takeoverRecord(takeovers, bundleIdentifier, name);
-    if (!record.loginItem) record.loginItem = loginItem;
+    if (record.loginItem(loginItem.path) == nullptr) record.loginItems.push_back(loginItem);
+}
+
+void HoldenmereConfig::forgetLoginItem(std::string_view bundleIdentifier, std::string_view path) {
+    if (TakeoverRecord* record = takeover(bundleIdentifier)) {
+        std::erase_if(record->loginItems, [&](const RemovedLoginItem& item) { return item.path == path; });
+    }
+    std::erase_if(takeovers, [](const TakeoverRecord& record) { return record.isEmpty(); });
+}
+
+void HoldenmereConfig::forgetAgent(std::string_view bundleIdentifier, std::string_view label) {
+    if (TakeoverRecord* record = takeover(bundleIdentifier)) {
+        std::erase_if(record->agents, [&](const DisabledAgent& agent) { return agent.label == label; });
+    }
+    std::erase_if(takeovers, [](const TakeoverRecord& record) { return record.isEmpty(); });
+}
+
+void HoldenmereConfig::release(const HeldStartupItem& item) {
+    std::erase_if(heldStartup, [&](const HeldStartupItem& held) {
+        return held.source == item.source && held.handle == item.handle;
+    });
 }
 
 void HoldenmereConfig::mergeLedger(const HoldenmereConfig& from) {
     for (const auto& incoming : from.takeovers) {
         TakeoverRecord& record = takeoverRecord(takeovers, incoming.bundleIdentifier, incoming.name);
-        if (!record.loginItem) record.loginItem = incoming.loginItem;
+        for (const auto& item : incoming.loginItems) {
+            if (record.loginItem(item.path) == nullptr) record.loginItems.push_back(item);
+        }
         for (const auto& agent : incoming.agents) {
             auto existing = std::find_if(record.agents.begin(), record.agents.end(),
                                          [&](const DisabledAgent& candidate) { return candidate.label == agent.label; });
             if (existing == record.agents.end()) {
                 record.agents.push_back(agent);
-            } else if (existing->inferred && !agent.inferred) {
+            } else if ((existing->inferred && !agent.inferred) || (existing->unconfirmed && !agent.unconfirmed)) {
                 *existing = agent;
             }
         }
@@ -145,6 +173,13 @@ bool HoldenmereConfig::manage(const ManagedApp& app) {
     if (known) return false;
     apps.push_back(app);
     return true;
+}
+
+TakeoverRecord* HoldenmereConfig::takeover(std::string_view bundleIdentifier) {
+    auto record = std::find_if(takeovers.begin(), takeovers.end(), [&](const TakeoverRecord& existing) {
+        return existing.bundleIdentifier == bundleIdentifier;
+    });
+    return record == takeovers.end() ? nullptr : &*record;
 }
 
 const TakeoverRecord* HoldenmereConfig::takeover(std::string_view bundleIdentifier) const {

@@ -71,16 +71,24 @@ struct DisabledAgent {
     std::string label;
     std::string plistPath;
     bool inferred = false;  // attributed to the app by inference, not by association
+    // launchctl disable ran but launchd's disabled list could not be read to
+    // confirm it: whether Holdenmere switched it off is not known yet.
+    bool unconfirmed = false;
 
     friend bool operator==(const DisabledAgent&, const DisabledAgent&) = default;
 };
 
-// One app whose own startup was taken over.
+// One app whose own startup was taken over: every Login Item removed (an
+// app can have several, one per copy), in the order they were removed, and
+// every LaunchAgent switched off.
 struct TakeoverRecord {
     std::string bundleIdentifier;
     std::string name;
-    std::optional<RemovedLoginItem> loginItem;
+    std::vector<RemovedLoginItem> loginItems;
     std::vector<DisabledAgent> agents;
+
+    bool isEmpty() const { return loginItems.empty() && agents.empty(); }
+    const RemovedLoginItem* loginItem(std::string_view path) const;
 
     friend bool operator==(const TakeoverRecord&, const TakeoverRecord&) = default;
 };
@@ -143,6 +151,10 @@ struct HoldenmereConfig {
     std::vector<std::string> restoreOptOuts;
     std::optional<ReopenWindowsRecord> reopenWindowsOriginal;
     std::vector<HeldStartupItem> heldStartup;
+    // Not stored: the file was written before the ledger existed (it has no
+    // "takeovers" key), so changes of that version may be unrecorded. Saving
+    // the configuration once ends it.
+    bool predatesLedger = false;
 
     // The bound a watchdog puts on a whole login pass, in seconds.
     double runTimeout() const;
@@ -164,11 +176,17 @@ struct HoldenmereConfig {
     // recordAgent for an agent switched off by association (not inferred).
     void record(const AgentTakeoverResult& result);
     // Records a removed Login Item under the take-over record of the app,
-    // creating that record when needed. A Login Item already recorded keeps
-    // its first record, which knows how the user had it (hidden or not).
+    // creating that record when needed. A Login Item already recorded (same
+    // path) keeps its first record, which knows how the user had it.
     void recordLoginItem(std::string_view bundleIdentifier, std::string_view name, const RemovedLoginItem& loginItem);
+    // Drops a Login Item or an agent from an app's take-over record, and the
+    // record once it holds nothing.
+    void forgetLoginItem(std::string_view bundleIdentifier, std::string_view path);
+    void forgetAgent(std::string_view bundleIdentifier, std::string_view label);
+    // Drops a held item (same source and handle).
+    void release(const HeldStartupItem& item);
     // Brings another configuration's ledger into this one: its take-over
-    // records (per bundle identifier; a Login Item already recorded is kept,
+    // records (per bundle identifier; Login Items are added by path,
     // agents are added by label, and an inferred agent gives way to one known
     // by association) and its held startup items (as hold does). Nothing
     // else of `from` is read.
@@ -178,6 +196,7 @@ struct HoldenmereConfig {
     bool manage(const ManagedApp& app);
     // The take-over record of an app, or null.
     const TakeoverRecord* takeover(std::string_view bundleIdentifier) const;
+    TakeoverRecord* takeover(std::string_view bundleIdentifier);
 
     friend bool operator==(const HoldenmereConfig&, const HoldenmereConfig&) = default;
 };

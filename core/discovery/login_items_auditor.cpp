@@ -174,10 +174,20 @@ std::optional<std::vector<std::string>> LoginItemsAuditor::paths() const {
 }
 
 std::vector<LoginItemsAuditor::LoginItem> LoginItemsAuditor::loginItems(bool readingHidden) const {
-    std::vector<std::string> itemPaths = paths().value_or(std::vector<std::string>{});
+    return read(readingHidden, /*strict=*/false).value_or(std::vector<LoginItem>{});
+}
+
+std::optional<std::vector<LoginItemsAuditor::LoginItem>> LoginItemsAuditor::readLoginItems(bool readingHidden) const {
+    return read(readingHidden, /*strict=*/true);
+}
+
+std::optional<std::vector<LoginItemsAuditor::LoginItem>> LoginItemsAuditor::read(bool readingHidden,
+                                                                                 bool strict) const {
+    auto itemPaths = paths();
+    if (!itemPaths) return std::nullopt;
     std::vector<LoginItem> items;
-    items.reserve(itemPaths.size());
-    for (auto& path : itemPaths) {
+    items.reserve(itemPaths->size());
+    for (auto& path : *itemPaths) {
         LoginItem item;
         item.name = itemName(path);
         item.bundleIdentifier = bundleIdentifierOf(path);
@@ -188,7 +198,7 @@ std::vector<LoginItemsAuditor::LoginItem> LoginItemsAuditor::loginItems(bool rea
     // not answer the first script is not asked (and waited for) twice.
     if (!readingHidden || items.empty()) return items;
     auto output = runner_->run(std::string(kListHiddenScript));
-    if (!output) return items;
+    if (!output) return strict ? std::nullopt : std::optional(items);
     std::vector<std::string_view> flags;
     std::string_view rest = *output;
     while (!rest.empty()) {
@@ -197,7 +207,7 @@ std::vector<LoginItemsAuditor::LoginItem> LoginItemsAuditor::loginItems(bool rea
         if (!part.empty()) flags.push_back(trimmed(part));
         rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
     }
-    if (flags.size() != items.size()) return items;
+    if (flags.size() != items.size()) return strict ? std::nullopt : std::optional(items);
     for (std::size_t index = 0; index < items.size(); ++index) items[index].hidden = flags[index] == "true";
     return items;
 }

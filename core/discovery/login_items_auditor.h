@@ -71,6 +71,10 @@ public:
     // hidden flags are read too (one more script); they stay false when that
     // answer does not line up with the paths.
     std::vector<LoginItem> loginItems(bool readingHidden) const;
+    // The same, but nothing when the list cannot be read, or when the hidden
+    // flags are asked for and cannot be read or do not line up: what is not
+    // known exactly is not recorded, so it is not changed either.
+    std::optional<std::vector<LoginItem>> readLoginItems(bool readingHidden) const;
     // The Login Items whose app has a bundle identifier, as startup items.
     std::vector<StartupItem> startupItems() const;
     // For each managed app in order, the first Login Item that opens it: by
@@ -103,6 +107,8 @@ public:
 private:
     // The paths, or nothing when the script failed.
     std::optional<std::vector<std::string>> paths() const;
+    // The items; `strict` makes unreadable hidden flags unreadable items.
+    std::optional<std::vector<LoginItem>> read(bool readingHidden, bool strict) const;
 
     ScriptRunning* runner_;
 };

@@ -7,21 +7,25 @@
 namespace holdenmere {
 
 std::vector<ReregistrationSweep::Removal> ReregistrationSweep::run(const std::vector<ManagedApp>& launched,
-                                                                   const std::vector<BlockedApp>& blocked) const {
+                                                                   const std::vector<BlockedApp>& blocked,
+                                                                   const Remove& remove,
+                                                                   const Signal* cancellation) const {
     std::vector<ManagedApp> apps = launched;
     for (const auto& app : blocked) apps.push_back(managedRecord(app));
     std::vector<Removal> removals;
     if (apps.empty()) return removals;
 
     const Signal neverCancelled;
+    const Signal& stop = cancellation != nullptr ? *cancellation : neverCancelled;
     const double deadline = clock->uptime() + window;
     for (;;) {
         for (const auto& conflict : auditor.conflicts(apps)) {
-            removals.push_back(Removal{conflict.managed, auditor.remove(conflict.loginItem)});
+            if (stop.isRaised() || clock->uptime() > deadline) return removals;
+            removals.push_back(Removal{conflict.managed, remove(conflict.managed, conflict.loginItem)});
         }
         const double left = deadline - clock->uptime();
-        if (left <= 0) break;
-        clock->sleep(std::min(left, interval), neverCancelled);
+        if (left <= 0 || stop.isRaised()) break;
+        if (!clock->sleep(std::min(left, interval), stop)) break;
     }
     return removals;
 }
@@ -33,7 +37,7 @@ std::vector<ManagedApp> ReregistrationSweep::handedOver(const std::vector<Manage
     if (config.startupConsent != StartupConsent::granted) return result;
     std::set<std::string> ledgered;
     for (const auto& record : config.takeovers) {
-        if (record.loginItem) ledgered.insert(record.bundleIdentifier);
+        if (!record.loginItems.empty()) ledgered.insert(record.bundleIdentifier);
     }
     std::set<std::string> listed;
     for (const auto& app : managed) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
@@ -32,13 +33,21 @@ struct ReregistrationSweep {
                         double sweepInterval = kInterval)
         : auditor(sweepAuditor), clock(&sweepClock), window(sweepWindow), interval(sweepInterval) {}
 
+    // Removes one Login Item of an app. The startup-change engine's removal
+    // is passed in, so that each one is recorded before it is made and holds
+    // the startup mutation lock only for its own length.
+    using Remove = std::function<LoginItemRemoval(const ManagedApp& app, const LoginItemsAuditor::LoginItem& item)>;
+
     // Watches the launched apps and the blocked apps for the whole window,
     // never less: a round reads the conflicts, removes each conflicting item
-    // (one Removal per attempt, repeats included), then sleeps the interval or
-    // what is left of the window. Nothing to watch returns at once. The window
-    // is measured on the clock's monotonic time, so a wall-clock correction
-    // when the network comes up neither cuts it short nor stretches it.
-    std::vector<Removal> run(const std::vector<ManagedApp>& launched, const std::vector<BlockedApp>& blocked) const;
+    // through `remove` (one Removal per attempt, repeats included), then
+    // sleeps the interval or what is left of the window. Nothing to watch
+    // returns at once. The window is measured on the clock's monotonic time,
+    // so a wall-clock correction when the network comes up neither cuts it
+    // short nor stretches it. Once the window has passed, or `cancellation`
+    // is raised, no further removal starts.
+    std::vector<Removal> run(const std::vector<ManagedApp>& launched, const std::vector<BlockedApp>& blocked,
+                             const Remove& remove, const Signal* cancellation = nullptr) const;
 
     // The apps the sweep watches after a pass: the managed apps, in order,
     //  - whose Login Item was handed over to Holdenmere: imported from a Login

@@ -60,8 +60,8 @@ std::vector<HelperRepair::Candidate> HelperRepair::plan(
     return candidates;
 }
 
-std::vector<HelperRepair::Step> HelperRepair::repair(const std::vector<Candidate>& candidates,
-                                                     LaunchctlRunning& launchctl, bool dryRun) {
+std::vector<HelperRepair::Step> HelperRepair::repair(const std::vector<Candidate>& candidates, const Enable& enable,
+                                                     bool dryRun) {
     std::vector<Step> steps;
     std::set<std::string> handled;
     for (const auto& candidate : candidates) {
@@ -70,9 +70,7 @@ std::vector<HelperRepair::Step> HelperRepair::repair(const std::vector<Candidate
             steps.push_back(Step{candidate, Outcome::planned});
             continue;
         }
-        // Whatever launchctl answers, launchd's disabled list decides.
-        (void)launchctl.run({"enable", launchdServiceTarget(candidate.label)});
-        steps.push_back(Step{candidate, launchctl.isDisabled(candidate.label) ? Outcome::failed : Outcome::repaired});
+        steps.push_back(Step{candidate, enable(candidate) ? Outcome::repaired : Outcome::failed});
     }
     return steps;
 }

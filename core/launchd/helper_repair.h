@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -51,9 +52,13 @@ struct HelperRepair {
     static std::vector<Candidate> plan(const HoldenmereConfig& config,
                                        const std::vector<IneligibleStartupItem>& disabledIneligibleAgents);
 
+    // Switches one candidate back on; true when launchd's disabled list
+    // shows it on afterwards. The startup-change engine's, so that every
+    // change of launchd state goes one way.
+    using Enable = std::function<bool(const Candidate& candidate)>;
     // One step per label, in order. A dry run plans every step and runs
     // nothing; otherwise each label is enabled and checked.
-    static std::vector<Step> repair(const std::vector<Candidate>& candidates, LaunchctlRunning& launchctl, bool dryRun);
+    static std::vector<Step> repair(const std::vector<Candidate>& candidates, const Enable& enable, bool dryRun);
 
     // The run log's line for a step: "[{time}] repair ({source}): {appName} —
     // {label}: {result}"; a failed step's result is "still disabled after

@@ -202,7 +202,7 @@ void LoginOwnership::backfill(const std::vector<StartupItem>& disabledEligibleAg
     for (const auto& app : config.apps) {
         if (!app.importedFromLoginItem) continue;
         const TakeoverRecord* record = config.takeover(app.bundleIdentifier);
-        if (record != nullptr && record->loginItem) continue;
+        if (record != nullptr && !record->loginItems.empty()) continue;
         config.recordLoginItem(app.bundleIdentifier, app.name, RemovedLoginItem{app.path, app.launchHidden});
         lines.push_back("ledger: " + app.name + kDash + "Login Item recorded (imported before the ledger existed)");
     }

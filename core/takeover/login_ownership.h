@@ -12,17 +12,18 @@
 #include "core/config/launch_record.h"
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/discovery/login_items_auditor.h"
+#include "core/discovery/reregistration_sweep.h"
 #include "core/discovery/startup_item.h"
 #include "core/support/plist.h"
-#include "core/takeover/agent_takeover.h"
+#include "core/takeover/startup_change_engine.h"
+#include "core/takeover/startup_safety.h"
 
 namespace holdenmere {
 
 // Makes Holdenmere the one that starts the managed apps at login, and keeps
 // stored configurations up to date. Pure planning functions plus the pass
-// that carries a plan out through the Login Items auditor, the LaunchAgent
-// scanner and AgentTakeover, recording every change in the configuration's
-// ledger before it makes it.
+// that carries a plan out through the startup-change engine, which records
+// every change in the configuration's ledger before it makes it.
 struct LoginOwnership {
     using LoginItem = LoginItemsAuditor::LoginItem;
     using AgentTakeoverResult = holdenmere::AgentTakeoverResult;
@@ -82,16 +83,19 @@ struct LoginOwnership {
         std::vector<HeldStartupItem> optOuts;  // the held items the step looked at
         StartupSourcesTally tally;
         std::vector<std::string> lines;
+        // How each held launchd job was re-asserted, in order.
+        std::vector<std::pair<HeldStartupItem, StartupChangeOutcome>> reasserted;
 
         std::string countsLine() const { return LoginOwnership::countsLine(optOuts, tally); }
+        // The history's records of the step: one per held launchd job, named
+        // by its handle, "disabled" while it stays off, "failed" when it
+        // could not be switched off again or not checked.
+        std::vector<LaunchRecord> records(Date now) const;
     };
 
     // Where an imported app came from, for the warning when it fails to open.
     enum class ImportOrigin { loginItem, startupItem };
 
-    // Saves the recovery entry of one agent before it is switched off;
-    // false when it could not be saved.
-    using RecordFirst = std::function<bool(const AgentTakeoverResult&)>;
     // Why an app's agents stay as they are this pass (the rest of the line
     // after "{name} — "), or nothing.
     using StaysReason = std::function<std::optional<std::string>(const ManagedApp&)>;
@@ -134,13 +138,14 @@ struct LoginOwnership {
                                                    const std::string& plistPath);
 
     // Switches off the LaunchAgents that open these apps (managed apps, and
-    // blocked apps turned into managed-app records), one line per agent:
-    // only agents the safety rules allow without confirmation, only after
-    // `recordFirst` saved their recovery entry, never for an app that
-    // `staysReason` keeps. The agents switched off, in order.
+    // blocked apps turned into managed-app records) through the engine, one
+    // line per agent: only agents the safety rules allow without
+    // confirmation, each recorded first, never for an app that `staysReason`
+    // keeps. The agents switched off, in order.
     static std::vector<AgentTakeoverResult> takeOverAgents(const std::vector<ManagedApp>& of,
-                                                           const LaunchAgentScanner& scanner, AgentTakeover& takeover,
-                                                           const RecordFirst& recordFirst,
+                                                           const LaunchAgentScanner& scanner,
+                                                           StartupChangeEngine& engine,
+                                                           const StartupSafety::Environment& environment,
                                                            std::vector<std::string>& lines,
                                                            const StaysReason& staysReason = {});
 
@@ -158,16 +163,28 @@ struct LoginOwnership {
 
     // --- The pass ---------------------------------------------------------
 
+    // What the ownership pass needs besides the engine.
+    struct PassInputs {
+        std::vector<LaunchRecord> records;  // this pass's: an app whose launch failed keeps its items
+        std::set<std::string> systemDaemonAppPaths;
+        std::set<std::string> switchedOff;
+        // The configuration was written before the ledger existed: its
+        // changes are backfilled into the ledger, once.
+        bool predatesLedger = false;
+    };
+
     // Takes Login Items and LaunchAgents over, with consent, at the end of a
-    // login pass. The caller holds the startup mutation lock; `load` and
-    // `save` throw ConfigStoreError. `records` are this pass's launch records:
-    // an app whose launch failed keeps its Login Item and its agents.
-    static PassResult ownershipPass(const std::function<HoldenmereConfig()>& load,
-                                    const std::function<void(const HoldenmereConfig&)>& save,
-                                    const std::vector<LaunchRecord>& records, LoginItemsAuditor& auditor,
-                                    const LaunchAgentScanner& agentScanner, AgentTakeover& takeover,
-                                    const std::set<std::string>& systemDaemonAppPaths,
-                                    const std::set<std::string>& switchedOff);
+    // login pass, every change through the engine (whose transaction holds
+    // the startup mutation lock). Agents that were switched off unconfirmed
+    // at an earlier pass are settled first.
+    static PassResult ownershipPass(StartupChangeEngine& engine, const LaunchAgentScanner& agentScanner,
+                                    const StartupSafety::Environment& environment, const PassInputs& inputs);
+
+    // The re-registration sweep's removal: each one a transaction of its own
+    // (the startup mutation lock taken for that removal only, never for the
+    // sweep's whole window), recorded first through the engine.
+    static ReregistrationSweep::Remove sweepRemoval(ConfigAccess access, LaunchctlRunning& launchctl,
+                                                    ScriptRunning& scripts);
 
     // --- Re-asserting held startup items ----------------------------------
 
@@ -177,12 +194,12 @@ struct LoginOwnership {
     // 30 s, plus 25 s for each item.
     static double startupStepBudget(const std::vector<HeldStartupItem>& optOuts);
     // Switches held launchd jobs that launchd lists as enabled again back
-    // off. Held items of other sources are passed over (this build cannot act
-    // on them), and no session-restored app is quit. Runs before the
-    // ownership pass, under the same lock: it touches only what earlier
-    // passes recorded, so a slow or hanging Login Items script cannot starve it.
-    static StartupSourcesResult startupSourcesPass(const std::function<HoldenmereConfig()>& load,
-                                                   AgentTakeover& enforcer);
+    // off, through the engine. Held items of other sources are passed over
+    // (this build cannot act on them), and no session-restored app is quit.
+    // Runs before the ownership pass, under the same lock: it touches only
+    // what earlier passes recorded, so a slow or hanging Login Items script
+    // cannot starve it.
+    static StartupSourcesResult startupSourcesPass(StartupChangeEngine& engine);
     // "re_assert_failed={n} re_assert_skipped={n} gracefully_quit={n}", and
     // " config=unreadable" when the configuration could not be read.
     static std::string countsLine(const std::vector<HeldStartupItem>& optOuts, const StartupSourcesTally& tally);

@@ -1,7 +1,7 @@
 // The ownership pass: Login Items and LaunchAgents taken over at the end of
-// a login pass, every change recorded in the ledger before it is made.
+// a login pass, every change made through the startup-change engine.
 #include <algorithm>
-#include <exception>
+#include <map>
 
 #include "core/discovery/startup_discovery.h"
 #include "core/support/text.h"
@@ -11,6 +11,7 @@ namespace holdenmere {
 namespace {
 
 constexpr const char* kDash = " \xE2\x80\x94 ";
+using Status = StartupChangeOutcome::Status;
 
 bool launchFailed(const std::vector<LaunchRecord>& records, const std::string& bundleIdentifier) {
     return std::any_of(records.begin(), records.end(), [&](const LaunchRecord& record) {
@@ -27,66 +28,6 @@ void appendOnce(std::vector<std::string>& names, const std::string& name) {
     if (!contains(names, name)) names.push_back(name);
 }
 
-// The configuration as the pass works on it. Every save starts from a fresh
-// read of the file, so that what the desktop app changed meanwhile
-// survives, and carries the ledger entries of the pass so far.
-class PassConfig {
-public:
-    PassConfig(const std::function<HoldenmereConfig()>& load, const std::function<void(const HoldenmereConfig&)>& save)
-        : load_(load), save_(save) {}
-
-    HoldenmereConfig config;            // in memory: what was last loaded or saved, with unsaved imports
-    HoldenmereConfig ledger;            // only its ledger is used: this pass's entries
-    std::vector<std::string> recorded;  // names of the apps with entries, in order
-    std::optional<HoldenmereConfig> lastSaved;
-    // Imports whose save failed: the pass goes on with them in memory.
-    std::vector<ManagedApp> unsavedImports;
-
-    // Applies `change` to a fresh read with the ledger merged and saves it;
-    // on success the in-memory configuration becomes what was saved. The
-    // error's text on failure, when nothing was saved.
-    std::optional<std::string> saveFresh(const std::function<void(HoldenmereConfig&)>& change) {
-        try {
-            HoldenmereConfig fresh = load_();
-            fresh.mergeLedger(ledger);
-            change(fresh);
-            save_(fresh);
-            lastSaved = fresh;
-            adopt(std::move(fresh));
-            return std::nullopt;
-        } catch (const std::exception& error) {
-            return std::string(error.what());
-        }
-    }
-
-    // The configuration as saved becomes the one in memory, with the
-    // unsaved imports kept.
-    void adopt(HoldenmereConfig saved) {
-        config = std::move(saved);
-        for (const auto& app : unsavedImports) config.manage(app);
-    }
-
-    // The names of the apps whose entries of this pass no save has reached.
-    std::vector<std::string> unsaved() const {
-        std::vector<std::string> names;
-        for (const auto& record : ledger.takeovers) {
-            const TakeoverRecord* saved = lastSaved ? lastSaved->takeover(record.bundleIdentifier) : nullptr;
-            bool known = saved != nullptr && (!record.loginItem || saved->loginItem);
-            for (const auto& agent : record.agents) {
-                known = known &&
-                        std::any_of(saved->agents.begin(), saved->agents.end(),
-                                    [&](const DisabledAgent& candidate) { return candidate.label == agent.label; });
-            }
-            if (!known) appendOnce(names, record.name);
-        }
-        return names;
-    }
-
-private:
-    const std::function<HoldenmereConfig()>& load_;
-    const std::function<void(const HoldenmereConfig&)>& save_;
-};
-
 ManagedApp asManagedRecord(const BlockedApp& blocked) {
     ManagedApp app;
     app.bundleIdentifier = blocked.bundleIdentifier;
@@ -96,7 +37,132 @@ ManagedApp asManagedRecord(const BlockedApp& blocked) {
     return app;
 }
 
-// The Login Items the plan removes, in Login-Item order.
+// What the pass has recorded, so that the ledger can be checked at its end.
+struct Recorded {
+    std::vector<std::string> names;  // apps with entries, in order
+    std::vector<std::pair<std::string, std::string>> loginItems;  // bundle identifier, path
+    std::vector<std::pair<std::string, std::string>> agents;      // bundle identifier, label
+
+    bool empty() const { return names.empty(); }
+};
+
+bool holdsLoginItem(const HoldenmereConfig& config, const std::string& bundleIdentifier, const std::string& path) {
+    const TakeoverRecord* record = config.takeover(bundleIdentifier);
+    return record != nullptr && record->loginItem(path) != nullptr;
+}
+
+bool holdsAgent(const HoldenmereConfig& config, const std::string& bundleIdentifier, const std::string& label) {
+    const TakeoverRecord* record = config.takeover(bundleIdentifier);
+    return record != nullptr && std::any_of(record->agents.begin(), record->agents.end(),
+                                            [&](const DisabledAgent& agent) { return agent.label == label; });
+}
+
+// Agents switched off at an earlier pass while launchd's disabled list could
+// not be read: launchd now says whether the switch took. One that is off is
+// Holdenmere's change after all; one that is on was never switched off, so
+// there is nothing to give back.
+void settleUnconfirmed(StartupChangeEngine& engine, std::vector<std::string>& lines) {
+    std::vector<std::pair<std::string, DisabledAgent>> unconfirmed;
+    std::map<std::string, std::string> names;
+    for (const auto& record : engine.config().takeovers) {
+        for (const auto& agent : record.agents) {
+            if (agent.unconfirmed) unconfirmed.emplace_back(record.bundleIdentifier, agent);
+        }
+        names[record.bundleIdentifier] = record.name;
+    }
+    if (unconfirmed.empty()) return;
+    const auto disabled = engine.disabledLabels();
+    if (!disabled) return;  // still unknown: the marks stay
+    auto failure = engine.transaction().commit([unconfirmed, labels = *disabled](HoldenmereConfig& config) {
+        for (const auto& [bundleIdentifier, agent] : unconfirmed) {
+            if (labels.count(agent.label) == 0) {
+                config.forgetAgent(bundleIdentifier, agent.label);
+                continue;
+            }
+            if (TakeoverRecord* record = config.takeover(bundleIdentifier)) {
+                for (auto& held : record->agents) {
+                    if (held.label == agent.label) held.unconfirmed = false;
+                }
+            }
+        }
+    });
+    for (const auto& [bundleIdentifier, agent] : unconfirmed) {
+        const std::string subject = names[bundleIdentifier] + kDash + "LaunchAgent " + agent.label;
+        if (failure) {
+            lines.push_back("WARNING: ledger: " + subject + " could not be settled (" + *failure + ")");
+        } else if (disabled->count(agent.label) != 0) {
+            lines.push_back("ledger: " + subject + " is confirmed switched off");
+        } else {
+            lines.push_back("ledger: " + subject + " was never switched off; its record is dropped");
+        }
+    }
+}
+
+// Changes made before the ledger existed, recorded once.
+void backfillOnce(StartupChangeEngine& engine, const LaunchAgentScanner& scanner, std::vector<std::string>& lines,
+                  Recorded& recorded) {
+    HoldenmereConfig backfilled = engine.config();
+    std::vector<std::string> backfillLines;
+    LoginOwnership::backfill(scanner.disabledEligibleAgents(), backfilled, backfillLines);
+    if (auto failure = engine.transaction().commit(
+            [backfilled](HoldenmereConfig& config) { config.mergeLedger(backfilled); })) {
+        lines.push_back("WARNING: could not save the ledger of earlier changes" + std::string(kDash) + *failure);
+        return;
+    }
+    lines.insert(lines.end(), backfillLines.begin(), backfillLines.end());
+    for (const auto& record : backfilled.takeovers) {
+        for (const auto& item : record.loginItems) recorded.loginItems.emplace_back(record.bundleIdentifier, item.path);
+        for (const auto& agent : record.agents) recorded.agents.emplace_back(record.bundleIdentifier, agent.label);
+        if (!record.isEmpty()) appendOnce(recorded.names, record.name);
+    }
+}
+
+struct Imports {
+    std::vector<ManagedApp> apps;
+    std::set<std::string> unsaved;  // bundle identifiers whose import could not be saved
+};
+
+// Imports the planned apps and the apps of discovered LaunchAgent items.
+Imports importApps(StartupChangeEngine& engine, const LoginOwnership::Plan& plan,
+                                 const std::vector<StartupItem>& agentItems,
+                                 const LoginOwnership::PassInputs& inputs, std::vector<std::string>& lines) {
+    const HoldenmereConfig& config = engine.config();
+    std::vector<ManagedApp> imports;
+    HoldenmereConfig planned = config;
+    for (const auto& app : plan.imports) {
+        if (planned.manage(app)) imports.push_back(app);
+    }
+    for (const auto& app : LoginOwnership::discoveredImports(agentItems, planned.apps, planned.blockedApps,
+                                                             inputs.systemDaemonAppPaths, planned.leftToMacOS)) {
+        planned.manage(app);
+        imports.push_back(app);
+        lines.push_back("imported: " + app.name + kDash + "was a macOS startup item; Holdenmere now starts it");
+        auto item = std::find_if(agentItems.begin(), agentItems.end(), [&](const StartupItem& candidate) {
+            return candidate.bundleIdentifier == app.bundleIdentifier &&
+                   std::holds_alternative<StartupItem::LaunchAgent>(candidate.source);
+        });
+        if (item == agentItems.end()) continue;
+        const auto& agent = std::get<StartupItem::LaunchAgent>(item->source);
+        auto dropped = LoginOwnership::droppedArguments(std::filesystem::path(agent.plistPath));
+        if (!dropped.empty()) {
+            for (auto& argument : dropped) argument = "\"" + argument + "\"";
+            lines.push_back(app.name + kDash + "its agent passed " + text::joined(dropped, " ") +
+                            "; Holdenmere opens it without them");
+        }
+    }
+    Imports result{imports, {}};
+    if (imports.empty()) return result;
+    if (auto failure = engine.transaction().commit([imports](HoldenmereConfig& fresh) {
+            for (const auto& app : imports) fresh.manage(app);
+        })) {
+        lines.push_back("WARNING: could not save imported apps" + std::string(kDash) + *failure);
+        for (const auto& app : imports) result.unsaved.insert(app.bundleIdentifier);
+    }
+    return result;
+}
+
+// The Login Items the plan removes, in Login-Item order, each with the app
+// that owns it.
 std::vector<LoginOwnership::LoginItem> plannedRemovals(const std::vector<LoginOwnership::LoginItem>& loginItems,
                                                        const LoginOwnership::Plan& plan) {
     std::vector<LoginOwnership::LoginItem> removals;
@@ -109,242 +175,212 @@ std::vector<LoginOwnership::LoginItem> plannedRemovals(const std::vector<LoginOw
     return removals;
 }
 
+// The name the ledger files an app's entries under.
+std::string appNameFor(const HoldenmereConfig& config, const std::string& bundleIdentifier, const std::string& fallback) {
+    for (const auto& app : config.apps) {
+        if (app.bundleIdentifier == bundleIdentifier) return app.name;
+    }
+    for (const auto& app : config.blockedApps) {
+        if (app.bundleIdentifier == bundleIdentifier) return app.name;
+    }
+    return fallback;
+}
+
+void removeLoginItems(StartupChangeEngine& engine, const std::vector<LoginOwnership::LoginItem>& removals,
+                      const std::set<std::string>& unsavedImports, const LoginOwnership::PassInputs& inputs,
+                      LoginOwnership::PassResult& result, Recorded& recorded) {
+    auto& lines = result.lines;
+    for (const auto& item : removals) {
+        const std::string& identifier = *item.bundleIdentifier;
+        if (launchFailed(inputs.records, identifier)) {
+            lines.push_back(item.name + kDash + "its launch failed this pass, so its Login Item stays");
+            ++result.loginItemsNotRemoved;
+            continue;
+        }
+        if (unsavedImports.count(identifier) != 0) {
+            lines.push_back(item.name + kDash + "its import could not be saved, so its Login Item stays");
+            ++result.loginItemsNotRemoved;
+            continue;
+        }
+        const StartupChangeEngine::App app{identifier, appNameFor(engine.config(), identifier, item.name)};
+        const auto outcome = engine.removeLoginItem(app, item.path);
+        if (outcome.recorded) {
+            appendOnce(recorded.names, app.name);
+            recorded.loginItems.emplace_back(identifier, item.path);
+        }
+        switch (outcome.status) {
+            case Status::changed:
+            case Status::unchanged:
+                break;
+            case Status::unconfirmed:
+                lines.push_back(item.name + kDash + "Login Item " + item.path + " removed, unconfirmed: " +
+                                outcome.reason);
+                break;
+            case Status::failed:
+                lines.push_back(item.name + kDash + "could NOT remove it from Login Items: " + outcome.reason);
+                ++result.loginItemsNotRemoved;
+                break;
+            case Status::notChanged:
+                lines.push_back(item.name + kDash + "its Login Item stays: " + outcome.reason);
+                ++result.loginItemsNotRemoved;
+                break;
+        }
+    }
+}
+
+// Every entry of this pass is on disk: a fresh read shows them. What a save
+// has not reached is saved again, or named.
+void checkLedger(StartupChangeEngine& engine, const Recorded& recorded, std::vector<std::string>& lines) {
+    if (recorded.empty()) return;
+    StartupTransaction& transaction = engine.transaction();
+    if (transaction.refresh()) {
+        lines.emplace_back("WARNING: could not re-read the config to save the take-over ledger");
+        return;
+    }
+    auto missing = [&](const HoldenmereConfig& config) {
+        std::vector<std::string> names;
+        for (const auto& [identifier, path] : recorded.loginItems) {
+            if (!holdsLoginItem(config, identifier, path)) appendOnce(names, appNameFor(config, identifier, identifier));
+        }
+        for (const auto& [identifier, label] : recorded.agents) {
+            if (!holdsAgent(config, identifier, label)) appendOnce(names, appNameFor(config, identifier, identifier));
+        }
+        return names;
+    };
+    if (auto names = missing(transaction.config()); !names.empty()) {
+        // Committing nothing new writes every change of the pass again.
+        if (transaction.commit([](HoldenmereConfig&) {})) {
+            lines.push_back("WARNING: could not save the take-over ledger" + std::string(kDash) +
+                            "--restore-startup will not know about " + text::joined(names, ", "));
+            return;
+        }
+    }
+    for (const auto& name : recorded.names) lines.push_back(name + kDash + "recorded for --restore-startup");
+}
+
 }  // namespace
 
 std::vector<LoginOwnership::AgentTakeoverResult> LoginOwnership::takeOverAgents(
-    const std::vector<ManagedApp>& of, const LaunchAgentScanner& scanner, AgentTakeover& takeover,
-    const RecordFirst& recordFirst, std::vector<std::string>& lines, const StaysReason& staysReason) {
+    const std::vector<ManagedApp>& of, const LaunchAgentScanner& scanner, StartupChangeEngine& engine,
+    const StartupSafety::Environment& environment, std::vector<std::string>& lines, const StaysReason& staysReason) {
     std::vector<AgentTakeoverResult> switchedOff;
     std::set<std::string> kept;  // apps whose agents stay, reported once
     for (const auto& conflict : scanner.conflicts(of)) {
         const ManagedApp& app = conflict.managed;
         const std::string& label = conflict.agentLabel;
-        if (StartupDiscovery::ownLaunchdLabels.count(label) != 0) continue;
+        if (StartupChangeEngine::isOwnLabel(label)) continue;
         if (auto reason = staysReason ? staysReason(app) : std::nullopt) {
             if (kept.insert(app.bundleIdentifier).second) lines.push_back(app.name + kDash + *reason);
             continue;
         }
+        if (engine.stopped()) {
+            lines.push_back(app.name + kDash + "LaunchAgent " + label + " is NOT disabled: " +
+                            std::string(StartupChangeEngine::kOutOfTime));
+            continue;
+        }
         const std::string agentText = kDash + std::string("LaunchAgent ") + label;
-        const std::string notDisabled = app.name + agentText + " is NOT disabled: ";
-
-        // The safety rules come first: what they do not allow is never
-        // recorded, and launchd is not asked.
-        const SafetyTier tier =
-            StartupSafety::tier(agentCandidate(app, label, conflict.plistPath), takeover.environment());
-        if (tier.kind != SafetyTier::Kind::allowed) {
-            lines.push_back(notDisabled +
-                            takeover.switchOff(label, tier, false, AgentTakeover::Mechanism::disable).reason);
-            continue;
-        }
-        // An agent already off is not Holdenmere's change, so it is neither
-        // recorded nor ever switched on by giving startup back.
-        if (takeover.isDisabled(label)) {
-            lines.push_back(app.name + agentText + " was already disabled; left as it is");
-            continue;
-        }
-        AgentTakeoverResult result{app.name, app.bundleIdentifier, label, conflict.plistPath};
-        if (!recordFirst || !recordFirst(result)) {
-            lines.push_back(notDisabled + "the recovery record could not be saved, so launchd was not changed");
-            continue;
-        }
-        const auto outcome = takeover.switchOff(label, tier, false, AgentTakeover::Mechanism::disable);
-        switch (outcome.kind) {
-            case AgentTakeover::Result::Kind::switchedOff:
+        const SafetyTier tier = StartupSafety::tier(agentCandidate(app, label, conflict.plistPath), environment);
+        const auto outcome = engine.takeOverAgent({app.bundleIdentifier, app.name}, label, conflict.plistPath, tier,
+                                                  /*confirmed=*/false);
+        switch (outcome.status) {
+            case Status::changed:
                 lines.push_back((app.isEnabled ? "taken over: " : "blocked: ") + app.name + agentText + " disabled");
-                switchedOff.push_back(std::move(result));
+                switchedOff.push_back(AgentTakeoverResult{app.name, app.bundleIdentifier, label, conflict.plistPath});
                 break;
-            case AgentTakeover::Result::Kind::alreadyOff:
-            case AgentTakeover::Result::Kind::switchedOn:
+            case Status::unchanged:
+                // Already off: not Holdenmere's change, so neither recorded
+                // nor ever switched on by giving startup back.
                 lines.push_back(app.name + agentText + " was already disabled; left as it is");
                 break;
-            case AgentTakeover::Result::Kind::failed:
-                lines.push_back(notDisabled + outcome.reason);
+            case Status::unconfirmed:
+                lines.push_back(app.name + agentText + " is NOT confirmed disabled: " + outcome.reason);
+                switchedOff.push_back(AgentTakeoverResult{app.name, app.bundleIdentifier, label, conflict.plistPath});
+                break;
+            case Status::failed:
+            case Status::notChanged:
+                lines.push_back(app.name + agentText + " is NOT disabled: " + outcome.reason);
                 break;
         }
     }
     return switchedOff;
 }
 
-LoginOwnership::PassResult LoginOwnership::ownershipPass(
-    const std::function<HoldenmereConfig()>& load, const std::function<void(const HoldenmereConfig&)>& save,
-    const std::vector<LaunchRecord>& records, LoginItemsAuditor& auditor, const LaunchAgentScanner& agentScanner,
-    AgentTakeover& takeover, const std::set<std::string>& systemDaemonAppPaths,
-    const std::set<std::string>& switchedOff) {
+LoginOwnership::PassResult LoginOwnership::ownershipPass(StartupChangeEngine& engine,
+                                                         const LaunchAgentScanner& agentScanner,
+                                                         const StartupSafety::Environment& environment,
+                                                         const PassInputs& inputs) {
     PassResult result;
     auto& lines = result.lines;
-    PassConfig pass(load, save);
-    try {
-        pass.config = load();
-    } catch (const std::exception& error) {
-        lines.push_back(std::string("WARNING: could not read the config") + kDash + error.what() +
-                        "; Login Items and LaunchAgents left as they are");
-        return result;
-    }
 
-    // 1. Consent.
-    if (pass.config.startupConsent != StartupConsent::granted) {
+    // Consent.
+    if (engine.config().startupConsent != StartupConsent::granted) {
         lines.push_back("startup take-over not enabled" + std::string(kDash) + "Login Items left to macOS (consent: " +
-                        std::string(rawValue(pass.config.startupConsent)) + ")");
-        result.config = std::move(pass.config);
+                        std::string(rawValue(engine.config().startupConsent)) + ")");
+        result.config = engine.config();
         return result;
     }
 
-    // Changes of earlier versions that no ledger recorded. Nothing in the
-    // system changes, so they are saved with the pass's other entries.
-    {
-        HoldenmereConfig backfilled = pass.config;
-        backfill(agentScanner.disabledEligibleAgents(), backfilled, lines);
-        for (const auto& record : backfilled.takeovers) {
-            const TakeoverRecord* before = pass.config.takeover(record.bundleIdentifier);
-            if (before == nullptr || *before != record) appendOnce(pass.recorded, record.name);
-        }
-        pass.ledger.mergeLedger(backfilled);
-        pass.config = std::move(backfilled);
+    Recorded recorded;
+    settleUnconfirmed(engine, lines);
+    if (inputs.predatesLedger) backfillOnce(engine, agentScanner, lines, recorded);
+
+    // Plan the Login Items. A list that cannot be read changes nothing.
+    const auto loginItems = engine.loginItems();
+    Plan plan;
+    if (loginItems) {
+        plan = LoginOwnership::plan(*loginItems, engine.config().apps, engine.config().blockedApps,
+                                    inputs.systemDaemonAppPaths, inputs.switchedOff, engine.config().leftToMacOS);
+        lines.insert(lines.end(), plan.logLines.begin(), plan.logLines.end());
+    } else {
+        lines.push_back("WARNING: Login Items" + std::string(kDash) +
+                        std::string(StartupChangeEngine::kLoginItemsUnreadable));
     }
 
-    // 2. Plan the Login Items.
-    const std::vector<LoginItem> loginItems = auditor.loginItems(/*readingHidden=*/true);
-    const Plan plan = LoginOwnership::plan(loginItems, pass.config.apps, pass.config.blockedApps, systemDaemonAppPaths,
-                                           switchedOff, pass.config.leftToMacOS);
-    lines.insert(lines.end(), plan.logLines.begin(), plan.logLines.end());
-
-    // 3. Import, and save the imports.
-    std::vector<ManagedApp> imports;
-    for (const auto& app : plan.imports) {
-        if (pass.config.manage(app)) imports.push_back(app);
+    // Import, then remove Login Items and take LaunchAgents over, each
+    // recorded first.
+    const Imports imports = importApps(engine, plan, agentScanner.startupItems(), inputs, lines);
+    const std::set<std::string>& unsavedImports = imports.unsaved;
+    if (loginItems) {
+        removeLoginItems(engine, plannedRemovals(*loginItems, plan), unsavedImports, inputs, result, recorded);
     }
-    const std::vector<StartupItem> agentItems = agentScanner.startupItems();
-    for (const auto& app : discoveredImports(agentItems, pass.config.apps, pass.config.blockedApps,
-                                             systemDaemonAppPaths, pass.config.leftToMacOS)) {
-        pass.config.manage(app);
-        imports.push_back(app);
-        lines.push_back("imported: " + app.name + kDash + "was a macOS startup item; Holdenmere now starts it");
-        auto item = std::find_if(agentItems.begin(), agentItems.end(), [&](const StartupItem& candidate) {
-            return candidate.bundleIdentifier == app.bundleIdentifier &&
-                   std::holds_alternative<StartupItem::LaunchAgent>(candidate.source);
-        });
-        if (item == agentItems.end()) continue;
-        const auto& agent = std::get<StartupItem::LaunchAgent>(item->source);
-        auto dropped = droppedArguments(std::filesystem::path(agent.plistPath));
-        if (!dropped.empty()) {
-            for (auto& argument : dropped) argument = "\"" + argument + "\"";
-            lines.push_back(app.name + kDash + "its agent passed " + text::joined(dropped, " ") +
-                            "; Holdenmere opens it without them");
-        }
-    }
-    // Apps whose import is not saved keep their Login Items and agents: the
-    // next login would start them neither way.
-    std::set<std::string> unsavedImports;
-    if (!imports.empty()) {
-        auto failure = pass.saveFresh([&](HoldenmereConfig& fresh) {
-            for (const auto& app : imports) fresh.manage(app);
-        });
-        if (failure) {
-            lines.push_back("WARNING: could not save imported apps" + std::string(kDash) + *failure);
-            for (const auto& app : imports) unsavedImports.insert(app.bundleIdentifier);
-            pass.unsavedImports = imports;
-        }
-    }
-
-    // 4. Remove Login Items, recorded first.
-    std::vector<LoginItem> toRemove;
-    for (const auto& item : plannedRemovals(loginItems, plan)) {
-        const std::string& identifier = *item.bundleIdentifier;
-        if (launchFailed(records, identifier)) {
-            lines.push_back(item.name + kDash + "its launch failed this pass, so its Login Item stays");
-            ++result.loginItemsNotRemoved;
-        } else if (unsavedImports.count(identifier) != 0) {
-            lines.push_back(item.name + kDash + "its import could not be saved, so its Login Item stays");
-            ++result.loginItemsNotRemoved;
-        } else {
-            toRemove.push_back(item);
-        }
-    }
-    if (!toRemove.empty()) {
-        HoldenmereConfig entries;
-        for (const auto& item : toRemove) {
-            entries.recordLoginItem(*item.bundleIdentifier, item.name, RemovedLoginItem{item.path, item.hidden});
-        }
-        if (auto failure = pass.saveFresh([&](HoldenmereConfig& fresh) { fresh.mergeLedger(entries); })) {
-            lines.push_back("WARNING: could not save the recovery record of the Login Items" + std::string(kDash) +
-                            *failure);
-            for (const auto& item : toRemove) {
-                lines.push_back(item.name + kDash + "the recovery record could not be saved, so its Login Item stays");
-            }
-            result.loginItemsNotRemoved += static_cast<int>(toRemove.size());
-        } else {
-            pass.ledger.mergeLedger(entries);
-            for (const auto& item : toRemove) {
-                if (auditor.remove(item) == LoginItemRemoval::failed) {
-                    lines.push_back(item.name + kDash + "could NOT remove it from Login Items");
-                    ++result.loginItemsNotRemoved;
-                } else {
-                    appendOnce(pass.recorded, item.name);
-                }
-            }
-        }
-    }
-
-    // 5 and 6. Take the LaunchAgents over, each recorded first.
-    std::vector<ManagedApp> owners = pass.config.apps;
-    for (const auto& blocked : pass.config.blockedApps) owners.push_back(asManagedRecord(blocked));
-    std::optional<std::string> recordFailure;
-    const RecordFirst recordFirst = [&](const AgentTakeoverResult& agent) {
-        auto failure = pass.saveFresh([&](HoldenmereConfig& fresh) { fresh.record(agent); });
-        if (failure) {
-            if (!recordFailure) {
-                recordFailure = failure;
-                lines.push_back("WARNING: could not save the recovery record of a LaunchAgent" + std::string(kDash) +
-                                *failure);
-            }
-            return false;
-        }
-        pass.ledger.record(agent);
-        return true;
-    };
+    std::vector<ManagedApp> owners = engine.config().apps;
+    for (const auto& app : engine.config().blockedApps) owners.push_back(asManagedRecord(app));
     const StaysReason staysReason = [&](const ManagedApp& app) -> std::optional<std::string> {
-        if (launchFailed(records, app.bundleIdentifier)) return "its launch failed this pass, so its LaunchAgent stays";
+        if (launchFailed(inputs.records, app.bundleIdentifier)) {
+            return "its launch failed this pass, so its LaunchAgent stays";
+        }
         if (unsavedImports.count(app.bundleIdentifier) != 0) {
             return "its import could not be saved, so its LaunchAgent stays";
         }
         return std::nullopt;
     };
-    for (const auto& agent : takeOverAgents(owners, agentScanner, takeover, recordFirst, lines, staysReason)) {
-        appendOnce(pass.recorded, agent.name);
+    for (const auto& agent : takeOverAgents(owners, agentScanner, engine, environment, lines, staysReason)) {
+        appendOnce(recorded.names, agent.name);
+        recorded.agents.emplace_back(agent.bundleIdentifier, agent.label);
     }
 
-    // 7. The ledger, merged into a fresh read of the configuration.
-    if (!pass.recorded.empty()) {
-        HoldenmereConfig fresh;
-        bool reread = true;
-        try {
-            fresh = load();
-        } catch (const std::exception&) {
-            reread = false;
-            lines.emplace_back("WARNING: could not re-read the config to save the take-over ledger");
-            pass.config.mergeLedger(pass.ledger);
-        }
-        if (reread) {
-            fresh.mergeLedger(pass.ledger);
-            try {
-                save(fresh);
-                pass.adopt(std::move(fresh));
-                for (const auto& name : pass.recorded) lines.push_back(name + kDash + "recorded for --restore-startup");
-            } catch (const std::exception& error) {
-                // Each change was saved on its own before it was made; only
-                // what no save reached is unknown to --restore-startup.
-                const auto unknown = pass.unsaved();
-                lines.push_back("WARNING: could not save the take-over ledger" + std::string(kDash) +
-                                (unknown.empty()
-                                     ? "its entries were saved before each change (" + std::string(error.what()) + ")"
-                                     : "--restore-startup will not know about " + text::joined(unknown, ", ")));
-                pass.config.mergeLedger(pass.ledger);
-            }
-        }
+    checkLedger(engine, recorded, lines);
+    // Imports that could not be saved stay in memory for the rest of the pass.
+    result.config = engine.config();
+    for (const auto& app : imports.apps) {
+        if (imports.unsaved.count(app.bundleIdentifier) != 0) result.config.manage(app);
     }
-
-    result.config = std::move(pass.config);
     return result;
+}
+
+ReregistrationSweep::Remove LoginOwnership::sweepRemoval(ConfigAccess access, LaunchctlRunning& launchctl,
+                                                         ScriptRunning& scripts) {
+    return [access = std::move(access), &launchctl, &scripts](const ManagedApp& app,
+                                                              const LoginItem& item) -> LoginItemRemoval {
+        auto begun = StartupTransaction::begin(access, StartupTransaction::Wait::untilFree);
+        auto* transaction = std::get_if<StartupTransaction>(&begun);
+        if (transaction == nullptr) return LoginItemRemoval::failed;
+        StartupChangeEngine engine(*transaction, launchctl, scripts);
+        const auto outcome = engine.removeLoginItem({app.bundleIdentifier, app.name}, item.path);
+        transaction->end();
+        return outcome.madeChange() || outcome.status == Status::unchanged ? LoginItemRemoval::removed
+                                                                           : LoginItemRemoval::failed;
+    };
 }
 
 }  // namespace holdenmere

@@ -1,15 +1,19 @@
 #include "core/takeover/startup_restorer.h"
 
 #include <algorithm>
-#include <set>
 
-#include "core/support/files.h"
+#include "core/launchd/launchctl_running.h"
 
 namespace holdenmere {
 namespace {
 
 constexpr const char* kDash = " \xE2\x80\x94 ";
 constexpr const char* kKept = "; kept in the ledger";
+constexpr const char* kOptedOut = "you excluded it from giving back; kept in the ledger";
+
+using Source = StartupRestorer::Source;
+using Outcome = StartupRestorer::Outcome;
+using Status = StartupChangeOutcome::Status;
 
 bool listed(const std::vector<std::string>& identifiers, std::string_view identifier) {
     return std::find(identifiers.begin(), identifiers.end(), identifier) != identifiers.end();
@@ -18,27 +22,180 @@ bool listed(const std::vector<std::string>& identifiers, std::string_view identi
 // The previous states that mean the item was off before it was held.
 bool wasOff(const HeldStartupItem& item) { return item.previous == "off" || item.previous == "disabled"; }
 
-std::string_view verb(StartupRestorer::Outcome outcome) {
+std::string_view verb(Outcome outcome) {
     switch (outcome) {
-        case StartupRestorer::Outcome::givenBack:
-            return "given back";
-        case StartupRestorer::Outcome::wouldGiveBack:
-            return "would give back";
-        case StartupRestorer::Outcome::leftOff:
-            return "left off";
-        case StartupRestorer::Outcome::optedOut:
-            return "kept off";
-        case StartupRestorer::Outcome::notInThisBuild:
-            return "kept in the ledger";
-        case StartupRestorer::Outcome::failed:
-            return "FAILED";
-        case StartupRestorer::Outcome::wouldFail:
-            return "would fail";
+        case Outcome::givenBack: return "given back";
+        case Outcome::wouldGiveBack: return "would give back";
+        case Outcome::leftOff: return "left off";
+        case Outcome::optedOut: return "kept off";
+        case Outcome::notInThisBuild: return "kept in the ledger";
+        case Outcome::failed: return "FAILED";
+        case Outcome::wouldFail: return "would fail";
     }
     return "";
 }
 
-constexpr const char* kOptedOut = "you excluded it from giving back; kept in the ledger";
+// "to switch it on: launchctl enable gui/501/{label}".
+std::string howToSwitchOn(const std::string& label) {
+    return "to switch it on: launchctl enable " + launchdServiceTarget(label);
+}
+
+// A give-back through the engine as a report entry.
+StartupRestorer::Entry entryOf(Source source, const std::string& name, const std::string& what,
+                               const StartupChangeOutcome& outcome) {
+    switch (outcome.status) {
+        case Status::changed:
+            return {source, name, what + (outcome.reason.empty() ? "" : "; " + outcome.reason), Outcome::givenBack};
+        case Status::unchanged:
+            return {source, name, what + "; it was back already", Outcome::givenBack};
+        case Status::unconfirmed:
+        case Status::failed:
+        case Status::notChanged:
+            break;
+    }
+    return {source, name, outcome.line() + (outcome.recorded ? kKept : ""), Outcome::failed};
+}
+
+class GiveBackRun {
+public:
+    GiveBackRun(StartupChangeEngine& engine, bool dryRun) : engine_(engine), dryRun_(dryRun) {}
+
+    StartupRestorer::Report run() {
+        // Everything is decided on the ledger as it stood at the start; each
+        // give-back then commits its own change of the ledger.
+        const HoldenmereConfig config = engine_.config();
+        loginItems(config);
+        agents(config);
+        helpers(config);
+        heldStartup(config);
+        if (config.reopenWindowsOriginal) {
+            add({Source::reopenWindows, "reopen windows when logging back in",
+                 "this build cannot restore it; kept in the ledger", Outcome::notInThisBuild});
+        }
+        return std::move(report_);
+    }
+
+private:
+    void add(StartupRestorer::Entry entry) { report_.entries.push_back(std::move(entry)); }
+
+    void loginItems(const HoldenmereConfig& config) {
+        for (const auto& record : config.takeovers) {
+            for (const auto& item : record.loginItems) {
+                const std::string detail = item.path + (item.hidden ? " (hidden)" : "");
+                if (listed(config.restoreOptOuts, record.bundleIdentifier)) {
+                    add({Source::loginItems, record.name, detail + ": " + kOptedOut, Outcome::optedOut});
+                } else if (dryRun_) {
+                    add({Source::loginItems, record.name, "add " + detail, Outcome::wouldGiveBack});
+                } else {
+                    const auto outcome = engine_.giveBackLoginItem({record.bundleIdentifier, record.name}, item);
+                    add(entryOf(Source::loginItems, record.name, "added " + detail, outcome));
+                }
+            }
+        }
+    }
+
+    void agents(const HoldenmereConfig& config) {
+        for (const auto& record : config.takeovers) {
+            const bool recordOptedOut = listed(config.restoreOptOuts, record.bundleIdentifier);
+            for (const auto& agent : record.agents) {
+                if (recordOptedOut || listed(config.restoreOptOuts, agent.label) ||
+                    listed(config.restoreOptOuts, "launchdJob:" + agent.label)) {
+                    add({Source::launchAgents, record.name, agent.label + ": " + kOptedOut, Outcome::optedOut});
+                } else if (agent.inferred || agent.unconfirmed) {
+                    leaveAgentOff(record, agent);
+                } else if (dryRun_) {
+                    add({Source::launchAgents, record.name, "switch " + agent.label + " back on",
+                         Outcome::wouldGiveBack});
+                } else {
+                    const auto outcome = engine_.switchOnJob(
+                        record.name + kDash + agent.label, agent.label, agent.plistPath,
+                        [identifier = record.bundleIdentifier, label = agent.label](HoldenmereConfig& fresh) {
+                            fresh.forgetAgent(identifier, label);
+                        });
+                    add(entryOf(Source::launchAgents, record.name, agent.label + " switched back on", outcome));
+                }
+            }
+        }
+    }
+
+    // An agent that Holdenmere found off, or whose switch-off it could not
+    // confirm, may have been switched off by someone else: it stays off.
+    void leaveAgentOff(const TakeoverRecord& record, const DisabledAgent& agent) {
+        const std::string why = agent.inferred ? " was found switched off, maybe not by Holdenmere"
+                                               : " may not have been switched off by Holdenmere (it was never confirmed)";
+        std::string detail = agent.label + why + ", so it stays off; " + howToSwitchOn(agent.label);
+        if (dryRun_) {
+            add({Source::launchAgents, record.name, "would leave " + detail, Outcome::leftOff});
+            return;
+        }
+        if (auto failure = engine_.transaction().commit(
+                [identifier = record.bundleIdentifier, label = agent.label](HoldenmereConfig& fresh) {
+                    fresh.forgetAgent(identifier, label);
+                })) {
+            detail += "; its ledger entry could not be removed (" + *failure + ")";
+        }
+        add({Source::launchAgents, record.name, detail, Outcome::leftOff});
+    }
+
+    void helpers(const HoldenmereConfig& config) {
+        for (const auto& helper : config.delayedHelpers) {
+            if (listed(config.restoreOptOuts, helper.label) ||
+                listed(config.restoreOptOuts, helper.appBundleIdentifier)) {
+                add({Source::heldHelpers, helper.name, helper.label + ": " + kOptedOut, Outcome::optedOut});
+            } else if (dryRun_) {
+                add({Source::heldHelpers, helper.name, "switch " + helper.label + " back on", Outcome::wouldGiveBack});
+            } else {
+                const auto outcome = engine_.switchOnJob(
+                    helper.name + kDash + helper.label, helper.label, helper.plistPath,
+                    [label = helper.label](HoldenmereConfig& fresh) {
+                        std::erase_if(fresh.delayedHelpers,
+                                      [&](const DelayedHelper& held) { return held.label == label; });
+                    });
+                add(entryOf(Source::heldHelpers, helper.name, helper.label + " switched back on", outcome));
+            }
+        }
+    }
+
+    void heldStartup(const HoldenmereConfig& config) {
+        for (const auto& item : config.heldStartup) {
+            const std::string row = std::string(rawValue(item.source)) + ":" + item.handle;
+            if (listed(config.restoreOptOuts, item.handle) || listed(config.restoreOptOuts, row) ||
+                (item.ownerBundleIdentifier && listed(config.restoreOptOuts, *item.ownerBundleIdentifier))) {
+                add({Source::heldStartup, item.name, item.handle + ": " + kOptedOut, Outcome::optedOut});
+            } else if (item.source != StartupSource::launchdJob) {
+                add({Source::heldStartup, item.name,
+                     "this build cannot switch " + std::string(rawValue(item.source)) + " items back on; kept in the ledger",
+                     Outcome::notInThisBuild});
+            } else if (wasOff(item)) {
+                heldItemLeftOff(item);
+            } else if (dryRun_) {
+                add({Source::heldStartup, item.name, "switch " + item.handle + " back on", Outcome::wouldGiveBack});
+            } else {
+                const auto outcome =
+                    engine_.switchOnJob(item.name + kDash + item.handle, item.handle, item.plistPath.value_or(""),
+                                        [item](HoldenmereConfig& fresh) { fresh.release(item); });
+                add(entryOf(Source::heldStartup, item.name, item.handle + " switched back on", outcome));
+            }
+        }
+    }
+
+    // Only what Holdenmere switched off is given back.
+    void heldItemLeftOff(const HeldStartupItem& item) {
+        std::string detail = item.handle + " was already off when Holdenmere found it";
+        if (dryRun_) {
+            add({Source::heldStartup, item.name, detail + "; would leave it off", Outcome::leftOff});
+            return;
+        }
+        if (auto failure = engine_.transaction().commit([item](HoldenmereConfig& fresh) { fresh.release(item); })) {
+            detail += "; its ledger entry could not be removed (" + *failure + ")";
+        }
+        add({Source::heldStartup, item.name, detail, Outcome::leftOff});
+    }
+
+    StartupChangeEngine& engine_;
+    bool dryRun_;
+    StartupRestorer::Report report_;
+};
 
 }  // namespace
 
@@ -53,202 +210,34 @@ bool StartupRestorer::Report::anyFailed() const {
 
 std::string_view StartupRestorer::sourceName(Source source) {
     switch (source) {
-        case Source::loginItems:
-            return "Login Items";
-        case Source::launchAgents:
-            return "LaunchAgents";
-        case Source::heldHelpers:
-            return "held helpers";
-        case Source::heldStartup:
-            return "held startup items";
-        case Source::reopenWindows:
-            return "reopen-windows setting";
+        case Source::loginItems: return "Login Items";
+        case Source::launchAgents: return "LaunchAgents";
+        case Source::heldHelpers: return "held helpers";
+        case Source::heldStartup: return "held startup items";
+        case Source::reopenWindows: return "reopen-windows setting";
     }
     return "";
 }
 
-StartupRestorer::StartupRestorer(LoginItemsAuditor& auditor, AgentTakeover& agents, FileExists fileExists)
-    : auditor_(auditor), agents_(agents), fileExists_(std::move(fileExists)) {
-    if (!fileExists_) fileExists_ = [](const std::string& path) { return files::exists(path); };
+StartupRestorer::Report StartupRestorer::giveBack(StartupChangeEngine& engine, bool dryRun) {
+    return GiveBackRun(engine, dryRun).run();
 }
 
-StartupRestorer::Report StartupRestorer::giveBack(const HoldenmereConfig& config, bool dryRun,
-                                                  HelperDelay& helperDelay) {
-    Report report;
-    report.config = config;
-    giveBackLoginItems(report, dryRun);
-    giveBackAgents(report, dryRun);
-    giveBackHelpers(report, dryRun, helperDelay);
-    giveBackHeldStartup(report, dryRun);
-    if (config.reopenWindowsOriginal) {
-        report.entries.push_back({Source::reopenWindows, "reopen windows when logging back in",
-                                  "this build cannot restore it; kept in the ledger", Outcome::notInThisBuild});
-    }
-
-    auto& takeovers = report.config.takeovers;
-    std::erase_if(takeovers, [](const TakeoverRecord& record) { return !record.loginItem && record.agents.empty(); });
-    report.ledgerChanged = report.config != config;
-    return report;
-}
-
-void StartupRestorer::giveBackLoginItems(Report& report, bool dryRun) {
-    HoldenmereConfig& config = report.config;
-    // System Events is asked once for what is there already, and only when
-    // there is something to give back.
-    std::optional<std::set<std::string>> present;
-    for (auto& record : config.takeovers) {
-        if (!record.loginItem) continue;
-        const RemovedLoginItem item = *record.loginItem;
-        const std::string detail = item.path + (item.hidden ? " (hidden)" : "");
-        if (listed(config.restoreOptOuts, record.bundleIdentifier)) {
-            report.entries.push_back({Source::loginItems, record.name, detail + ": " + kOptedOut, Outcome::optedOut});
-            continue;
-        }
-        if (!fileExists_(item.path)) {
-            report.entries.push_back({Source::loginItems, record.name, item.path + " no longer exists" + kKept,
-                                      dryRun ? Outcome::wouldFail : Outcome::failed});
-            continue;
-        }
-        if (dryRun) {
-            report.entries.push_back({Source::loginItems, record.name, "add " + detail, Outcome::wouldGiveBack});
-            continue;
-        }
-        if (!present) {
-            present.emplace();
-            for (const auto& existing : auditor_.loginItems(/*readingHidden=*/false)) present->insert(existing.path);
-        }
-        if (present->count(item.path) != 0) {
-            report.entries.push_back(
-                {Source::loginItems, record.name, item.path + " is in Login Items already", Outcome::givenBack});
-        } else if (auditor_.add(item.path, item.hidden)) {
-            present->insert(item.path);
-            report.entries.push_back({Source::loginItems, record.name, "added " + detail, Outcome::givenBack});
-        } else {
-            report.entries.push_back({Source::loginItems, record.name,
-                                      "System Events did not add " + item.path +
-                                          " (is Holdenmere allowed to control System Events?)" + kKept,
-                                      Outcome::failed});
-            continue;
-        }
-        record.loginItem.reset();
-        // macOS starts the app again; a later pass must not record this
-        // Login Item as one it removed.
-        for (auto& app : config.apps) {
-            if (app.bundleIdentifier == record.bundleIdentifier) app.importedFromLoginItem = false;
+StartupRestorer::GiveBack StartupRestorer::giveEverythingBack(
+    StartupChangeEngine& engine, bool dryRun, const std::function<std::optional<std::string>()>& turnOffLoginAgent) {
+    GiveBack result;
+    // The opt-out first: were it lost, the next login pass would take
+    // everything over again.
+    if (!dryRun) {
+        if (auto failure =
+                engine.transaction().commit([](HoldenmereConfig& config) { config.declineStartupConsent(); })) {
+            result.optOutFailure = *failure;
+            return result;
         }
     }
-}
-
-void StartupRestorer::giveBackAgents(Report& report, bool dryRun) {
-    HoldenmereConfig& config = report.config;
-    for (auto& record : config.takeovers) {
-        const bool recordOptedOut = listed(config.restoreOptOuts, record.bundleIdentifier);
-        std::vector<DisabledAgent> kept;
-        for (const auto& agent : record.agents) {
-            const std::string label = agent.label + (agent.inferred ? " (found disabled, probably by Holdenmere)" : "");
-            if (recordOptedOut || listed(config.restoreOptOuts, agent.label) ||
-                listed(config.restoreOptOuts, "launchdJob:" + agent.label)) {
-                report.entries.push_back(
-                    {Source::launchAgents, record.name, label + ": " + kOptedOut, Outcome::optedOut});
-                kept.push_back(agent);
-                continue;
-            }
-            if (dryRun) {
-                report.entries.push_back(
-                    {Source::launchAgents, record.name, "switch " + label + " back on", Outcome::wouldGiveBack});
-                kept.push_back(agent);
-                continue;
-            }
-            const auto result = agents_.undo(agent.label, agent.plistPath);
-            if (result.succeeded()) {
-                std::string detail = label + " switched back on";
-                if (!result.reason.empty()) detail += "; " + result.reason;
-                report.entries.push_back({Source::launchAgents, record.name, detail, Outcome::givenBack});
-            } else {
-                report.entries.push_back(
-                    {Source::launchAgents, record.name, label + ": " + result.reason + kKept, Outcome::failed});
-                kept.push_back(agent);
-            }
-        }
-        record.agents = std::move(kept);
-    }
-}
-
-void StartupRestorer::giveBackHelpers(Report& report, bool dryRun, HelperDelay& helperDelay) {
-    HoldenmereConfig& config = report.config;
-    std::vector<DelayedHelper> kept;
-    for (const auto& helper : config.delayedHelpers) {
-        if (listed(config.restoreOptOuts, helper.label) || listed(config.restoreOptOuts, helper.appBundleIdentifier)) {
-            report.entries.push_back(
-                {Source::heldHelpers, helper.name, helper.label + ": " + kOptedOut, Outcome::optedOut});
-            kept.push_back(helper);
-        } else if (dryRun) {
-            report.entries.push_back(
-                {Source::heldHelpers, helper.name, "switch " + helper.label + " back on", Outcome::wouldGiveBack});
-            kept.push_back(helper);
-        } else if (auto failure = helperDelay.release(helper)) {
-            report.entries.push_back(
-                {Source::heldHelpers, helper.name, helper.label + ": " + *failure + kKept, Outcome::failed});
-            kept.push_back(helper);
-        } else {
-            report.entries.push_back(
-                {Source::heldHelpers, helper.name, helper.label + " switched back on", Outcome::givenBack});
-        }
-    }
-    config.delayedHelpers = std::move(kept);
-}
-
-void StartupRestorer::giveBackHeldStartup(Report& report, bool dryRun) {
-    HoldenmereConfig& config = report.config;
-    std::vector<HeldStartupItem> kept;
-    for (const auto& item : config.heldStartup) {
-        const std::string row = std::string(rawValue(item.source)) + ":" + item.handle;
-        if (listed(config.restoreOptOuts, item.handle) || listed(config.restoreOptOuts, row) ||
-            (item.ownerBundleIdentifier && listed(config.restoreOptOuts, *item.ownerBundleIdentifier))) {
-            report.entries.push_back(
-                {Source::heldStartup, item.name, item.handle + ": " + kOptedOut, Outcome::optedOut});
-            kept.push_back(item);
-            continue;
-        }
-        if (item.source != StartupSource::launchdJob) {
-            report.entries.push_back({Source::heldStartup, item.name,
-                                      "this build cannot switch " + std::string(rawValue(item.source)) +
-                                          " items back on; kept in the ledger",
-                                      Outcome::notInThisBuild});
-            kept.push_back(item);
-            continue;
-        }
-        if (wasOff(item)) {
-            // Only what Holdenmere switched off is given back.
-            if (!dryRun) {
-                report.entries.push_back({Source::heldStartup, item.name,
-                                          item.handle + " was already off when Holdenmere found it", Outcome::leftOff});
-            } else {
-                report.entries.push_back({Source::heldStartup, item.name,
-                                          item.handle + " was already off when Holdenmere found it; would leave it off",
-                                          Outcome::leftOff});
-                kept.push_back(item);
-            }
-            continue;
-        }
-        if (dryRun) {
-            report.entries.push_back(
-                {Source::heldStartup, item.name, "switch " + item.handle + " back on", Outcome::wouldGiveBack});
-            kept.push_back(item);
-            continue;
-        }
-        const auto result = agents_.undo(item.handle, item.plistPath.value_or(""));
-        if (result.succeeded()) {
-            std::string detail = item.handle + " switched back on";
-            if (!result.reason.empty()) detail += "; " + result.reason;
-            report.entries.push_back({Source::heldStartup, item.name, detail, Outcome::givenBack});
-        } else {
-            report.entries.push_back(
-                {Source::heldStartup, item.name, item.handle + ": " + result.reason + kKept, Outcome::failed});
-            kept.push_back(item);
-        }
-    }
-    config.heldStartup = std::move(kept);
+    result.report = giveBack(engine, dryRun);
+    if (!dryRun && turnOffLoginAgent) result.loginAgentFailure = turnOffLoginAgent();
+    return result;
 }
 
 }  // namespace holdenmere

@@ -1,24 +1,26 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
-#include "core/discovery/login_items_auditor.h"
-#include "core/launchd/helper_delay.h"
-#include "core/takeover/agent_takeover.h"
+#include "core/takeover/startup_change_engine.h"
 
 namespace holdenmere {
 
 // Gives back every change of macOS startup that the configuration's ledger
-// records: removed Login Items are added again as they were, switched-off
-// LaunchAgents switched back on and loaded, held helpers and held launchd
-// jobs released. Only the ledger is given back, so nothing that was already
-// off when Holdenmere found it is switched on; identifiers in
-// "restoreOptOuts" are left as they are. What was given back leaves the
-// ledger, what failed stays in it for the next try.
+// records, through the startup-change engine: removed Login Items added
+// again as they were, switched-off LaunchAgents switched back on and loaded,
+// held helpers and held launchd jobs released. Only the ledger is given
+// back, and only what Holdenmere is known to have switched off: an entry it
+// found off (inferred, or a held item whose previous state was off) or one
+// whose switch-off was never confirmed stays off, with the way to switch it
+// on. Identifiers in "restoreOptOuts" are left as they are. What was given
+// back leaves the ledger as it is given back; what failed stays for the
+// next try.
 class StartupRestorer {
 public:
     // Where an entry came from, in the order they are given back.
@@ -27,7 +29,7 @@ public:
     enum class Outcome {
         givenBack,       // switched back on (or found back already); leaves the ledger
         wouldGiveBack,   // dry run
-        leftOff,         // it was off before it was held: nothing switched; leaves the ledger
+        leftOff,         // not known to be Holdenmere's change: nothing switched; leaves the ledger
         optedOut,        // in "restoreOptOuts"; stays in the ledger
         notInThisBuild,  // a source this build cannot switch; stays in the ledger
         failed,          // stays in the ledger
@@ -47,37 +49,36 @@ public:
 
     struct Report {
         std::vector<Entry> entries;  // by source, each source in ledger order
-        HoldenmereConfig config;     // the configuration with what was given back out of its ledger
 
         bool anyFailed() const;
-        // Whether the ledger in `config` differs from the one given.
-        bool ledgerChanged = false;
     };
 
-    using FileExists = std::function<bool(const std::string& path)>;
+    // What giving everything back did, as --restore-startup and the desktop
+    // app's Give Everything Back show it.
+    struct GiveBack {
+        // The opt-out could not be saved: nothing else was done.
+        std::optional<std::string> optOutFailure;
+        Report report;
+        // Holdenmere's login agent: turned off, or why not (nothing in a dry run).
+        std::optional<std::string> loginAgentFailure;
+
+        bool ok() const { return !optOutFailure && !report.anyFailed() && !loginAgentFailure; }
+    };
 
     // "Login Items", "LaunchAgents", "held helpers", "held startup items",
     // "reopen-windows setting".
     static std::string_view sourceName(Source source);
 
-    // The runners must outlive the restorer. `fileExists` tells whether a
-    // Login Item's app is still there; the file system by default.
-    StartupRestorer(LoginItemsAuditor& auditor, AgentTakeover& agents, FileExists fileExists = {});
-
     // Gives everything in the ledger back, or with `dryRun` only says what
     // it would give back, asking nothing of launchd or System Events and
-    // returning the configuration unchanged.
-    Report giveBack(const HoldenmereConfig& config, bool dryRun, HelperDelay& helperDelay);
+    // changing nothing.
+    static Report giveBack(StartupChangeEngine& engine, bool dryRun);
 
-private:
-    void giveBackLoginItems(Report& report, bool dryRun);
-    void giveBackAgents(Report& report, bool dryRun);
-    void giveBackHelpers(Report& report, bool dryRun, HelperDelay& helperDelay);
-    void giveBackHeldStartup(Report& report, bool dryRun);
-
-    LoginItemsAuditor& auditor_;
-    AgentTakeover& agents_;
-    FileExists fileExists_;
+    // The whole give-back: the opt-out (startup consent declined) saved
+    // first, so that no later login pass takes anything over again; then
+    // giveBack; then `turnOffLoginAgent` (its failure text, or nothing).
+    static GiveBack giveEverythingBack(StartupChangeEngine& engine, bool dryRun,
+                                       const std::function<std::optional<std::string>()>& turnOffLoginAgent);
 };
 
 }  // namespace holdenmere

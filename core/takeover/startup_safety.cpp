@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <system_error>
 
 #include "core/discovery/startup_discovery.h"
+#include "core/support/environment.h"
 
 namespace holdenmere {
 namespace {
@@ -156,6 +158,22 @@ bool StartupSafety::isOwnersOwnJob(const Candidate& candidate, const Environment
     }
     if (isApple(candidate)) return false;
     return !StartupDiscovery::outermostAppPath(expandingHome(*candidate.programPath, environment)).has_value();
+}
+
+StartupSafety::Environment StartupSafety::systemEnvironment() {
+    Environment environment;
+    environment.systemExtensions = [] { return std::vector<std::string>{}; };
+    environment.isHelperBinary = [](const std::string& path) {
+        return StartupDiscovery::isHelperBinary(path).value_or(false);
+    };
+    environment.bundleHasSystemExtensions = [](const std::string& appPath) {
+        std::error_code error;
+        std::filesystem::directory_iterator entries(
+            std::filesystem::path(appPath) / "Contents/Library/SystemExtensions", error);
+        return !error && entries != std::filesystem::directory_iterator();
+    };
+    environment.homeDirectory = [] { return homeDirectory().string(); };
+    return environment;
 }
 
 }  // namespace holdenmere

@@ -71,6 +71,10 @@ struct StartupSafety {
 
     // The refusal if there is one, else the warnings if there are any, else allowed.
     static SafetyTier tier(const Candidate& candidate, const Environment& environment);
+    // The machine as it is: app bundles read from disk. This build does not
+    // ask systemextensionsctl; security tools are recognised by the
+    // extensions their app bundle carries.
+    static Environment systemEnvironment();
     // The first refusal rule that matches, in order: a system-wide job, one of
     // Holdenmere's own items, a network system extension, an Apple component,
     // a helper inside another app.

@@ -1,7 +1,6 @@
 // The startup-sources step's re-assert: held items that launchd switched
 // back on are switched off again.
 #include <algorithm>
-#include <exception>
 
 #include "core/takeover/login_ownership.h"
 
@@ -46,51 +45,66 @@ std::string LoginOwnership::countsLine(const std::vector<HeldStartupItem>& optOu
     return line;
 }
 
-LoginOwnership::StartupSourcesResult LoginOwnership::startupSourcesPass(const std::function<HoldenmereConfig()>& load,
-                                                                        AgentTakeover& enforcer) {
+LoginOwnership::StartupSourcesResult LoginOwnership::startupSourcesPass(StartupChangeEngine& engine) {
     StartupSourcesResult result;
-    HoldenmereConfig config;
-    try {
-        config = load();
-    } catch (const std::exception& error) {
-        result.tally.configUnreadable = true;
-        result.lines.push_back(std::string("WARNING: could not read the config") + kDash + error.what() +
-                               "; held startup items not re-checked");
-        return result;
-    }
-    result.optOuts = startupOptOuts(config);
-
-    // launchd's disabled list once for all items; nothing is switched when
-    // it cannot be read, since an enabled label cannot be told apart then.
-    std::optional<std::set<std::string>> disabled;
-    bool asked = false;
+    result.optOuts = startupOptOuts(engine.config());
+    using Status = StartupChangeOutcome::Status;
     for (const auto& item : result.optOuts) {
         if (item.source != StartupSource::launchdJob) {
             result.lines.push_back("skipped: " + item.name + kDash + "this build cannot re-assert held " +
                                    std::string(rawValue(item.source)) + " items");
             continue;
         }
-        if (!asked) {
-            disabled = enforcer.disabledLabels();
-            asked = true;
-        }
-        if (!disabled) {
-            ++result.tally.reassertSkipped;
-            result.lines.push_back("skipped: " + item.name + kDash + "launchd's disabled list could not be read, so " +
-                                   item.handle + " was not re-checked");
-            continue;
-        }
-        if (disabled->count(item.handle) != 0) continue;
         // Its recovery entry is the held item itself, already saved.
-        const auto outcome = enforcer.takeOver(item.handle);
-        if (outcome.kind == AgentTakeover::Result::Kind::failed) {
-            ++result.tally.reassertFailed;
-            result.lines.push_back(item.name + kDash + item.handle +
-                                   " is switched on again and could NOT be switched off: " + outcome.reason);
-        } else if (outcome.kind == AgentTakeover::Result::Kind::switchedOff) {
-            result.lines.push_back("re-asserted: " + item.name + kDash + item.handle +
-                                   " was switched on again; switched off again");
+        const auto outcome = engine.reassertJob(item);
+        result.reasserted.emplace_back(item, outcome);
+        switch (outcome.status) {
+            case Status::unchanged:
+                break;
+            case Status::changed:
+                result.lines.push_back("re-asserted: " + item.name + kDash + item.handle +
+                                       " was switched on again; switched off again");
+                break;
+            case Status::notChanged:
+                ++result.tally.reassertSkipped;
+                result.lines.push_back("skipped: " + item.name + kDash + item.handle + " was not re-checked: " +
+                                       outcome.reason);
+                break;
+            case Status::unconfirmed:
+            case Status::failed:
+                ++result.tally.reassertFailed;
+                result.lines.push_back(item.name + kDash + item.handle +
+                                       " is switched on again and could NOT be switched off: " + outcome.reason);
+                break;
         }
+    }
+    return result;
+}
+
+std::vector<LaunchRecord> LoginOwnership::StartupSourcesResult::records(Date now) const {
+    std::vector<LaunchRecord> result;
+    for (const auto& [item, outcome] : reasserted) {
+        LaunchRecord record;
+        record.bundleIdentifier = item.handle;
+        record.name = item.name;
+        record.timestamp = now;
+        switch (outcome.status) {
+            case StartupChangeOutcome::Status::unchanged:
+                record.outcome = LaunchOutcome::disabled;
+                record.detail = "held off; still off at login";
+                break;
+            case StartupChangeOutcome::Status::changed:
+                record.outcome = LaunchOutcome::disabled;
+                record.detail = "switched on again since the last login; switched off again";
+                break;
+            case StartupChangeOutcome::Status::unconfirmed:
+            case StartupChangeOutcome::Status::failed:
+            case StartupChangeOutcome::Status::notChanged:
+                record.outcome = LaunchOutcome::failed;
+                record.detail = outcome.reason;
+                break;
+        }
+        result.push_back(std::move(record));
     }
     return result;
 }

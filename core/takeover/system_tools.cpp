@@ -1,4 +1,4 @@
-#include "app/system_services.h"
+#include "core/takeover/system_tools.h"
 
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/launchd/system_launchctl.h"

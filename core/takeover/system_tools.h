@@ -10,9 +10,9 @@
 
 namespace holdenmere {
 
-// The system-facing pieces that the headless modes are built with, in one
-// place, so that each mode takes them as parameters and the tests can hand
-// in fakes instead.
+// The system-facing pieces that the modes and the desktop app are built
+// with, in one place, so that each takes them as parameters and the tests
+// can hand in fakes instead.
 
 // Where a system tool is run from: its usual place, or the folder named by
 // HOLDENMERE_TOOLS_DIR, where the tests and diagnostics put stand-ins for

@@ -1,0 +1,350 @@
+#include "core/takeover/startup_change_engine.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "core/discovery/startup_discovery.h"
+#include "core/support/files.h"
+
+namespace holdenmere {
+namespace {
+
+constexpr const char* kDash = " \xE2\x80\x94 ";
+
+using Status = StartupChangeOutcome::Status;
+
+}  // namespace
+
+std::string StartupChangeOutcome::line() const { return reason.empty() ? subject : subject + ": " + reason; }
+
+StartupChangeEngine::StartupChangeEngine(StartupTransaction& transaction, LaunchctlRunning& launchctl,
+                                         ScriptRunning& scripts, const Signal* cancellation, FileExists fileExists)
+    : transaction_(transaction),
+      launchctl_(launchctl),
+      scripts_(scripts),
+      auditor_(scripts),
+      cancellation_(cancellation),
+      fileExists_(std::move(fileExists)) {
+    if (!fileExists_) fileExists_ = [](const std::string& path) { return files::exists(path); };
+}
+
+bool StartupChangeEngine::stopped() const { return cancellation_ != nullptr && cancellation_->isRaised(); }
+
+bool StartupChangeEngine::isOwnLabel(std::string_view label) {
+    return StartupDiscovery::ownLaunchdLabels.count(label) != 0 || label == StartupDiscovery::ownBundleIdentifier;
+}
+
+bool StartupChangeEngine::isOwnBundle(std::string_view bundleIdentifier) {
+    return bundleIdentifier == StartupDiscovery::ownBundleIdentifier;
+}
+
+StartupChangeOutcome StartupChangeEngine::run(const StartupStep& step) {
+    StartupChangeOutcome outcome;
+    outcome.subject = step.subject;
+    outcome.recorded = step.alreadyRecorded;
+    if (stopped()) {
+        outcome.reason = std::string(kOutOfTime);
+        return outcome;
+    }
+    if (step.isDone) {
+        const auto done = step.isDone();
+        if (!done) {
+            outcome.reason = step.unreadableBefore;
+            return outcome;
+        }
+        if (*done) {
+            outcome.status = Status::unchanged;
+            if (step.whenDone) {
+                if (auto failure = transaction_.commit(step.whenDone)) {
+                    outcome.reason = "its ledger entry could not be updated (" + *failure + ")";
+                } else {
+                    outcome.recorded = false;
+                }
+            }
+            return outcome;
+        }
+    }
+    if (step.record) {
+        if (auto failure = transaction_.commit(step.record)) {
+            outcome.reason = std::string(kRecordNotSaved) + " (" + *failure + ")";
+            return outcome;
+        }
+        outcome.recorded = true;
+    }
+
+    const std::optional<std::string> failure = step.apply();
+    const std::optional<bool> confirmed = step.confirm ? step.confirm() : std::optional<bool>(!failure);
+
+    auto commitAfter = [&](const StartupStep::Change& change, bool recordedAfter) {
+        if (!change) return;
+        if (auto saveFailure = transaction_.commit(change)) {
+            outcome.reason += (outcome.reason.empty() ? "" : "; ") +
+                              std::string("its ledger entry could not be updated (") + *saveFailure + ")";
+        } else {
+            outcome.recorded = recordedAfter;
+        }
+    };
+    if (confirmed && *confirmed) {
+        outcome.status = Status::changed;
+        commitAfter(step.whenDone, false);
+    } else if (!confirmed) {
+        outcome.status = Status::unconfirmed;
+        outcome.reason = failure ? *failure + "; " + step.unreadableAfter : step.unreadableAfter;
+        commitAfter(step.whenUnconfirmed, outcome.recorded);
+    } else {
+        outcome.status = Status::failed;
+        outcome.reason = failure ? *failure : step.notTaken;
+        commitAfter(step.whenNotTaken, false);
+    }
+    return outcome;
+}
+
+StartupChangeOutcome StartupChangeEngine::refused(std::string subject, std::string_view reason) const {
+    StartupChangeOutcome outcome;
+    outcome.subject = std::move(subject);
+    outcome.reason = std::string(reason);
+    return outcome;
+}
+
+StartupStep::ReadState StartupChangeEngine::labelDisabled(const std::string& label, bool wanted) {
+    return [this, label, wanted]() -> std::optional<bool> {
+        const auto disabled = launchctl_.disabledLabels();
+        if (!disabled) return std::nullopt;
+        return (disabled->count(label) != 0) == wanted;
+    };
+}
+
+StartupStep::ReadState StartupChangeEngine::loginItemListed(const std::string& path, bool wanted) const {
+    return [this, path, wanted]() -> std::optional<bool> {
+        const auto items = auditor_.readLoginItems(/*readingHidden=*/false);
+        if (!items) return std::nullopt;
+        const bool listed = std::any_of(items->begin(), items->end(),
+                                        [&](const LoginItemsAuditor::LoginItem& item) { return item.path == path; });
+        return listed == wanted;
+    };
+}
+
+std::optional<std::string> StartupChangeEngine::launchctlRun(const std::vector<std::string>& arguments) {
+    const auto status = launchctl_.run(arguments);
+    if (status == 0) return std::nullopt;
+    return "launchctl " + arguments.front() + " failed (exit " + std::to_string(status) + ")";
+}
+
+std::optional<std::vector<LoginItemsAuditor::LoginItem>> StartupChangeEngine::loginItems() const {
+    return auditor_.readLoginItems(/*readingHidden=*/true);
+}
+
+StartupChangeOutcome StartupChangeEngine::removeLoginItem(const App& app, const std::string& path) {
+    const std::string subject = app.name + kDash + "Login Item " + path;
+    if (isOwnBundle(app.bundleIdentifier)) return refused(subject, kOwnItem);
+    if (stopped()) return refused(subject, kOutOfTime);
+    // Read afresh: the hidden flag recorded is the one the user has now.
+    const auto items = loginItems();
+    if (!items) return refused(subject, kLoginItemsUnreadable);
+    auto item = std::find_if(items->begin(), items->end(),
+                             [&](const LoginItemsAuditor::LoginItem& candidate) { return candidate.path == path; });
+    if (item == items->end()) {
+        StartupChangeOutcome outcome;
+        outcome.status = Status::unchanged;
+        outcome.subject = subject;
+        outcome.reason = "no longer in Login Items";
+        return outcome;
+    }
+    const RemovedLoginItem removed{item->path, item->hidden};
+    const TakeoverRecord* before = config().takeover(app.bundleIdentifier);
+    const bool knownBefore = before != nullptr && before->loginItem(path) != nullptr;
+
+    StartupStep step;
+    step.subject = subject;
+    step.record = [app, removed](HoldenmereConfig& config) {
+        config.recordLoginItem(app.bundleIdentifier, app.name, removed);
+    };
+    step.apply = [this, path]() -> std::optional<std::string> {
+        if (!scripts_.run(LoginItemsAuditor::removeByPathScript(path))) return "System Events did not delete it";
+        return std::nullopt;
+    };
+    step.confirm = loginItemListed(path, false);
+    step.notTaken = "it is still in Login Items";
+    step.unreadableAfter = std::string(kLoginItemsUnconfirmed);
+    if (!knownBefore) {
+        step.whenNotTaken = [app, path](HoldenmereConfig& config) { config.forgetLoginItem(app.bundleIdentifier, path); };
+    }
+    return run(step);
+}
+
+StartupChangeOutcome StartupChangeEngine::giveBackLoginItem(const App& app, const RemovedLoginItem& item) {
+    const std::string subject = app.name + kDash + "Login Item " + item.path + (item.hidden ? " (hidden)" : "");
+    if (isOwnBundle(app.bundleIdentifier)) return refused(subject, kOwnItem);
+    if (!fileExists_(item.path)) {
+        StartupChangeOutcome outcome = refused(subject, item.path + " no longer exists; kept in the ledger");
+        outcome.status = Status::failed;
+        outcome.recorded = true;
+        return outcome;
+    }
+    StartupStep step;
+    step.subject = subject;
+    step.alreadyRecorded = true;
+    step.isDone = loginItemListed(item.path, true);
+    step.unreadableBefore = std::string(kLoginItemsUnreadable);
+    step.apply = [this, item]() -> std::optional<std::string> {
+        if (!scripts_.run(LoginItemsAuditor::addScript(item.path, item.hidden))) {
+            return "System Events did not add it (is Holdenmere allowed to control System Events?)";
+        }
+        return std::nullopt;
+    };
+    step.confirm = loginItemListed(item.path, true);
+    step.notTaken = "System Events did not add it";
+    step.unreadableAfter = std::string(kLoginItemsUnconfirmed);
+    // macOS starts the app again: a later pass must not take that Login Item
+    // for one Holdenmere removed.
+    step.whenDone = [app, item](HoldenmereConfig& config) {
+        config.forgetLoginItem(app.bundleIdentifier, item.path);
+        const TakeoverRecord* record = config.takeover(app.bundleIdentifier);
+        if (record != nullptr && !record->loginItems.empty()) return;
+        for (auto& managed : config.apps) {
+            if (managed.bundleIdentifier == app.bundleIdentifier) managed.importedFromLoginItem = false;
+        }
+    };
+    return run(step);
+}
+
+StartupChangeOutcome StartupChangeEngine::takeOverAgent(const App& app, const std::string& label,
+                                                        const std::string& plistPath, const SafetyTier& tier,
+                                                        bool confirmed) {
+    const std::string subject = app.name + kDash + "LaunchAgent " + label;
+    if (isOwnLabel(label) || isOwnBundle(app.bundleIdentifier)) return refused(subject, kOwnItem);
+    if (tier.kind == SafetyTier::Kind::refused) return refused(subject, tier.reason);
+    if (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
+        std::string reason = "not switched off without your confirmation:";
+        for (const auto& warning : tier.warnings) reason += " " + warning;
+        return refused(subject, reason);
+    }
+    const TakeoverRecord* before = config().takeover(app.bundleIdentifier);
+    const bool knownBefore =
+        before != nullptr && std::any_of(before->agents.begin(), before->agents.end(),
+                                         [&](const DisabledAgent& agent) { return agent.label == label; });
+
+    StartupStep step;
+    step.subject = subject;
+    step.isDone = labelDisabled(label, true);
+    step.unreadableBefore = std::string(kDisabledListUnreadable);
+    step.record = [app, label, plistPath](HoldenmereConfig& config) {
+        config.recordAgent(app.bundleIdentifier, app.name, label, plistPath, /*inferred=*/false);
+    };
+    step.apply = [this, label] { return launchctlRun({"disable", launchdServiceTarget(label)}); };
+    step.confirm = labelDisabled(label, true);
+    step.notTaken = "LaunchAgent is still enabled in launchd";
+    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
+    step.whenUnconfirmed = [app, label, plistPath](HoldenmereConfig& config) {
+        config.recordAgent(app.bundleIdentifier, app.name, label, plistPath, /*inferred=*/false);
+        for (auto& agent : config.takeover(app.bundleIdentifier)->agents) {
+            if (agent.label == label) agent.unconfirmed = true;
+        }
+    };
+    if (!knownBefore) {
+        step.whenNotTaken = [app, label](HoldenmereConfig& config) { config.forgetAgent(app.bundleIdentifier, label); };
+    }
+    return run(step);
+}
+
+StartupChangeOutcome StartupChangeEngine::reassertJob(const HeldStartupItem& item) {
+    const std::string subject = item.name + kDash + item.handle;
+    if (isOwnLabel(item.handle) || (item.ownerBundleIdentifier && isOwnBundle(*item.ownerBundleIdentifier))) {
+        return refused(subject, kOwnItem);
+    }
+    StartupStep step;
+    step.subject = subject;
+    step.alreadyRecorded = true;
+    step.isDone = labelDisabled(item.handle, true);
+    step.unreadableBefore = std::string(kDisabledListUnreadable);
+    step.apply = [this, label = item.handle] { return launchctlRun({"disable", launchdServiceTarget(label)}); };
+    step.confirm = labelDisabled(item.handle, true);
+    step.notTaken = "it is still enabled in launchd";
+    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
+    return run(step);
+}
+
+StartupChangeOutcome StartupChangeEngine::holdHelper(const DelayedHelper& helper) {
+    const std::string subject = helper.name + kDash + helper.label;
+    if (isOwnLabel(helper.label) || isOwnBundle(helper.appBundleIdentifier)) return refused(subject, kOwnItem);
+    const bool knownBefore = std::any_of(config().delayedHelpers.begin(), config().delayedHelpers.end(),
+                                         [&](const DelayedHelper& held) { return held.label == helper.label; });
+    auto recordHelper = [helper](HoldenmereConfig& config) {
+        auto held = std::find_if(config.delayedHelpers.begin(), config.delayedHelpers.end(),
+                                 [&](const DelayedHelper& existing) { return existing.label == helper.label; });
+        if (held == config.delayedHelpers.end()) {
+            config.delayedHelpers.push_back(helper);
+        } else {
+            *held = helper;
+        }
+    };
+    StartupStep step;
+    step.subject = subject;
+    // Read first: a list that cannot be read is no ground to change anything.
+    step.isDone = [this]() -> std::optional<bool> {
+        if (!launchctl_.disabledLabels()) return std::nullopt;
+        return false;
+    };
+    step.unreadableBefore = std::string(kDisabledListUnreadable);
+    step.record = recordHelper;
+    step.apply = [this, label = helper.label] { return launchctlRun({"disable", launchdServiceTarget(label)}); };
+    step.confirm = labelDisabled(helper.label, true);
+    step.notTaken = "helper is still enabled in launchd";
+    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
+    if (!knownBefore) {
+        step.whenNotTaken = [label = helper.label](HoldenmereConfig& config) {
+            std::erase_if(config.delayedHelpers, [&](const DelayedHelper& held) { return held.label == label; });
+        };
+    }
+    return run(step);
+}
+
+StartupChangeOutcome StartupChangeEngine::switchOnJob(const std::string& subject, const std::string& label,
+                                                      const std::string& plistPath,
+                                                      const StartupStep::Change& forget) {
+    if (isOwnLabel(label)) return refused(subject, kOwnItem);
+    auto note = std::make_shared<std::string>();
+    StartupStep step;
+    step.subject = subject;
+    step.alreadyRecorded = true;
+    step.isDone = [this]() -> std::optional<bool> {
+        if (!launchctl_.disabledLabels()) return std::nullopt;
+        return false;
+    };
+    step.unreadableBefore = std::string(kDisabledListUnreadable);
+    step.apply = [this, label, plistPath, note]() -> std::optional<std::string> {
+        if (auto failure = launchctlRun({"enable", launchdServiceTarget(label)})) return failure;
+        // A job that launchd has not loaded runs again only once its plist is.
+        if (launchctl_.isLoaded(label)) return std::nullopt;
+        if (plistPath.empty()) {
+            *note = "no plist was recorded, so nothing was loaded";
+        } else if (!fileExists_(plistPath)) {
+            *note = "its plist is gone, so there is nothing to load";
+        } else if (auto failure = launchctlRun({"bootstrap", launchdDomain(), plistPath})) {
+            return "switched back on, but " + *failure;
+        }
+        return std::nullopt;
+    };
+    step.confirm = labelDisabled(label, false);
+    step.notTaken = "it is still disabled in launchd";
+    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
+    step.whenDone = forget;
+    StartupChangeOutcome outcome = run(step);
+    if (outcome.status == Status::changed && !note->empty()) outcome.reason = *note;
+    return outcome;
+}
+
+StartupChangeOutcome StartupChangeEngine::enableJob(const std::string& subject, const std::string& label) {
+    if (isOwnLabel(label)) return refused(subject, kOwnItem);
+    StartupStep step;
+    step.subject = subject;
+    step.isDone = labelDisabled(label, false);
+    step.unreadableBefore = std::string(kDisabledListUnreadable);
+    step.apply = [this, label] { return launchctlRun({"enable", launchdServiceTarget(label)}); };
+    step.confirm = labelDisabled(label, false);
+    step.notTaken = "still disabled after `launchctl enable`";
+    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
+    return run(step);
+}
+
+}  // namespace holdenmere

@@ -1,0 +1,166 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/config/holdenmere_config.h"
+#include "core/discovery/login_items_auditor.h"
+#include "core/launchd/launchctl_running.h"
+#include "core/support/clock.h"
+#include "core/takeover/startup_safety.h"
+#include "core/takeover/startup_transaction.h"
+
+namespace holdenmere {
+
+// How one change of startup state ended.
+struct StartupChangeOutcome {
+    enum class Status {
+        changed,      // made and confirmed
+        unchanged,    // already as wanted: nothing run, nothing recorded
+        unconfirmed,  // made, but the state could not be read back; recorded and marked
+        notChanged,   // refused, unreadable, not recorded or out of time: nothing run
+        failed,       // run, and the state shows it did not take
+    };
+
+    Status status = Status::notChanged;
+    std::string subject;  // "Mail — LaunchAgent com.example.mail.agent"
+    std::string reason;   // why it was not changed or failed, or a note
+    bool recorded = false;  // its recovery entry is in the saved ledger now
+
+    bool madeChange() const { return status == Status::changed || status == Status::unconfirmed; }
+    bool succeeded() const { return status == Status::changed || status == Status::unchanged; }
+    // "{subject}: {reason}" or the subject alone.
+    std::string line() const;
+    friend bool operator==(const StartupChangeOutcome&, const StartupChangeOutcome&) = default;
+};
+
+// One change as the engine carries it out. Each part is optional except
+// `apply`; the engine runs them in this order: `isDone` (a fresh read of the
+// state), `record` (committed before anything is changed), `apply`,
+// `confirm` (the state read back), then one of `whenDone`,
+// `whenUnconfirmed` or `whenNotTaken` (committed after).
+struct StartupStep {
+    using ReadState = std::function<std::optional<bool>()>;
+    using Change = std::function<void(HoldenmereConfig&)>;
+
+    std::string subject;
+    // Whether the state already is as wanted; nothing when it cannot be read.
+    ReadState isDone;
+    std::string unreadableBefore;  // the reason when `isDone` cannot tell
+    Change record;
+    // Runs the change; its failure text, or nothing.
+    std::function<std::optional<std::string>()> apply;
+    ReadState confirm;
+    std::string notTaken;          // the reason when `confirm` says no and `apply` gave none
+    std::string unreadableAfter;   // the reason when `confirm` cannot tell
+    Change whenDone;  // also when `isDone` found nothing to change
+    Change whenUnconfirmed;
+    Change whenNotTaken;
+    // The step's recovery entry is in the ledger before it runs (a give-back,
+    // a re-assert): `recorded` starts true.
+    bool alreadyRecorded = false;
+};
+
+// The one way startup state is changed: Login Items, launchd jobs, held
+// helpers, and the ledger that lets all of it be given back. Every change
+// runs inside a StartupTransaction (the startup mutation lock held, the
+// configuration read under it), reads the state afresh, commits its recovery
+// entry before it touches the system, confirms the result, and returns a
+// structured outcome. Holdenmere's own bundle and launchd jobs are never
+// touched. Once `cancellation` is raised no further change starts; the one
+// in flight finishes and is recorded.
+class StartupChangeEngine {
+public:
+    using FileExists = std::function<bool(const std::string& path)>;
+
+    struct App {
+        std::string bundleIdentifier;
+        std::string name;
+    };
+
+    StartupChangeEngine(StartupTransaction& transaction, LaunchctlRunning& launchctl, ScriptRunning& scripts,
+                        const Signal* cancellation = nullptr, FileExists fileExists = {});
+
+    StartupTransaction& transaction() { return transaction_; }
+    const HoldenmereConfig& config() const { return transaction_.config(); }
+    LaunchctlRunning& launchctl() { return launchctl_; }
+    const LoginItemsAuditor& auditor() const { return auditor_; }
+    // The cancellation was raised: no change starts any more.
+    bool stopped() const;
+
+    // Carries one step out (see StartupStep).
+    StartupChangeOutcome run(const StartupStep& step);
+
+    // --- Texts ------------------------------------------------------------
+    static constexpr std::string_view kDisabledListUnreadable =
+        "launchd's disabled list could not be read, so nothing was changed.";
+    static constexpr std::string_view kDisabledListUnconfirmed =
+        "The command ran but launchd's disabled list could not be read to confirm it.";
+    static constexpr std::string_view kLoginItemsUnreadable =
+        "the Login Items could not be read from System Events, so nothing was changed.";
+    static constexpr std::string_view kLoginItemsUnconfirmed =
+        "The command ran but the Login Items could not be read from System Events to confirm it.";
+    static constexpr std::string_view kOutOfTime = "out of time, so nothing was changed; retried at the next login";
+    static constexpr std::string_view kOwnItem = "Holdenmere's own item. Switching it off would stop the login pass.";
+    static constexpr std::string_view kRecordNotSaved = "the recovery record could not be saved, so nothing was changed";
+
+    // Whether a label or a bundle is Holdenmere's own.
+    static bool isOwnLabel(std::string_view label);
+    static bool isOwnBundle(std::string_view bundleIdentifier);
+
+    // --- Login Items ------------------------------------------------------
+
+    // The Login Items with their hidden flags, or nothing when System Events
+    // cannot be read.
+    std::optional<std::vector<LoginItemsAuditor::LoginItem>> loginItems() const;
+
+    // Removes one Login Item of `app`, recorded first with its path and
+    // hidden flag as read now. Unchanged when it is gone already.
+    StartupChangeOutcome removeLoginItem(const App& app, const std::string& path);
+    // Puts a recorded Login Item back as it was and drops it from the ledger.
+    StartupChangeOutcome giveBackLoginItem(const App& app, const RemovedLoginItem& item);
+
+    // --- launchd jobs -----------------------------------------------------
+
+    // Switches a LaunchAgent of `app` off (launchctl disable), recorded first
+    // as a DisabledAgent of the app's take-over record, within its safety
+    // tier: a refused tier, or one that needs confirmation without
+    // `confirmed`, asks launchd nothing. One already off is unchanged and
+    // not recorded: it is not Holdenmere's change.
+    StartupChangeOutcome takeOverAgent(const App& app, const std::string& label, const std::string& plistPath,
+                                       const SafetyTier& tier, bool confirmed);
+    // Switches a held launchd job off again where launchd lists it enabled;
+    // its held record is its recovery entry.
+    StartupChangeOutcome reassertJob(const HeldStartupItem& item);
+    // Holds a helper ("delay" or "off"): recorded as a DelayedHelper first.
+    StartupChangeOutcome holdHelper(const DelayedHelper& helper);
+    // Switches a job back on (and loads its plist when launchd has not), then
+    // runs `forget` on the ledger. Used to give back agents, held helpers
+    // and held jobs.
+    StartupChangeOutcome switchOnJob(const std::string& subject, const std::string& label,
+                                     const std::string& plistPath, const StartupStep::Change& forget);
+    // Switches a job on that an earlier version left off without a record.
+    StartupChangeOutcome enableJob(const std::string& subject, const std::string& label);
+
+    // launchd's disabled list, asked afresh.
+    std::optional<std::set<std::string>> disabledLabels() { return launchctl_.disabledLabels(); }
+
+private:
+    StartupChangeOutcome refused(std::string subject, std::string_view reason) const;
+    StartupStep::ReadState labelDisabled(const std::string& label, bool wanted);
+    StartupStep::ReadState loginItemListed(const std::string& path, bool wanted) const;
+    std::optional<std::string> launchctlRun(const std::vector<std::string>& arguments);
+
+    StartupTransaction& transaction_;
+    LaunchctlRunning& launchctl_;
+    ScriptRunning& scripts_;
+    LoginItemsAuditor auditor_;
+    const Signal* cancellation_;
+    FileExists fileExists_;
+};
+
+}  // namespace holdenmere
