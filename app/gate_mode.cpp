@@ -135,6 +135,11 @@ void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, con
                                            &step.cancel);
     if (const auto* failure = std::get_if<StartupTransaction::Failure>(&begun)) {
         step.add("ERROR: " + failure->text(inputs.store.url) + ". Nothing changed.");
+        if (failure->kind == StartupTransaction::Failure::Kind::configUnreadable) {
+            LoginOwnership::StartupSourcesTally tally;
+            tally.configUnreadable = true;
+            step.add(LoginOwnership::countsLine({}, tally));
+        }
         return;
     }
     auto& transaction = std::get<StartupTransaction>(begun);

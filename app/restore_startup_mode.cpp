@@ -57,6 +57,9 @@ int runRestoreStartup(const RestoreStartupRun& run, std::ostream& out, std::ostr
         return exit_status::kSuccess;
     }
     out.flush();
+    if (result.report.ledgerFailure) {
+        err << kTag << "WARNING: could not save the updated ledger" << kDash << *result.report.ledgerFailure << '\n';
+    }
     if (result.loginAgentFailure) {
         err << kTag << "WARNING: could not turn off the login agent" << kDash << *result.loginAgentFailure << '\n';
     } else {

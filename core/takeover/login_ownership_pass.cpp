@@ -343,8 +343,10 @@ LoginOwnership::PassResult LoginOwnership::ownershipPass(StartupChangeEngine& en
     if (loginItems) {
         removeLoginItems(engine, plannedRemovals(*loginItems, plan), unsavedImports, inputs, result, recorded);
     }
-    std::vector<ManagedApp> owners = engine.config().apps;
-    for (const auto& app : engine.config().blockedApps) owners.push_back(asManagedRecord(app));
+    HoldenmereConfig current = engine.config();
+    for (const auto& app : imports.apps) current.manage(app);  // unsaved ones too: they keep their agents
+    std::vector<ManagedApp> owners = current.apps;
+    for (const auto& app : current.blockedApps) owners.push_back(asManagedRecord(app));
     const StaysReason staysReason = [&](const ManagedApp& app) -> std::optional<std::string> {
         if (launchFailed(inputs.records, app.bundleIdentifier)) {
             return "its launch failed this pass, so its LaunchAgent stays";

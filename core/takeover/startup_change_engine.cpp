@@ -56,7 +56,7 @@ StartupChangeOutcome StartupChangeEngine::run(const StartupStep& step) {
             outcome.status = Status::unchanged;
             if (step.whenDone) {
                 if (auto failure = transaction_.commit(step.whenDone)) {
-                    outcome.reason = "its ledger entry could not be updated (" + *failure + ")";
+                    outcome.ledgerFailure = *failure;
                 } else {
                     outcome.recorded = false;
                 }
@@ -78,8 +78,7 @@ StartupChangeOutcome StartupChangeEngine::run(const StartupStep& step) {
     auto commitAfter = [&](const StartupStep::Change& change, bool recordedAfter) {
         if (!change) return;
         if (auto saveFailure = transaction_.commit(change)) {
-            outcome.reason += (outcome.reason.empty() ? "" : "; ") +
-                              std::string("its ledger entry could not be updated (") + *saveFailure + ")";
+            outcome.ledgerFailure = *saveFailure;
         } else {
             outcome.recorded = recordedAfter;
         }
@@ -176,7 +175,7 @@ StartupChangeOutcome StartupChangeEngine::giveBackLoginItem(const App& app, cons
     const std::string subject = app.name + kDash + "Login Item " + item.path + (item.hidden ? " (hidden)" : "");
     if (isOwnBundle(app.bundleIdentifier)) return refused(subject, kOwnItem);
     if (!fileExists_(item.path)) {
-        StartupChangeOutcome outcome = refused(subject, item.path + " no longer exists; kept in the ledger");
+        StartupChangeOutcome outcome = refused(subject, "it no longer exists");
         outcome.status = Status::failed;
         outcome.recorded = true;
         return outcome;

@@ -30,6 +30,9 @@ struct StartupChangeOutcome {
     std::string subject;  // "Mail — LaunchAgent com.example.mail.agent"
     std::string reason;   // why it was not changed or failed, or a note
     bool recorded = false;  // its recovery entry is in the saved ledger now
+    // The change was made but the ledger could not be brought up to date
+    // after it (the save's error): the entry stays as it was.
+    std::optional<std::string> ledgerFailure;
 
     bool madeChange() const { return status == Status::changed || status == Status::unconfirmed; }
     bool succeeded() const { return status == Status::changed || status == Status::unchanged; }
@@ -91,6 +94,8 @@ public:
     const LoginItemsAuditor& auditor() const { return auditor_; }
     // The cancellation was raised: no change starts any more.
     bool stopped() const;
+    // Whether a file (an app bundle, a plist) is there.
+    bool exists(const std::string& path) const { return fileExists_(path); }
 
     // Carries one step out (see StartupStep).
     StartupChangeOutcome run(const StartupStep& step);

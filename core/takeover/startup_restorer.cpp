@@ -40,20 +40,24 @@ std::string howToSwitchOn(const std::string& label) {
     return "to switch it on: launchctl enable " + launchdServiceTarget(label);
 }
 
-// A give-back through the engine as a report entry.
-StartupRestorer::Entry entryOf(Source source, const std::string& name, const std::string& what,
+// A give-back through the engine as a report entry: `item` names what was
+// given back, `done` what was done, `already` what was found.
+StartupRestorer::Entry entryOf(Source source, const std::string& name, const std::string& item,
+                               const std::string& done, const std::string& already,
                                const StartupChangeOutcome& outcome) {
     switch (outcome.status) {
         case Status::changed:
-            return {source, name, what + (outcome.reason.empty() ? "" : "; " + outcome.reason), Outcome::givenBack};
+            return {source, name, done + (outcome.reason.empty() ? "" : "; " + outcome.reason), Outcome::givenBack};
         case Status::unchanged:
-            return {source, name, what + "; it was back already", Outcome::givenBack};
+            return {source, name, already, Outcome::givenBack};
         case Status::unconfirmed:
         case Status::failed:
         case Status::notChanged:
             break;
     }
-    return {source, name, outcome.line() + (outcome.recorded ? kKept : ""), Outcome::failed};
+    std::string reason = outcome.reason;
+    if (reason.ends_with('.')) reason.pop_back();
+    return {source, name, item + ": " + reason + (outcome.recorded ? kKept : ""), Outcome::failed};
 }
 
 class GiveBackRun {
@@ -77,6 +81,13 @@ public:
 
 private:
     void add(StartupRestorer::Entry entry) { report_.entries.push_back(std::move(entry)); }
+    void add(StartupRestorer::Entry entry, const StartupChangeOutcome& outcome) {
+        if (outcome.ledgerFailure && !report_.ledgerFailure) report_.ledgerFailure = outcome.ledgerFailure;
+        add(std::move(entry));
+    }
+    void noteLedgerFailure(const std::optional<std::string>& failure) {
+        if (failure && !report_.ledgerFailure) report_.ledgerFailure = failure;
+    }
 
     void loginItems(const HoldenmereConfig& config) {
         for (const auto& record : config.takeovers) {
@@ -84,11 +95,16 @@ private:
                 const std::string detail = item.path + (item.hidden ? " (hidden)" : "");
                 if (listed(config.restoreOptOuts, record.bundleIdentifier)) {
                     add({Source::loginItems, record.name, detail + ": " + kOptedOut, Outcome::optedOut});
+                } else if (dryRun_ && !engine_.exists(item.path)) {
+                    add({Source::loginItems, record.name, item.path + ": it no longer exists" + kKept,
+                         Outcome::wouldFail});
                 } else if (dryRun_) {
                     add({Source::loginItems, record.name, "add " + detail, Outcome::wouldGiveBack});
                 } else {
                     const auto outcome = engine_.giveBackLoginItem({record.bundleIdentifier, record.name}, item);
-                    add(entryOf(Source::loginItems, record.name, "added " + detail, outcome));
+                    add(entryOf(Source::loginItems, record.name, detail, "added " + detail,
+                                item.path + " is in Login Items already", outcome),
+                        outcome);
                 }
             }
         }
@@ -112,7 +128,9 @@ private:
                         [identifier = record.bundleIdentifier, label = agent.label](HoldenmereConfig& fresh) {
                             fresh.forgetAgent(identifier, label);
                         });
-                    add(entryOf(Source::launchAgents, record.name, agent.label + " switched back on", outcome));
+                    add(entryOf(Source::launchAgents, record.name, agent.label, agent.label + " switched back on",
+                                agent.label + " is on already", outcome),
+                        outcome);
                 }
             }
         }
@@ -123,17 +141,15 @@ private:
     void leaveAgentOff(const TakeoverRecord& record, const DisabledAgent& agent) {
         const std::string why = agent.inferred ? " was found switched off, maybe not by Holdenmere"
                                                : " may not have been switched off by Holdenmere (it was never confirmed)";
-        std::string detail = agent.label + why + ", so it stays off; " + howToSwitchOn(agent.label);
+        const std::string detail = agent.label + why + ", so it stays off; " + howToSwitchOn(agent.label);
         if (dryRun_) {
             add({Source::launchAgents, record.name, "would leave " + detail, Outcome::leftOff});
             return;
         }
-        if (auto failure = engine_.transaction().commit(
-                [identifier = record.bundleIdentifier, label = agent.label](HoldenmereConfig& fresh) {
-                    fresh.forgetAgent(identifier, label);
-                })) {
-            detail += "; its ledger entry could not be removed (" + *failure + ")";
-        }
+        noteLedgerFailure(engine_.transaction().commit(
+            [identifier = record.bundleIdentifier, label = agent.label](HoldenmereConfig& fresh) {
+                fresh.forgetAgent(identifier, label);
+            }));
         add({Source::launchAgents, record.name, detail, Outcome::leftOff});
     }
 
@@ -151,7 +167,9 @@ private:
                         std::erase_if(fresh.delayedHelpers,
                                       [&](const DelayedHelper& held) { return held.label == label; });
                     });
-                add(entryOf(Source::heldHelpers, helper.name, helper.label + " switched back on", outcome));
+                add(entryOf(Source::heldHelpers, helper.name, helper.label, helper.label + " switched back on",
+                            helper.label + " is on already", outcome),
+                    outcome);
             }
         }
     }
@@ -174,21 +192,21 @@ private:
                 const auto outcome =
                     engine_.switchOnJob(item.name + kDash + item.handle, item.handle, item.plistPath.value_or(""),
                                         [item](HoldenmereConfig& fresh) { fresh.release(item); });
-                add(entryOf(Source::heldStartup, item.name, item.handle + " switched back on", outcome));
+                add(entryOf(Source::heldStartup, item.name, item.handle, item.handle + " switched back on",
+                            item.handle + " is on already", outcome),
+                    outcome);
             }
         }
     }
 
     // Only what Holdenmere switched off is given back.
     void heldItemLeftOff(const HeldStartupItem& item) {
-        std::string detail = item.handle + " was already off when Holdenmere found it";
+        const std::string detail = item.handle + " was already off when Holdenmere found it";
         if (dryRun_) {
             add({Source::heldStartup, item.name, detail + "; would leave it off", Outcome::leftOff});
             return;
         }
-        if (auto failure = engine_.transaction().commit([item](HoldenmereConfig& fresh) { fresh.release(item); })) {
-            detail += "; its ledger entry could not be removed (" + *failure + ")";
-        }
+        noteLedgerFailure(engine_.transaction().commit([item](HoldenmereConfig& fresh) { fresh.release(item); }));
         add({Source::heldStartup, item.name, detail, Outcome::leftOff});
     }
 

@@ -49,6 +49,9 @@ public:
 
     struct Report {
         std::vector<Entry> entries;  // by source, each source in ledger order
+        // The first error of a ledger save after something was given back:
+        // that entry stays in the ledger although its item is back on.
+        std::optional<std::string> ledgerFailure;
 
         bool anyFailed() const;
     };

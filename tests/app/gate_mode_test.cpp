@@ -144,16 +144,18 @@ TEST_F(GateModeTest, APassWhoseDeadlinePassesWhileAppsOpenRecordsNothing) {
     const auto outPath = home / "out.log";
     // The pass ends the process itself: run it in a forked child, which
     // shares this test's home (no thread runs here yet).
+    const auto errPath = home / "err.log";
     EXPECT_EXIT(
         {
             std::ofstream out(outPath);
-            std::ostringstream err;
+            std::ofstream err(errPath);
             runGate(out, err, services);
         },
         ::testing::ExitedWithCode(1), "");
     const std::string text = testing::readFile(outPath);
-    EXPECT_THAT(text, HasSubstr("[Holdenmere] ERROR: gate run timed out \xE2\x80\x94 run incomplete; some apps may "
-                                "already have launched\n"));
+    // Errors go to standard error (the login agent sends both to the log).
+    EXPECT_EQ(testing::readFile(errPath), "[Holdenmere] ERROR: gate run timed out \xE2\x80\x94 run incomplete; some "
+                                          "apps may already have launched\n");
     // The held helper is still started, since nothing else would start it.
     EXPECT_THAT(text, HasSubstr("[Holdenmere] Mail helper: "));
     EXPECT_TRUE(history().empty());

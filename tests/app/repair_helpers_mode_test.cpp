@@ -7,6 +7,7 @@
 
 #include "core/config/config_store.h"
 #include "tests/support/fake_launchctl_running.h"
+#include "tests/support/fake_script_running.h"
 #include "tests/support/temporary_directory.h"
 
 namespace holdenmere {
@@ -24,6 +25,7 @@ class RepairHelpersMode : public ::testing::Test {
 protected:
     testing::TemporaryDirectory home;
     testing::FakeLaunchctlRunning launchctl;
+    testing::FakeScriptRunning scripts;
     std::vector<IneligibleStartupItem> scanned;
     int scans = 0;
     RepairHelpersRun run{false, home / "config.json", home / "Logs/Holdenmere.log"};
@@ -48,7 +50,7 @@ protected:
     int repair() {
         out.str("");
         err.str("");
-        return runRepairHelpers(run, out, err, launchctl, [this] {
+        return runRepairHelpers(run, out, err, launchctl, scripts, [this] {
             ++scans;
             return scanned;
         });
@@ -102,7 +104,7 @@ TEST_F(RepairHelpersMode, NothingToRepair) {
     run.dryRun = true;
     EXPECT_EQ(repair(), 0);
     EXPECT_EQ(out.str(), kNothing);
-    EXPECT_TRUE(launchctl.calls().empty());
+    EXPECT_TRUE(launchctl.changes().empty());
     EXPECT_EQ(log(), "");
 
     // No configuration file: the default one manages nothing.
@@ -120,6 +122,17 @@ TEST_F(RepairHelpersMode, UnreadableConfigRepairsNothing) {
                                         ": Could not read config: .*\\. Nothing repaired\\.\n"));
     EXPECT_EQ(scans, 0);
     EXPECT_TRUE(launchctl.calls().empty());
+}
+
+TEST_F(RepairHelpersMode, AnUnreadableDisabledListIsCouldNotTellNotNothingToRepair) {
+    launchctl.disabledListReadable = false;
+    EXPECT_EQ(repair(), 1);
+    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(err.str(), "[Holdenmere] ERROR: launchd's disabled list could not be read, so nothing was changed. "
+                         "Holdenmere could not tell which helpers are switched off. Nothing repaired.\n");
+    EXPECT_EQ(scans, 0);
+    EXPECT_TRUE(launchctl.changes().empty());
+    EXPECT_EQ(log(), "");
 }
 
 TEST_F(RepairHelpersMode, AnUnwritableLogIsAWarningOnly) {

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <sstream>
+#include <system_error>
 
 #include "core/config/config_store.h"
 #include "core/launchd/agent_installer.h"
+#include "core/takeover/startup_mutation_lock.h"
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_script_running.h"
 #include "tests/support/temporary_directory.h"
@@ -37,10 +40,10 @@ protected:
         testing::writeFile(home / "agent.plist", "<plist/>");
         stored.startupConsent = StartupConsent::granted;
         stored.recordLoginItem("com.example.mail", "Mail", {mail, false});
-        run.configPath = home / "config.json";
+        run.config.url = home / "config.json";
         run.loginAgentPlist = home / "agent.plist";
-        run.load = [this] { return stored; };
-        run.save = [this](const HoldenmereConfig& config) {
+        run.config.load = [this] { return stored; };
+        run.config.save = [this](const HoldenmereConfig& config) {
             if (failingSaves.count(static_cast<int>(saved.size()) + 1) != 0) {
                 saved.emplace_back();  // counts the attempt
                 throw ConfigStoreError(ConfigStoreError::Kind::write, "disk full");
@@ -87,6 +90,21 @@ TEST_F(RestoreStartupMode, AFailedItemEndsWithStatusOneAfterTheLoginAgentIsOff) 
     // Nothing was given back, so only the opt-out was saved.
     EXPECT_EQ(saved.size(), 1u);
     EXPECT_NE(stored.takeover("com.example.mail"), nullptr);
+}
+
+TEST_F(RestoreStartupMode, TheLockIsTakenForTheWholeRun) {
+    const StartupMutationLock lock(run.config.url);
+    std::atomic<bool> heldDuringLoad = false;
+    run.config.load = [&] {
+        try {
+            (void)lock.acquire(/*wait=*/false);
+        } catch (const std::system_error&) {
+            heldDuringLoad = true;
+        }
+        return stored;
+    };
+    EXPECT_EQ(restore(), 0);
+    EXPECT_TRUE(heldDuringLoad);
 }
 
 }  // namespace

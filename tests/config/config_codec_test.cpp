@@ -32,9 +32,11 @@ HoldenmereConfig everythingSet() {
     config.delayedHelpers.push_back({"com.example.helper", "/Library/LaunchAgents/h.plist", "com.example.mail",
                                      "Helper", DelayedHelper::Mode::off});
     config.blockedApps.push_back({"com.example.chat", "Chat", "/Applications/Chat.app"});
-    config.takeovers.push_back({"com.example.mail", "Mail", RemovedLoginItem{"/Applications/Mail.app", true},
-                                {{"com.example.mail.agent", "/p.plist", true}}});
-    config.takeovers.push_back({"com.example.sync", "Sync", std::nullopt, {}});
+    config.takeovers.push_back({"com.example.mail",
+                                "Mail",
+                                {{"/Applications/Mail.app", true}, {"/Users/sam/Applications/Mail.app", false}},
+                                {{"com.example.mail.agent", "/p.plist", true}, {"com.example.mail.sync", "/s.plist", false, true}}});
+    config.takeovers.push_back({"com.example.sync", "Sync", {}, {}});
     config.keptOff = {"com.example.updater"};
     config.startupConsent = StartupConsent::declined;
     config.leftToMacOS = {"a", "b"};
@@ -73,6 +75,24 @@ TEST(ConfigCodec, MissingOptionalKeysTakeTheirDefaults) {
     EXPECT_FALSE(config.reopenWindowsOriginal.has_value());
     // Null reads as missing.
     EXPECT_EQ(config_codec::decode(withApps(kOneApp, R"(, "keptOff": null, "startupConsent": null)")), config);
+}
+
+TEST(ConfigCodec, LedgerFormsOfEarlierVersionsStillLoad) {
+    // Without "takeovers" the file predates the ledger; once written it does not.
+    HoldenmereConfig old = config_codec::decode(withApps(kOneApp));
+    EXPECT_TRUE(old.predatesLedger);
+    EXPECT_FALSE(config_codec::decode(json::encodePretty(config_codec::encode(old))).predatesLedger);
+    EXPECT_FALSE(config_codec::decode(withApps(kOneApp, R"(, "takeovers": [])")).predatesLedger);
+
+    // One removed Login Item per record, as earlier versions wrote it.
+    HoldenmereConfig single = config_codec::decode(withApps(
+        kOneApp,
+        R"(, "takeovers": [{"bundleIdentifier": "t", "name": "T", "agents": [], "loginItem": {"path": "/A/T.app", "hidden": true}}])"));
+    ASSERT_EQ(single.takeovers.size(), 1u);
+    EXPECT_EQ(single.takeovers[0].loginItems, (std::vector<RemovedLoginItem>{{"/A/T.app", true}}));
+    const std::string written = json::encodePretty(config_codec::encode(single));
+    EXPECT_THAT(written, HasSubstr("\"loginItem\""));
+    EXPECT_THAT(written, Not(HasSubstr("additionalLoginItems")));
 }
 
 TEST(ConfigCodec, ConsentIsDerivedOnlyWhenMissing) {

@@ -140,7 +140,7 @@ TEST(HoldenmereConfig, KeepOffHoldAndRecordAgentKeepTheirInvariants) {
     ASSERT_EQ(config.takeovers.size(), 2u);
     EXPECT_EQ(config.takeovers[0].agents, (std::vector<DisabledAgent>{{"com.example.agent", "/c.plist", true},
                                                                       {"com.example.other", "/b.plist", true}}));
-    EXPECT_FALSE(config.takeovers[0].loginItem.has_value());
+    EXPECT_TRUE(config.takeovers[0].loginItems.empty());
     EXPECT_EQ(config.takeovers[1].name, "Second");
 }
 
@@ -150,8 +150,11 @@ TEST(HoldenmereConfigLedger, RecordsMergeAndManage) {
     config.recordLoginItem("com.example.mail", "Mail", {"/Users/sam/Mail.app", false});
     config.record(AgentTakeoverResult{"Mail", "com.example.mail", "com.example.mail.agent", "/m.plist"});
     ASSERT_EQ(config.takeovers.size(), 1u);
-    // The first Login Item record knows how the user had it.
-    EXPECT_EQ(config.takeover("com.example.mail")->loginItem, (RemovedLoginItem{"/Applications/Mail.app", true}));
+    // Each copy of the app had a Login Item of its own; each is recorded as the user had it.
+    EXPECT_EQ(config.takeover("com.example.mail")->loginItems,
+              (std::vector<RemovedLoginItem>{{"/Applications/Mail.app", true}, {"/Users/sam/Mail.app", false}}));
+    config.recordLoginItem("com.example.mail", "Mail", {"/Applications/Mail.app", false});
+    EXPECT_TRUE(config.takeover("com.example.mail")->loginItem("/Applications/Mail.app")->hidden);
     EXPECT_EQ(config.takeover("com.example.mail")->agents,
               (std::vector<DisabledAgent>{{"com.example.mail.agent", "/m.plist", false}}));
     EXPECT_EQ(config.takeover("com.example.other"), nullptr);
@@ -169,9 +172,9 @@ TEST(HoldenmereConfigLedger, RecordsMergeAndManage) {
               (std::vector<TakeoverRecord>{
                   {"com.example.mail",
                    "Mail",
-                   RemovedLoginItem{"/Applications/Mail.app", true},
+                   {{"/Applications/Mail.app", true}, {"/Users/sam/Mail.app", false}, {"/elsewhere/Mail.app", false}},
                    {{"com.example.mail.agent", "/m.plist", false}, {"com.example.mail.sync", "/s.plist", true}}},
-                  {"com.example.drive", "Drive", std::nullopt, {{"com.example.drive.agent", "/d.plist", false}}},
+                  {"com.example.drive", "Drive", {}, {{"com.example.drive.agent", "/d.plist", false}}},
               }));
     EXPECT_EQ(config.heldStartup.size(), 1u);
     EXPECT_TRUE(config.apps.empty());

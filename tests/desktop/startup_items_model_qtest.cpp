@@ -149,7 +149,7 @@ private slots:
         QVERIFY(atRemoval.has_value());
         const TakeoverRecord* record = atRemoval->takeover("com.example.notes");
         QVERIFY(record != nullptr);
-        QCOMPARE(record->loginItem, (std::optional<RemovedLoginItem>{RemovedLoginItem{notes, true}}));
+        QCOMPARE(record->loginItems, (std::vector<RemovedLoginItem>{RemovedLoginItem{notes, true}}));
         QVERIFY(!contains(services->fakeScripts.paths(), notes));
 
         const HoldenmereConfig config = saved();
@@ -222,16 +222,18 @@ private slots:
     void endingAConflictRecordsEveryEntryFirst() {
         QVERIFY(testing::scanned(*model));
         std::vector<bool> recordedAtChange;
-        auto recorded = [&] {
+        auto record = [&] {
             const HoldenmereConfig config = services->configStore().load();
-            const TakeoverRecord* record = config.takeover("com.example.mail");
-            return record != nullptr && record->loginItem.has_value() && record->agents.size() == 1;
+            const TakeoverRecord* found = config.takeover("com.example.mail");
+            return found == nullptr ? TakeoverRecord{} : *found;
         };
         services->fakeScripts.beforeEach = [&](const std::string& script) {
-            if (script.find(" to delete ") != std::string::npos) recordedAtChange.push_back(recorded());
+            if (script.find(" to delete ") != std::string::npos) {
+                recordedAtChange.push_back(record().loginItem(mail) != nullptr);
+            }
         };
         services->watched.beforeChange = [&](const std::vector<std::string>& arguments) {
-            if (arguments[0] == "disable") recordedAtChange.push_back(recorded());
+            if (arguments[0] == "disable") recordedAtChange.push_back(record().agents.size() == 1);
         };
         QSignalSpy finished(model.get(), &StartupItemsModel::finished);
         QVERIFY(model->endConflict("com.example.mail", false));

@@ -32,6 +32,11 @@ protected:
     FakeClock clock;
     FakeScriptRunning runner;
     ReregistrationSweep sweep{LoginItemsAuditor{runner}, clock};
+    // The auditor's own removal: the sweep's rounds are what is tested here,
+    // not how a removal is recorded.
+    const ReregistrationSweep::Remove remove = [this](const ManagedApp&, const LoginItemsAuditor::LoginItem& item) {
+        return LoginItemsAuditor{runner}.remove(item);
+    };
     const double start = clock.uptime();
 
     double elapsed() { return clock.uptime() - start; }
@@ -43,7 +48,7 @@ protected:
 
 TEST_F(ReregistrationSweepTest, NothingToWatchReturnsAtOnceWithoutSleeping) {
     runner.loginItems.items = {{"/Apps/Sync.app"}};
-    EXPECT_TRUE(sweep.run({}, {}).empty());
+    EXPECT_TRUE(sweep.run({}, {}, remove).empty());
     EXPECT_TRUE(clock.waits().empty());
     EXPECT_TRUE(runner.scripts().empty());
     EXPECT_EQ(elapsed(), 0);
@@ -52,7 +57,7 @@ TEST_F(ReregistrationSweepTest, NothingToWatchReturnsAtOnceWithoutSleeping) {
 TEST_F(ReregistrationSweepTest, WatchesTheWholeWindowAtTheIntervalEvenWhenNothingComesBack) {
     EXPECT_EQ(sweep.window, 120.0);
     EXPECT_EQ(sweep.interval, 5.0);
-    EXPECT_TRUE(sweep.run({managedApp("Sync")}, {}).empty());
+    EXPECT_TRUE(sweep.run({managedApp("Sync")}, {}, remove).empty());
     EXPECT_EQ(clock.waits(), std::vector<double>(24, 5.0));
     EXPECT_EQ(runner.scripts(), std::vector<std::string>(25, kListPaths));
     EXPECT_EQ(elapsed(), 120.0);
@@ -60,7 +65,7 @@ TEST_F(ReregistrationSweepTest, WatchesTheWholeWindowAtTheIntervalEvenWhenNothin
 
 TEST_F(ReregistrationSweepTest, TimeSpentInOsascriptCountsAgainstTheWindow) {
     runner.beforeEach = [&](const std::string&) { clock.advance(1.5); };
-    sweep.run({managedApp("Sync")}, {});
+    sweep.run({managedApp("Sync")}, {}, remove);
     // Rounds take 1.5 s of script and 5 s of sleep: after 18 of them 1.5 s is
     // left to sleep, and the round after that finds the window spent.
     std::vector<double> expected(18, 5.0);
@@ -80,7 +85,7 @@ TEST_F(ReregistrationSweepTest, AnAppThatPutsItselfBackIsRemovedEachTime) {
             runner.loginItems.items.push_back(FakeLoginItem{sync.path, true});
         }
     };
-    EXPECT_EQ(sweep.run({sync}, {}), (std::vector<Removal>(3, Removal{sync, LoginItemRemoval::removed})));
+    EXPECT_EQ(sweep.run({sync}, {}, remove), (std::vector<Removal>(3, Removal{sync, LoginItemRemoval::removed})));
     EXPECT_EQ(count(LoginItemsAuditor::removeByPathScript(sync.path)), 3u);
     EXPECT_EQ(runner.paths(), (std::vector<std::string>{"/Apps/Other.app"}));
     EXPECT_EQ(elapsed(), 120.0);  // still the whole window
@@ -90,7 +95,7 @@ TEST_F(ReregistrationSweepTest, AnItemThatCannotBeRemovedIsReportedEveryRound) {
     auto sync = managedApp("Sync");
     runner.loginItems.items = {{sync.path}};
     runner.ignoreDeletes = true;
-    EXPECT_EQ(sweep.run({sync}, {}), (std::vector<Removal>(25, Removal{sync, LoginItemRemoval::failed})));
+    EXPECT_EQ(sweep.run({sync}, {}, remove), (std::vector<Removal>(25, Removal{sync, LoginItemRemoval::failed})));
 }
 
 TEST_F(ReregistrationSweepTest, BlockedAppsAreWatchedAfterTheLaunchedOnes) {
@@ -98,7 +103,7 @@ TEST_F(ReregistrationSweepTest, BlockedAppsAreWatchedAfterTheLaunchedOnes) {
     BlockedApp chat{"com.example.chat", "Chat", "/Apps/Chat.app"};
     runner.loginItems.items = {{chat.path}, {mail.path}};
     ReregistrationSweep oneRound{LoginItemsAuditor{runner}, clock, 0.0, 5.0};
-    EXPECT_EQ(oneRound.run({mail}, {chat}),
+    EXPECT_EQ(oneRound.run({mail}, {chat}, remove),
               (std::vector<Removal>{{mail, LoginItemRemoval::removed},
                                     {ReregistrationSweep::managedRecord(chat), LoginItemRemoval::removed}}));
     EXPECT_TRUE(runner.loginItems.items.empty());
@@ -106,7 +111,7 @@ TEST_F(ReregistrationSweepTest, BlockedAppsAreWatchedAfterTheLaunchedOnes) {
 
     // Blocked apps alone are enough to watch.
     runner.loginItems.items = {{chat.path}};
-    EXPECT_EQ(sweep.run({}, {chat}).size(), 1u);
+    EXPECT_EQ(sweep.run({}, {chat}, remove).size(), 1u);
 }
 
 TEST(ReregistrationSweepRecords, ABlockedAppBecomesASwitchedOffManagedApp) {
@@ -132,10 +137,10 @@ TEST(ReregistrationSweepHandedOver, AppsWhoseLoginItemWasTakenOverAndThatTheLate
     HoldenmereConfig config;
     config.startupConsent = StartupConsent::granted;
     config.takeovers = {
-        TakeoverRecord{ledgered.bundleIdentifier, "Ledgered", RemovedLoginItem{ledgered.path, false}, {}},
+        TakeoverRecord{ledgered.bundleIdentifier, "Ledgered", {RemovedLoginItem{ledgered.path, false}}, {}},
         TakeoverRecord{agentOnly.bundleIdentifier,
                        "AgentOnly",
-                       std::nullopt,
+                       {},
                        {DisabledAgent{"com.example.agent", "/x.plist", false}}}};
     auto launchRecord = [](const ManagedApp& app, LaunchOutcome outcome) {
         return LaunchRecord{app.bundleIdentifier, app.name, outcome, Date{0}, ""};
@@ -155,6 +160,24 @@ TEST(ReregistrationSweepHandedOver, AppsWhoseLoginItemWasTakenOverAndThatTheLate
         config.startupConsent = consent;
         EXPECT_TRUE(ReregistrationSweep::handedOver(managed, config, history).empty());
     }
+}
+
+TEST_F(ReregistrationSweepTest, NoRemovalStartsOnceCancelled) {
+    auto sync = managedApp("Sync");
+    runner.loginItems.items = {{sync.path}};
+    Signal cancellation;
+    int removals = 0;
+    const ReregistrationSweep::Remove counting = [&](const ManagedApp& app, const LoginItemsAuditor::LoginItem& item) {
+        ++removals;
+        cancellation.raise();  // the pass ends while this removal runs
+        return remove(app, item);
+    };
+    runner.beforeEach = [&](const std::string& script) {
+        if (script == kListPaths) runner.loginItems.items = {{sync.path}};  // it keeps coming back
+    };
+    EXPECT_EQ(sweep.run({sync}, {}, counting, &cancellation).size(), 1u);
+    EXPECT_EQ(removals, 1);
+    EXPECT_LT(elapsed(), 120.0);
 }
 
 }  // namespace

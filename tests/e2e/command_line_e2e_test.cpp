@@ -7,6 +7,7 @@
 
 #include "core/gate/cli_mode.h"
 #include "core/support/child_process.h"
+#include "tests/support/fake_launchctl.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/test_executables.h"
 
@@ -143,6 +144,12 @@ TEST_F(CommandLine, WithoutTheDesktopAppNoArgumentSaysSo) {
 #endif
 
 TEST_F(CommandLine, RepairHelpersWithNothingToRepair) {
+    // launchd as the fake launchctl keeps it: readable, nothing disabled.
+    testing::FakeLaunchctlTool launchd;
+    std::filesystem::create_directories(home / "tools");
+    std::filesystem::create_symlink(testing::FakeLaunchctlTool::executable(), home / "tools/launchctl");
+    environment.push_back("HOLDENMERE_TOOLS_DIR=" + (home / "tools").string());
+    environment.push_back(std::string(testing::fake_launchctl::kStateVariable) + "=" + launchd.stateFolder().string());
     using Arguments = std::vector<std::string>;
     for (const auto& arguments : {Arguments{"--repair-helpers"}, Arguments{"--repair-helpers", "--dry-run"}}) {
         auto result = run(arguments);
@@ -151,6 +158,21 @@ TEST_F(CommandLine, RepairHelpersWithNothingToRepair) {
                                  "Holdenmere cannot start itself\n");
         EXPECT_EQ(result.error, "");
     }
+    EXPECT_FALSE(std::filesystem::exists(defaultConfig()));
+    EXPECT_FALSE(std::filesystem::exists(home / "Library/Logs/Holdenmere.log"));
+}
+
+TEST_F(CommandLine, RepairHelpersThatCannotReadLaunchdSaysSoAndFails) {
+    // A launchctl that answers print-disabled with something else entirely.
+    const auto tools = home / "tools";
+    std::filesystem::create_directories(tools);
+    std::filesystem::create_symlink(HOLDENMERE_TEST_HELPER, tools / "launchctl");
+    environment.push_back("HOLDENMERE_TOOLS_DIR=" + tools.string());
+    auto result = run({"--repair-helpers"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.error, "[Holdenmere] ERROR: launchd's disabled list could not be read, so nothing was changed. "
+                            "Holdenmere could not tell which helpers are switched off. Nothing repaired.\n");
     EXPECT_FALSE(std::filesystem::exists(defaultConfig()));
     EXPECT_FALSE(std::filesystem::exists(home / "Library/Logs/Holdenmere.log"));
 }

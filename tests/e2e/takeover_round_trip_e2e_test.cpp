@@ -114,9 +114,7 @@ TEST_F(TakeoverRoundTrip, TakenOverAtOnePassAndGivenBackExactlyAsItWas) {
     // The ledger knows both, as they were.
     auto config = ConfigStore{configPath()}.load();
     ASSERT_EQ(config.takeovers.size(), 1u);
-    ASSERT_TRUE(config.takeovers[0].loginItem);
-    EXPECT_EQ(config.takeovers[0].loginItem->path, bundle.string());
-    EXPECT_TRUE(config.takeovers[0].loginItem->hidden);
+    EXPECT_EQ(config.takeovers[0].loginItems, (std::vector<RemovedLoginItem>{{bundle.string(), true}}));
     ASSERT_EQ(config.takeovers[0].agents.size(), 1u);
     EXPECT_EQ(config.takeovers[0].agents[0].label, label);
 

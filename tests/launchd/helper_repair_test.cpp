@@ -3,7 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/fake_launchctl_running.h"
+#include <set>
+
 #include "tests/support/temporary_directory.h"
 
 namespace holdenmere {
@@ -58,7 +59,7 @@ TEST(HelperRepairPlan, KeepsManagedAppsAgentsThatNoRecordExplains) {
     config.delayedHelpers = {
         DelayedHelper{"com.example.drive.held", "/p.plist", "com.example.drive", "Drive", DelayedHelper::Mode::delay}};
     config.takeovers = {TakeoverRecord{
-        "com.example.mail", "Mail", std::nullopt, {DisabledAgent{"com.example.mail.taken", "/q.plist", false}}}};
+        "com.example.mail", "Mail", {}, {DisabledAgent{"com.example.mail.taken", "/q.plist", false}}}};
     config.keptOff = {"com.example.notes.kept"};
 
     std::vector<IneligibleStartupItem> scanned = {
@@ -75,26 +76,22 @@ TEST(HelperRepairPlan, KeepsManagedAppsAgentsThatNoRecordExplains) {
 }
 
 TEST(HelperRepairRun, OneStepPerLabel) {
-    testing::FakeLaunchctlRunning launchctl;
+    std::vector<std::string> enabled;
+    std::set<std::string> stuck = {kMail.label};
+    const HelperRepair::Enable enable = [&](const Candidate& candidate) {
+        enabled.push_back(candidate.label);
+        return stuck.count(candidate.label) == 0;
+    };
     const std::vector<Candidate> candidates = {kSync, kMail, kSync};
 
     // A dry run plans and runs nothing.
-    EXPECT_EQ(HelperRepair::repair(candidates, launchctl, /*dryRun=*/true),
+    EXPECT_EQ(HelperRepair::repair(candidates, enable, /*dryRun=*/true),
               (std::vector<Step>{{kSync, Outcome::planned}, {kMail, Outcome::planned}}));
-    EXPECT_TRUE(launchctl.calls().empty());
+    EXPECT_TRUE(enabled.empty());
 
-    launchctl.disabled = {kSync.label, kMail.label};
-    launchctl.stuckDisabled = {kMail.label};
-    EXPECT_EQ(HelperRepair::repair(candidates, launchctl, /*dryRun=*/false),
+    EXPECT_EQ(HelperRepair::repair(candidates, enable, /*dryRun=*/false),
               (std::vector<Step>{{kSync, Outcome::repaired}, {kMail, Outcome::failed}}));
-    EXPECT_EQ(launchctl.changes(),
-              (Calls{{"enable", launchdServiceTarget(kSync.label)}, {"enable", launchdServiceTarget(kMail.label)}}));
-
-    // launchd's disabled list decides, not launchctl's exit status.
-    testing::FakeLaunchctlRunning refusing;
-    refusing.exitStatus["enable"] = 5;
-    refusing.disabled = {kSync.label};
-    EXPECT_EQ(HelperRepair::repair({kSync}, refusing, false), (std::vector<Step>{{kSync, Outcome::failed}}));
+    EXPECT_EQ(enabled, (std::vector<std::string>{kSync.label, kMail.label}));
 }
 
 TEST(HelperRepairLog, AppendsOneLinePerStep) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -31,6 +32,9 @@ public:
     // When false, disabledLabels() is absent and isDisabled() is false, as
     // when launchd's output cannot be read.
     bool disabledListReadable = true;
+    // Called before each read of the disabled list: lets a test change
+    // launchd between the reads of one change.
+    std::function<void()> beforeDisabledList;
     std::optional<std::vector<std::string>> services;
 
     std::vector<std::vector<std::string>> calls() const {
@@ -84,6 +88,7 @@ public:
         return disabledListReadable && disabled.count(std::string(label)) != 0;
     }
     std::optional<std::set<std::string>> disabledLabels() override {
+        if (beforeDisabledList) beforeDisabledList();
         std::lock_guard lock(mutex_);
         calls_.push_back({"print-disabled", launchdDomain()});
         if (!disabledListReadable) return std::nullopt;

@@ -157,7 +157,8 @@ TEST(LoginOwnershipBackfill, RecordsWhatEarlierVersionsChangedOnce) {
                   "ledger: Drive" + kDash + "Login Item recorded (imported before the ledger existed)",
                   "ledger: Sync" + kDash + "LaunchAgent com.example.sync.agent is disabled; probably by Holdenmere",
               }));
-    EXPECT_EQ(config.takeover("com.example.drive")->loginItem, (RemovedLoginItem{"/Applications/Drive.app", true}));
+    EXPECT_EQ(config.takeover("com.example.drive")->loginItems,
+              (std::vector<RemovedLoginItem>{{"/Applications/Drive.app", true}}));
     EXPECT_EQ(config.takeover("com.example.sync")->agents,
               (std::vector<DisabledAgent>{{"com.example.sync.known", "/k.plist", false},
                                           {"com.example.sync.agent", "/L/com.example.sync.agent.plist", true}}));

@@ -1,10 +1,11 @@
-// The ownership pass against in-memory System Events and launchd, with a
-// configuration store whose loads and saves can be made to fail one by one.
+// The ownership pass against in-memory System Events and launchd, through
+// the startup-change engine, with a configuration whose loads and saves can
+// be made to fail one by one.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/config/config_store.h"
 #include "core/takeover/login_ownership.h"
+#include "tests/support/config_file.h"
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_script_running.h"
 #include "tests/support/plist_files.h"
@@ -14,9 +15,14 @@
 namespace holdenmere {
 namespace {
 
+using testing::CheckedLaunchctl;
+using testing::ConfigFile;
 using testing::FakeLaunchctlRunning;
 using testing::FakeLoginItem;
 using testing::FakeScriptRunning;
+using testing::recordsAgent;
+using testing::recordsLoginItem;
+using ::testing::Contains;
 using ::testing::HasSubstr;
 using testing::launchRecord;
 using testing::managedApp;
@@ -24,79 +30,17 @@ using Calls = std::vector<std::vector<std::string>>;
 
 const std::string kDash = " \xE2\x80\x94 ";
 
-// config.json in memory. Calls are counted from 1; a listed call throws as
-// the store does.
-struct ConfigFile {
-    HoldenmereConfig stored;
-    int loads = 0;
-    int saves = 0;
-    std::set<int> failingLoads;
-    std::set<int> failingSaves;
-    // What another writer (the desktop app) changes before a load.
-    std::function<void(HoldenmereConfig&)> beforeLoad;
-
-    std::function<HoldenmereConfig()> load() {
-        return [this] {
-            if (failingLoads.count(++loads) != 0) throw ConfigStoreError(ConfigStoreError::Kind::read, "disk gone");
-            if (beforeLoad) beforeLoad(stored);
-            return stored;
-        };
-    }
-    std::function<void(const HoldenmereConfig&)> save() {
-        return [this](const HoldenmereConfig& config) {
-            if (failingSaves.count(++saves) != 0) throw ConfigStoreError(ConfigStoreError::Kind::write, "disk full");
-            stored = config;
-        };
-    }
-};
-
-bool recordsAgent(const HoldenmereConfig& config, const std::string& label) {
-    for (const auto& record : config.takeovers) {
-        for (const auto& agent : record.agents) {
-            if (agent.label == label) return true;
-        }
-    }
-    return false;
-}
-
-bool recordsLoginItem(const HoldenmereConfig& config, const std::string& path) {
-    return std::any_of(config.takeovers.begin(), config.takeovers.end(), [&](const TakeoverRecord& record) {
-        return record.loginItem && record.loginItem->path == path;
-    });
-}
-
-// launchd that refuses, by failing the test, to disable a label whose
-// recovery entry is not in the saved configuration.
-class CheckedLaunchctl final : public LaunchctlRunning {
-public:
-    CheckedLaunchctl(FakeLaunchctlRunning& launchd, const ConfigFile& file) : launchd_(launchd), file_(file) {}
-    std::int32_t run(const std::vector<std::string>& arguments) override {
-        if (arguments.size() == 2 && arguments[0] == "disable") {
-            const std::string label = arguments[1].substr(arguments[1].rfind('/') + 1);
-            EXPECT_TRUE(recordsAgent(file_.stored, label)) << label << " disabled before it was recorded";
-        }
-        return launchd_.run(arguments);
-    }
-    bool isLoaded(std::string_view label) override { return launchd_.isLoaded(label); }
-    bool isDisabled(std::string_view label) override { return launchd_.isDisabled(label); }
-    std::optional<std::set<std::string>> disabledLabels() override { return launchd_.disabledLabels(); }
-
-private:
-    FakeLaunchctlRunning& launchd_;
-    const ConfigFile& file_;
-};
-
 class OwnershipPass : public ::testing::Test {
 protected:
     testing::TemporaryDirectory folder;
-    ConfigFile file;
+    ConfigFile file{folder / "config.json"};
     FakeLaunchctlRunning launchd;
     CheckedLaunchctl launchctl{launchd, file};
     FakeScriptRunning scripts;
-    LoginItemsAuditor auditor{scripts};
     LaunchAgentScanner scanner{launchctl, {folder / "LaunchAgents"}};
-    AgentTakeover takeover{launchctl};
     std::vector<LaunchRecord> records;
+    Signal cancellation;
+    bool predatesLedger = false;
     std::string mail, drive, chat, sync, cloud;
 
     void SetUp() override {
@@ -139,13 +83,14 @@ protected:
     }
 
     void manageAll();
-    void expectLoginItemsStay();
 
     std::string plistOf(const std::string& label) { return (folder / "LaunchAgents" / (label + ".plist")).string(); }
 
     LoginOwnership::PassResult pass(const std::set<std::string>& switchedOff = {}) {
-        return LoginOwnership::ownershipPass(file.load(), file.save(), records, auditor, scanner, takeover, {},
-                                             switchedOff);
+        StartupTransaction transaction = file.begin();
+        StartupChangeEngine engine(transaction, launchctl, scripts, &cancellation);
+        return LoginOwnership::ownershipPass(engine, scanner, StartupSafety::systemEnvironment(),
+                                             {records, {}, switchedOff, predatesLedger});
     }
 
     Calls disables() const {
@@ -159,6 +104,16 @@ protected:
         return {"disable", launchdServiceTarget(label)};
     }
 };
+
+
+// Mail and Drive managed with Login Items; Sync and Cloud managed with
+// agents; nothing blocked or to import.
+void OwnershipPass::manageAll() {
+    file.stored.apps.push_back(managedApp("com.example.drive", "Drive", drive));
+    file.stored.apps.push_back(managedApp("com.example.cloud", "Cloud", cloud));
+    file.stored.blockedApps.clear();
+    scripts.loginItems.items = {{mail}, {drive}};
+}
 
 TEST_F(OwnershipPass, WithoutConsentNothingIsTouched) {
     for (auto consent : {StartupConsent::undecided, StartupConsent::declined}) {
@@ -206,19 +161,14 @@ TEST_F(OwnershipPass, TakesEverythingOverAndRecordsItFirst) {
     EXPECT_TRUE(saved.apps[2].importedFromLoginItem);
     EXPECT_EQ(saved.apps[3].name, "Cloud");
     EXPECT_TRUE(saved.apps[3].importedFromStartup);
-    EXPECT_EQ(saved.takeovers, (std::vector<TakeoverRecord>{
-                                   {"com.example.mail", "Mail", RemovedLoginItem{mail, false}, {}},
-                                   {"com.example.drive", "Drive", RemovedLoginItem{drive, true}, {}},
-                                   {"com.example.chat", "Chat", RemovedLoginItem{chat, false}, {}},
-                                   {"com.example.sync",
-                                    "Sync",
-                                    std::nullopt,
-                                    {{"com.example.sync.agent", plistOf("com.example.sync.agent"), false}}},
-                                   {"com.example.cloud",
-                                    "Cloud",
-                                    std::nullopt,
-                                    {{"com.example.cloud.agent", plistOf("com.example.cloud.agent"), false}}},
-                               }));
+    EXPECT_EQ(saved.takeovers,
+              (std::vector<TakeoverRecord>{
+                  {"com.example.mail", "Mail", {{mail, false}}, {}},
+                  {"com.example.drive", "Drive", {{drive, true}}, {}},
+                  {"com.example.chat", "Chat", {{chat, false}}, {}},
+                  {"com.example.sync", "Sync", {}, {{"com.example.sync.agent", plistOf("com.example.sync.agent"), false}}},
+                  {"com.example.cloud", "Cloud", {}, {{"com.example.cloud.agent", plistOf("com.example.cloud.agent"), false}}},
+              }));
 
     // The next pass finds nothing left to do and changes nothing.
     const int saves = file.saves;
@@ -228,14 +178,26 @@ TEST_F(OwnershipPass, TakesEverythingOverAndRecordsItFirst) {
     EXPECT_EQ(file.saves, saves);
 }
 
+TEST_F(OwnershipPass, EveryLoginItemOfAnAppIsRecordedAndRemoved) {
+    // Two copies of Drive, each with a Login Item of its own.
+    const std::string copy = testing::writeAppBundle(folder / "Users/sam/Applications", "Drive", "Drive",
+                                                     "com.example.drive").string();
+    scripts.loginItems.items = {{drive, true}, {copy, false}};
+    auto result = pass();
+    EXPECT_EQ(std::count(result.lines.begin(), result.lines.end(),
+                         "imported: Drive" + kDash + "was a macOS Login Item; Holdenmere now starts it"),
+              1);
+    EXPECT_TRUE(scripts.loginItems.items.empty());
+    EXPECT_EQ(file.stored.takeover("com.example.drive")->loginItems,
+              (std::vector<RemovedLoginItem>{{drive, true}, {copy, false}}));
+}
+
 TEST_F(OwnershipPass, AppsWhoseLaunchFailedKeepTheirLoginItemAndAgent) {
     records = {launchRecord("com.example.mail", LaunchOutcome::failed),
                launchRecord("com.example.sync", LaunchOutcome::failed)};
     auto result = pass();
-    EXPECT_THAT(result.lines,
-                ::testing::Contains("Mail" + kDash + "its launch failed this pass, so its Login Item stays"));
-    EXPECT_THAT(result.lines,
-                ::testing::Contains("Sync" + kDash + "its launch failed this pass, so its LaunchAgent stays"));
+    EXPECT_THAT(result.lines, Contains("Mail" + kDash + "its launch failed this pass, so its Login Item stays"));
+    EXPECT_THAT(result.lines, Contains("Sync" + kDash + "its launch failed this pass, so its LaunchAgent stays"));
     EXPECT_EQ(result.loginItemsNotRemoved, 1);
     EXPECT_EQ(scripts.paths(), std::vector<std::string>{mail});
     EXPECT_EQ(disables(), Calls{disableOf("com.example.cloud.agent")});
@@ -246,12 +208,10 @@ TEST_F(OwnershipPass, AppsWhoseLaunchFailedKeepTheirLoginItemAndAgent) {
 TEST_F(OwnershipPass, UnsavedImportsKeepTheirLoginItemsAndAgents) {
     file.failingSaves = {1};
     auto result = pass();
-    EXPECT_THAT(result.lines, ::testing::Contains("WARNING: could not save imported apps" + kDash +
-                                                  "Could not write config: disk full"));
     EXPECT_THAT(result.lines,
-                ::testing::Contains("Drive" + kDash + "its import could not be saved, so its Login Item stays"));
-    EXPECT_THAT(result.lines,
-                ::testing::Contains("Cloud" + kDash + "its import could not be saved, so its LaunchAgent stays"));
+                Contains("WARNING: could not save imported apps" + kDash + "Could not write config: disk full"));
+    EXPECT_THAT(result.lines, Contains("Drive" + kDash + "its import could not be saved, so its Login Item stays"));
+    EXPECT_THAT(result.lines, Contains("Cloud" + kDash + "its import could not be saved, so its LaunchAgent stays"));
     EXPECT_EQ(result.loginItemsNotRemoved, 1);
     EXPECT_EQ(scripts.paths(), std::vector<std::string>{drive});
     EXPECT_EQ(disables(), Calls{disableOf("com.example.sync.agent")});
@@ -262,71 +222,97 @@ TEST_F(OwnershipPass, UnsavedImportsKeepTheirLoginItemsAndAgents) {
     EXPECT_EQ(result.config.apps.size(), 4u);
 }
 
-// Mail and Drive managed with Login Items; Sync and Cloud managed with
-// agents. Loads: the pass's own, then one before each save. Saves: the Login
-// Items' record, Sync's record, Cloud's record, the ledger.
-void OwnershipPass::manageAll() {
-    file.stored.apps.push_back(managedApp("com.example.drive", "Drive", drive));
-    file.stored.apps.push_back(managedApp("com.example.cloud", "Cloud", cloud));
-    file.stored.blockedApps.clear();
-    scripts.loginItems.items = {{mail}, {drive}};
-}
-
-void OwnershipPass::expectLoginItemsStay() {
+TEST_F(OwnershipPass, AChangeWhoseRecordIsNotSavedIsNotMade) {
+    manageAll();
+    // Saves: Mail's Login Item, Drive's, Sync's agent, Cloud's.
+    file.failingSaves = {1, 3};
     auto result = pass();
-    EXPECT_THAT(result.lines, ::testing::Contains(
-                                  HasSubstr("WARNING: could not save the recovery record of the Login Items" + kDash)));
-    EXPECT_THAT(result.lines, ::testing::Contains("Mail" + kDash +
-                                                  "the recovery record could not be saved, so its Login Item stays"));
-    EXPECT_THAT(result.lines, ::testing::Contains("Drive" + kDash +
-                                                  "the recovery record could not be saved, so its Login Item stays"));
-    EXPECT_EQ(result.loginItemsNotRemoved, 2);
-    EXPECT_EQ(scripts.paths(), (std::vector<std::string>{mail, drive}));
-    for (const auto& script : scripts.scripts()) EXPECT_EQ(script.find(" to delete "), std::string::npos);
-    EXPECT_FALSE(recordsLoginItem(file.stored, mail));
-    // The agents are recorded and switched on their own.
-    EXPECT_EQ(disables(), (Calls{disableOf("com.example.sync.agent"), disableOf("com.example.cloud.agent")}));
-}
-
-TEST_F(OwnershipPass, LoginItemsStayWhenTheirRecordCannotBeSaved) {
-    manageAll();
-    file.failingSaves = {1};
-    expectLoginItemsStay();
-}
-
-TEST_F(OwnershipPass, LoginItemsStayWhenTheConfigCannotBeReadForTheirRecord) {
-    manageAll();
-    file.failingLoads = {2};
-    expectLoginItemsStay();
-}
-
-TEST_F(OwnershipPass, LaunchdIsNotChangedWhenTheAgentsRecordIsNotSaved) {
-    manageAll();
-    scripts.loginItems.items.clear();
-    file.failingSaves = {1};  // Sync's record
-    auto result = pass();
-    EXPECT_THAT(result.lines, ::testing::Contains("WARNING: could not save the recovery record of a LaunchAgent" +
-                                                  kDash + "Could not write config: disk full"));
-    EXPECT_THAT(result.lines, ::testing::Contains("Sync" + kDash +
-                                                  "LaunchAgent com.example.sync.agent is NOT disabled: the recovery "
-                                                  "record could not be saved, so launchd was not changed"));
+    EXPECT_THAT(result.lines, Contains("Mail" + kDash +
+                                       "its Login Item stays: the recovery record could not be saved, so nothing was "
+                                       "changed (Could not write config: disk full)"));
+    EXPECT_THAT(result.lines, Contains("Sync" + kDash +
+                                       "LaunchAgent com.example.sync.agent is NOT disabled: the recovery record could "
+                                       "not be saved, so nothing was changed (Could not write config: disk full)"));
+    EXPECT_EQ(result.loginItemsNotRemoved, 1);
+    EXPECT_EQ(scripts.paths(), std::vector<std::string>{mail});
     EXPECT_EQ(disables(), Calls{disableOf("com.example.cloud.agent")});
+    EXPECT_FALSE(recordsLoginItem(file.stored, mail));
+    EXPECT_TRUE(recordsLoginItem(file.stored, drive));
     EXPECT_FALSE(recordsAgent(file.stored, "com.example.sync.agent"));
     EXPECT_TRUE(recordsAgent(file.stored, "com.example.cloud.agent"));
 }
 
 TEST_F(OwnershipPass, NoReadNoRecordNoChange) {
     manageAll();
-    file.failingLoads = {2, 3, 4, 5};
+    file.failingLoads = {2, 3, 4, 5, 6};
     auto result = pass();
     EXPECT_TRUE(launchd.changes().empty());
     for (const auto& script : scripts.scripts()) EXPECT_EQ(script.find(" to delete "), std::string::npos);
     EXPECT_EQ(file.saves, 0);
     EXPECT_EQ(result.loginItemsNotRemoved, 2);
-    // Nothing was recorded, so there is no ledger to write.
-    EXPECT_EQ(result.lines.back(), "Cloud" + kDash +
-                                       "LaunchAgent com.example.cloud.agent is NOT disabled: the recovery record could "
-                                       "not be saved, so launchd was not changed");
+}
+
+TEST_F(OwnershipPass, UnreadableStateChangesNothingAndSaysSo) {
+    manageAll();
+    // System Events answers the paths but not the hidden flags: how to give
+    // the items back is not known, so they are not removed.
+    scripts.hiddenAnswer = "true";
+    launchd.disabledListReadable = false;
+    auto result = pass();
+    EXPECT_THAT(result.lines, Contains("WARNING: Login Items" + kDash +
+                                       "the Login Items could not be read from System Events, so nothing was changed."));
+    EXPECT_THAT(result.lines, Contains("Sync" + kDash +
+                                       "LaunchAgent com.example.sync.agent is NOT disabled: launchd's disabled list "
+                                       "could not be read, so nothing was changed."));
+    EXPECT_TRUE(launchd.changes().empty());
+    EXPECT_EQ(scripts.paths(), (std::vector<std::string>{mail, drive}));
+    EXPECT_TRUE(file.stored.takeovers.empty());
+    EXPECT_EQ(file.saves, 0);
+}
+
+TEST_F(OwnershipPass, AnUnconfirmedSwitchIsMarkedThenSettledAtTheNextPass) {
+    manageAll();
+    scripts.loginItems.items.clear();
+    // launchd answers before the disable and not after it.
+    int reads = 0;
+    launchd.beforeDisabledList = [&] { launchd.disabledListReadable = ++reads % 2 == 1; };
+    auto result = pass();
+    EXPECT_THAT(result.lines, Contains("Sync" + kDash +
+                                       "LaunchAgent com.example.sync.agent is NOT confirmed disabled: The command ran "
+                                       "but launchd's disabled list could not be read to confirm it."));
+    const auto& agents = file.stored.takeover("com.example.sync")->agents;
+    ASSERT_EQ(agents.size(), 1u);
+    EXPECT_TRUE(agents[0].unconfirmed);
+
+    // Read at the next pass: Sync's switch took, Cloud's did not.
+    launchd.beforeDisabledList = nullptr;
+    launchd.disabledListReadable = true;
+    launchd.disabled.erase("com.example.cloud.agent");
+    launchd.exitStatus["disable"] = 5;
+    result = pass();
+    EXPECT_THAT(result.lines, Contains("ledger: Sync" + kDash + "LaunchAgent com.example.sync.agent is confirmed "
+                                                                "switched off"));
+    EXPECT_THAT(result.lines, Contains("ledger: Cloud" + kDash + "LaunchAgent com.example.cloud.agent was never "
+                                                                 "switched off; its record is dropped"));
+    EXPECT_FALSE(file.stored.takeover("com.example.sync")->agents[0].unconfirmed);
+    EXPECT_EQ(file.stored.takeover("com.example.cloud"), nullptr);
+}
+
+TEST_F(OwnershipPass, TheBackfillRunsOnlyForAConfigurationOlderThanTheLedger) {
+    // Sync's agent was switched off long ago, by the user.
+    file.stored.blockedApps.clear();
+    scripts.loginItems.items.clear();
+    launchd.disabled = {"com.example.sync.agent", "com.example.cloud.agent"};
+    auto result = pass();
+    EXPECT_TRUE(result.lines.empty());
+    EXPECT_FALSE(recordsAgent(file.stored, "com.example.sync.agent"));
+
+    predatesLedger = true;
+    result = pass();
+    EXPECT_THAT(result.lines,
+                Contains("ledger: Sync" + kDash + "LaunchAgent com.example.sync.agent is disabled; probably by Holdenmere"));
+    EXPECT_EQ(file.stored.takeover("com.example.sync")->agents,
+              (std::vector<DisabledAgent>{{"com.example.sync.agent", plistOf("com.example.sync.agent"), true}}));
 }
 
 TEST_F(OwnershipPass, TheLedgerIsMergedIntoAFreshRead) {
@@ -334,80 +320,66 @@ TEST_F(OwnershipPass, TheLedgerIsMergedIntoAFreshRead) {
     file.stored.blockedApps.clear();
     // The desktop app adds an app while the pass runs.
     file.beforeLoad = [this](HoldenmereConfig& config) {
-        if (file.loads == 2) config.apps.push_back(ManagedApp{"com.example.new", "New", "/New.app"});
+        if (file.loads == 3) config.apps.push_back(ManagedApp{"com.example.new", "New", "/New.app"});
     };
     auto result = pass();
     ASSERT_EQ(file.stored.apps.size(), 4u);
-    EXPECT_EQ(file.stored.apps[2].name, "New");
-    EXPECT_EQ(file.stored.apps[3].name, "Cloud");
+    EXPECT_EQ(file.stored.apps[2].name, "Cloud");
+    EXPECT_EQ(file.stored.apps[3].name, "New");
     EXPECT_TRUE(recordsLoginItem(file.stored, mail));
     EXPECT_TRUE(recordsAgent(file.stored, "com.example.sync.agent"));
     EXPECT_TRUE(recordsAgent(file.stored, "com.example.cloud.agent"));
     EXPECT_EQ(result.config, file.stored);
 }
 
-TEST_F(OwnershipPass, TheLedgersSaveOrReReadFailingAfterEveryChangeWasSaved) {
-    file.stored.apps.push_back(managedApp("com.example.cloud", "Cloud", cloud));
-    file.stored.blockedApps.clear();
-    scripts.loginItems.items = {{mail}};
-    // Saves: Mail's record, Sync's, Cloud's, the ledger.
-    file.failingSaves = {4};
-    auto result = pass();
-    EXPECT_EQ(result.lines.back(), "WARNING: could not save the take-over ledger" + kDash +
-                                       "its entries were saved before each change (Could not write config: disk full)");
-    EXPECT_TRUE(recordsLoginItem(file.stored, mail));
-    EXPECT_TRUE(recordsAgent(file.stored, "com.example.cloud.agent"));
-}
-
 TEST_F(OwnershipPass, TheLedgersReReadFailing) {
-    file.stored.blockedApps.clear();
+    manageAll();
     scripts.loginItems.items = {{mail}};
-    file.stored.apps.push_back(managedApp("com.example.cloud", "Cloud", cloud));
-    // Loads: the pass's, Mail's record, Sync's, Cloud's, the ledger's.
+    // Loads: the transaction's, Mail's record, Sync's, Cloud's, the ledger's check.
     file.failingLoads = {5};
     auto result = pass();
     EXPECT_EQ(result.lines.back(), "WARNING: could not re-read the config to save the take-over ledger");
     EXPECT_EQ(file.saves, 3);
-    EXPECT_TRUE(recordsAgent(result.config, "com.example.cloud.agent"));
-    EXPECT_TRUE(recordsLoginItem(result.config, mail));
+    EXPECT_TRUE(recordsLoginItem(file.stored, mail));
+    EXPECT_TRUE(recordsAgent(file.stored, "com.example.cloud.agent"));
 }
 
-TEST_F(OwnershipPass, ALedgerOnlyBackfilledIsUnknownWhenItsSaveFails) {
-    file.stored.apps = {managedApp("com.example.sync", "Sync", sync)};
-    file.stored.blockedApps.clear();
-    scripts.loginItems.items.clear();
-    launchd.disabled = {"com.example.sync.agent", "com.example.cloud.agent"};
-    file.failingSaves = {1};
+TEST_F(OwnershipPass, ALedgerOverwrittenMeanwhileIsSavedAgainOrNamed) {
+    manageAll();
+    scripts.loginItems.items = {{mail}};
+    // Another writer drops the ledger just before the pass checks it.
+    file.beforeLoad = [this](HoldenmereConfig& config) {
+        if (file.loads == 5) config.takeovers.clear();
+    };
+    file.failingSaves = {4};
     auto result = pass();
-    EXPECT_EQ(result.lines,
-              (std::vector<std::string>{
-                  "ledger: Sync" + kDash + "LaunchAgent com.example.sync.agent is disabled; probably by Holdenmere",
-                  "WARNING: could not save the take-over ledger" + kDash + "--restore-startup will not know about Sync",
-              }));
-    EXPECT_TRUE(launchd.changes().empty());
-    EXPECT_TRUE(file.stored.takeovers.empty());
-    EXPECT_TRUE(recordsAgent(result.config, "com.example.sync.agent"));
+    EXPECT_EQ(result.lines.back(), "WARNING: could not save the take-over ledger" + kDash +
+                                       "--restore-startup will not know about Mail, Sync, Cloud");
 
     file.failingSaves.clear();
+    file.stored.takeovers.clear();
+    file.loads = 0;
     file.saves = 0;
+    scripts.loginItems.items = {{mail}};
     result = pass();
-    EXPECT_EQ(result.lines.back(), "Sync" + kDash + "recorded for --restore-startup");
-    EXPECT_EQ(file.stored.takeover("com.example.sync")->agents,
-              (std::vector<DisabledAgent>{{"com.example.sync.agent", plistOf("com.example.sync.agent"), true}}));
+    EXPECT_EQ(result.lines.back(), "Mail" + kDash + "recorded for --restore-startup");
+    EXPECT_TRUE(recordsLoginItem(file.stored, mail));
 }
 
-TEST_F(OwnershipPass, FailedSwitchesAndRemovalsAreReported) {
+TEST_F(OwnershipPass, FailedSwitchesAndRemovalsAreReportedAndLeaveNoRecord) {
     file.stored.blockedApps.clear();
     scripts.loginItems.items = {{mail}};
     scripts.ignoreDeletes = true;
     launchd.exitStatus["disable"] = 5;
     auto result = pass();
-    EXPECT_THAT(result.lines, ::testing::Contains("Mail" + kDash + "could NOT remove it from Login Items"));
-    EXPECT_THAT(result.lines,
-                ::testing::Contains("Sync" + kDash +
-                                    "LaunchAgent com.example.sync.agent is NOT disabled: launchctl disable "
-                                    "failed (exit 5)"));
+    EXPECT_THAT(result.lines, Contains("Mail" + kDash + "could NOT remove it from Login Items: it is still in Login Items"));
+    EXPECT_THAT(result.lines, Contains("Sync" + kDash +
+                                       "LaunchAgent com.example.sync.agent is NOT disabled: launchctl disable failed "
+                                       "(exit 5)"));
     EXPECT_EQ(result.loginItemsNotRemoved, 1);
+    // Nothing changed, so nothing is left for a give-back to switch on.
+    EXPECT_FALSE(recordsLoginItem(file.stored, mail));
+    EXPECT_FALSE(recordsAgent(file.stored, "com.example.sync.agent"));
 }
 
 TEST_F(OwnershipPass, SafetyRulesComeBeforeAnyRecord) {
@@ -418,7 +390,7 @@ TEST_F(OwnershipPass, SafetyRulesComeBeforeAnyRecord) {
     scripts.loginItems.items.clear();
     auto result = pass();
     EXPECT_THAT(result.lines,
-                ::testing::Contains(::testing::StartsWith(
+                Contains(::testing::StartsWith(
                     "Sync" + kDash +
                     "LaunchAgent com.example.sync.agent is NOT disabled: not switched off without your confirmation: "
                     "Sync is a security or network tool.")));
@@ -426,14 +398,27 @@ TEST_F(OwnershipPass, SafetyRulesComeBeforeAnyRecord) {
     EXPECT_FALSE(recordsAgent(file.stored, "com.example.sync.agent"));
 }
 
-TEST_F(OwnershipPass, AnUnreadableConfigChangesNothing) {
-    file.failingLoads = {1};
+TEST_F(OwnershipPass, OnceOutOfTimeNoChangeStarts) {
+    cancellation.raise();
     auto result = pass();
-    EXPECT_EQ(result.lines, std::vector<std::string>{"WARNING: could not read the config" + kDash +
-                                                     "Could not read config: disk gone; Login Items and LaunchAgents "
-                                                     "left as they are"});
-    EXPECT_TRUE(scripts.scripts().empty());
-    EXPECT_TRUE(launchd.calls().empty());
+    EXPECT_TRUE(launchd.changes().empty());
+    for (const auto& script : scripts.scripts()) EXPECT_EQ(script.find(" to delete "), std::string::npos);
+    EXPECT_THAT(result.lines, Contains("Mail" + kDash + "its Login Item stays: " +
+                                       std::string(StartupChangeEngine::kOutOfTime)));
+    EXPECT_THAT(result.lines, Contains("Sync" + kDash + "LaunchAgent com.example.sync.agent is NOT disabled: " +
+                                       std::string(StartupChangeEngine::kOutOfTime)));
+    EXPECT_TRUE(file.stored.takeovers.empty());
+}
+
+TEST_F(OwnershipPass, HoldenmeresOwnItemsAreNeverTouched) {
+    const std::string own = app("Holdenmere", "com.tavik.holdenmere");
+    agent("com.tavik.holdenmere.agent", own + "/Contents/MacOS/Holdenmere", {"--gate"});
+    file.stored.apps.push_back(managedApp("com.tavik.holdenmere", "Holdenmere", own));
+    scripts.loginItems.items = {{own}};
+    auto result = pass();
+    EXPECT_EQ(scripts.paths(), std::vector<std::string>{own});
+    for (const auto& call : launchd.changes()) EXPECT_EQ(call[1].find("holdenmere"), std::string::npos);
+    EXPECT_EQ(file.stored.takeover("com.tavik.holdenmere"), nullptr);
 }
 
 }  // namespace

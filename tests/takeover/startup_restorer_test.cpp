@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include "core/launchd/system_launchctl.h"
+#include "tests/support/config_file.h"
 #include "tests/support/fake_launchctl.h"
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_script_running.h"
+#include "tests/support/temporary_directory.h"
 
 namespace holdenmere {
 namespace {
@@ -23,16 +25,14 @@ const std::string kDash = " \xE2\x80\x94 ";
 
 class StartupRestorerTest : public ::testing::Test {
 protected:
+    testing::TemporaryDirectory folder;
+    testing::ConfigFile file{folder / "config.json"};
     FakeScriptRunning scripts;
-    LoginItemsAuditor auditor{scripts};
     FakeLaunchctlRunning launchd;
     std::set<std::string> files{"/Applications/Mail.app",          "/Applications/Drive.app",  "/Applications/Kept.app",
                                 "/L/com.example.mail.agent.plist", "/L/com.example.job.plist", "/L/helper.plist"};
-    StartupRestorer::FileExists exists = [this](const std::string& path) { return files.count(path) != 0; };
-    AgentTakeover agents{launchd, AgentTakeover::systemEnvironment(), exists};
-    HelperDelay helperDelay{launchd, exists};
-    StartupRestorer restorer{auditor, agents, exists};
-    HoldenmereConfig config;
+    StartupChangeEngine::FileExists exists = [this](const std::string& path) { return files.count(path) != 0; };
+    HoldenmereConfig& config = file.stored;
 
     void SetUp() override {
         ManagedApp mail{"com.example.mail", "Mail", "/Applications/Mail.app"};
@@ -41,17 +41,14 @@ protected:
         config.takeovers = {
             {"com.example.mail",
              "Mail",
-             RemovedLoginItem{"/Applications/Mail.app", true},
+             {{"/Applications/Mail.app", true}},
              {{"com.example.mail.agent", "/L/com.example.mail.agent.plist", false}}},
-            {"com.example.drive", "Drive", RemovedLoginItem{"/Applications/Drive.app", false}, {}},
-            {"com.example.gone", "Gone", RemovedLoginItem{"/Applications/Gone.app", false}, {}},
-            {"com.example.sync",
-             "Sync",
-             std::nullopt,
-             {{"com.example.sync.agent", "/L/com.example.sync.agent.plist", true}}},
+            {"com.example.drive", "Drive", {{"/Applications/Drive.app", false}}, {}},
+            {"com.example.gone", "Gone", {{"/Applications/Gone.app", false}}, {}},
+            {"com.example.sync", "Sync", {}, {{"com.example.sync.agent", "/L/com.example.sync.agent.plist", true}}},
             {"com.example.kept",
              "Kept",
-             RemovedLoginItem{"/Applications/Kept.app", false},
+             {{"/Applications/Kept.app", false}},
              {{"com.example.kept.agent", "/L/kept.plist", false}}},
         };
         config.delayedHelpers = {
@@ -73,6 +70,12 @@ protected:
                                 {"/L/helper.plist", "com.example.mail.helper"}};
     }
 
+    StartupRestorer::Report giveBack(bool dryRun) {
+        StartupTransaction transaction = file.begin();
+        StartupChangeEngine engine(transaction, launchd, scripts, nullptr, exists);
+        return StartupRestorer::giveBack(engine, dryRun);
+    }
+
     static std::vector<std::string> lines(const StartupRestorer::Report& report) {
         std::vector<std::string> result;
         for (const auto& entry : report.entries) result.push_back(entry.line());
@@ -80,19 +83,20 @@ protected:
     }
 };
 
-TEST_F(StartupRestorerTest, GivesBackExactlyWhatTheLedgerRecords) {
-    auto report = restorer.giveBack(config, false, helperDelay);
+TEST_F(StartupRestorerTest, GivesBackExactlyWhatHoldenmereSwitchedOff) {
+    const HoldenmereConfig before = config;
+    auto report = giveBack(false);
     EXPECT_EQ(lines(report),
               (std::vector<std::string>{
                   "Login Items: given back: Mail" + kDash + "added /Applications/Mail.app (hidden)",
                   "Login Items: given back: Drive" + kDash + "/Applications/Drive.app is in Login Items already",
-                  "Login Items: FAILED: Gone" + kDash + "/Applications/Gone.app no longer exists; kept in the ledger",
+                  "Login Items: FAILED: Gone" + kDash + "/Applications/Gone.app: it no longer exists; kept in the ledger",
                   "Login Items: kept off: Kept" + kDash +
                       "/Applications/Kept.app: you excluded it from giving back; kept in the ledger",
                   "LaunchAgents: given back: Mail" + kDash + "com.example.mail.agent switched back on",
-                  "LaunchAgents: given back: Sync" + kDash +
-                      "com.example.sync.agent (found disabled, probably by Holdenmere) switched back on; its plist is "
-                      "gone, so there is nothing to load",
+                  "LaunchAgents: left off: Sync" + kDash +
+                      "com.example.sync.agent was found switched off, maybe not by Holdenmere, so it stays off; to "
+                      "switch it on: launchctl enable " + launchdServiceTarget("com.example.sync.agent"),
                   "LaunchAgents: kept off: Kept" + kDash +
                       "com.example.kept.agent: you excluded it from giving back; kept in the ledger",
                   "held helpers: given back: Mail" + kDash + "com.example.mail.helper switched back on",
@@ -105,97 +109,121 @@ TEST_F(StartupRestorerTest, GivesBackExactlyWhatTheLedgerRecords) {
                       "this build cannot restore it; kept in the ledger",
               }));
     EXPECT_TRUE(report.anyFailed());
-    EXPECT_TRUE(report.ledgerChanged);
+    EXPECT_FALSE(report.ledgerFailure);
 
     // The Login Item came back as it was, once.
     EXPECT_EQ(scripts.loginItems.items,
               (std::vector<FakeLoginItem>{{"/Applications/Drive.app", false}, {"/Applications/Mail.app", true}}));
     // Switched on and loaded; what was off when found, or kept off, stays off.
-    EXPECT_EQ(launchd.disabled, (std::set<std::string>{"com.example.kept.agent", "com.example.wasoff"}));
+    EXPECT_EQ(launchd.disabled, (std::set<std::string>{"com.example.sync.agent", "com.example.kept.agent",
+                                                       "com.example.wasoff"}));
     EXPECT_EQ(launchd.loaded,
               (std::set<std::string>{"com.example.mail.agent", "com.example.mail.helper", "com.example.job"}));
 
-    // What was given back left the ledger; what failed or was kept stays.
-    const HoldenmereConfig& after = report.config;
-    EXPECT_EQ(after.takeovers, (std::vector<TakeoverRecord>{
-                                   {"com.example.gone", "Gone", RemovedLoginItem{"/Applications/Gone.app", false}, {}},
-                                   config.takeovers[4],
-                               }));
+    // What was given back or left off left the ledger; what failed or was kept stays.
+    const HoldenmereConfig& after = file.stored;
+    EXPECT_EQ(after.takeovers, (std::vector<TakeoverRecord>{before.takeovers[2], before.takeovers[4]}));
     EXPECT_TRUE(after.delayedHelpers.empty());
-    EXPECT_EQ(after.heldStartup, (std::vector<HeldStartupItem>{config.heldStartup[2]}));
-    EXPECT_EQ(after.reopenWindowsOriginal, config.reopenWindowsOriginal);
+    EXPECT_EQ(after.heldStartup, (std::vector<HeldStartupItem>{before.heldStartup[2]}));
+    EXPECT_EQ(after.reopenWindowsOriginal, before.reopenWindowsOriginal);
     EXPECT_FALSE(after.apps[0].importedFromLoginItem);
 
     // A second run gives nothing back twice.
     scripts.clearScripts();
     const auto changesBefore = launchd.changes().size();
-    auto again = restorer.giveBack(after, false, helperDelay);
-    EXPECT_FALSE(again.ledgerChanged);
-    EXPECT_EQ(again.config, after);
+    const int saves = file.saves;
+    giveBack(false);
+    EXPECT_EQ(file.saves, saves);
     EXPECT_EQ(launchd.changes().size(), changesBefore);
     for (const auto& script : scripts.scripts()) EXPECT_EQ(script.find("make new"), std::string::npos);
 }
 
 TEST_F(StartupRestorerTest, DryRunAsksNothingAndChangesNothing) {
-    auto report = restorer.giveBack(config, true, helperDelay);
+    const HoldenmereConfig before = config;
+    auto report = giveBack(true);
     EXPECT_EQ(report.entries[0],
               (Entry{Source::loginItems, "Mail", "add /Applications/Mail.app (hidden)", Outcome::wouldGiveBack}));
     EXPECT_EQ(report.entries[2].line(),
-              "Login Items: would fail: Gone" + kDash + "/Applications/Gone.app no longer exists; kept in the ledger");
+              "Login Items: would fail: Gone" + kDash + "/Applications/Gone.app: it no longer exists; kept in the ledger");
     EXPECT_EQ(report.entries[4].line(),
               "LaunchAgents: would give back: Mail" + kDash + "switch com.example.mail.agent back on");
     EXPECT_EQ(report.entries[9].line(), "held startup items: left off: WasOff" + kDash +
                                             "com.example.wasoff was already off when Holdenmere found it; would leave "
                                             "it off");
-    EXPECT_EQ(report.config, config);
-    EXPECT_FALSE(report.ledgerChanged);
+    EXPECT_EQ(file.stored, before);
+    EXPECT_EQ(file.saves, 0);
     EXPECT_FALSE(report.anyFailed());
     EXPECT_TRUE(scripts.scripts().empty());
     EXPECT_TRUE(launchd.calls().empty());
 }
 
-TEST_F(StartupRestorerTest, FailuresStayInTheLedger) {
+TEST_F(StartupRestorerTest, FailuresAndUnreadableStateStayInTheLedger) {
     // System Events not allowed, launchd refusing.
     scripts.unavailable = true;
     launchd.exitStatus["enable"] = 5;
     config.restoreOptOuts.clear();
-    auto report = restorer.giveBack(config, false, helperDelay);
+    const HoldenmereConfig before = config;
+    auto report = giveBack(false);
     EXPECT_THAT(lines(report),
                 ::testing::Contains("Login Items: FAILED: Mail" + kDash +
-                                    "System Events did not add /Applications/Mail.app (is Holdenmere allowed to "
-                                    "control System Events?); kept in the ledger"));
+                                    "/Applications/Mail.app (hidden): the Login Items could not be read from System "
+                                    "Events, so nothing was changed; kept in the ledger"));
     EXPECT_THAT(lines(report), ::testing::Contains("LaunchAgents: FAILED: Mail" + kDash +
                                                    "com.example.mail.agent: launchctl enable failed (exit 5); kept in "
                                                    "the ledger"));
     EXPECT_THAT(lines(report), ::testing::Contains("held helpers: FAILED: Mail" + kDash +
                                                    "com.example.mail.helper: launchctl enable failed (exit 5); kept in "
                                                    "the ledger"));
-    // Nothing was given back but the Login Item that is there already (the
-    // list cannot be read, so that one fails too).
-    HoldenmereConfig expected = config;
-    expected.heldStartup.erase(expected.heldStartup.begin() + 1);  // was off when found: nothing to give back
-    EXPECT_EQ(report.config, expected);
+    // Only what is left off leaves the ledger.
+    HoldenmereConfig expected = before;
+    expected.takeovers.erase(expected.takeovers.begin() + 3);         // Sync: found off, stays off
+    expected.heldStartup.erase(expected.heldStartup.begin() + 1);     // WasOff: was off when found
+    EXPECT_EQ(file.stored, expected);
+
+    // launchd's disabled list unreadable: nothing is switched on.
+    launchd.exitStatus.clear();
+    launchd.disabledListReadable = false;
+    const auto changes = launchd.changes().size();
+    report = giveBack(false);
+    EXPECT_EQ(launchd.changes().size(), changes);
+    EXPECT_THAT(lines(report), ::testing::Contains("LaunchAgents: FAILED: Mail" + kDash +
+                                                   "com.example.mail.agent: launchd's disabled list could not be "
+                                                   "read, so nothing was changed; kept in the ledger"));
+}
+
+TEST_F(StartupRestorerTest, AFailedLedgerSaveAfterAGiveBackIsReported) {
+    config.takeovers = {{"com.example.mail", "Mail", {{"/Applications/Mail.app", true}}, {}}};
+    config.delayedHelpers.clear();
+    config.heldStartup.clear();
+    config.reopenWindowsOriginal.reset();
+    file.failingSaves = {1};
+    auto report = giveBack(false);
+    EXPECT_EQ(report.ledgerFailure, "Could not write config: disk full");
+    EXPECT_EQ(lines(report), std::vector<std::string>{"Login Items: given back: Mail" + kDash +
+                                                      "added /Applications/Mail.app (hidden)"});
+    EXPECT_TRUE(testing::recordsLoginItem(file.stored, "/Applications/Mail.app"));
 }
 
 TEST(StartupRestorerHang, AHangingLaunchctlIsAFailureKeptInTheLedger) {
+    testing::TemporaryDirectory folder;
     testing::FakeLaunchctlTool tool;
     tool.mark("com.example.sync.agent", true);
     tool.hang("enable");
     SystemLaunchctl launchctl(testing::FakeLaunchctlTool::executable(),
                               SystemLaunchctl::Limits{std::chrono::milliseconds(2000), std::chrono::milliseconds(300)});
     FakeScriptRunning scripts;
-    LoginItemsAuditor auditor(scripts);
-    AgentTakeover agents(launchctl);
-    HelperDelay helperDelay(launchctl);
-    HoldenmereConfig config;
-    config.recordAgent("com.example.sync", "Sync", "com.example.sync.agent", "/L/sync.plist", false);
+    testing::ConfigFile file{folder / "config.json"};
+    file.stored.recordAgent("com.example.sync", "Sync", "com.example.sync.agent", "/L/sync.plist", false);
+    const HoldenmereConfig before = file.stored;
 
-    auto report = StartupRestorer(auditor, agents).giveBack(config, false, helperDelay);
+    StartupTransaction transaction = file.begin();
+    StartupChangeEngine engine(transaction, launchctl, scripts);
+    auto report = StartupRestorer::giveBack(engine, false);
     ASSERT_EQ(report.entries.size(), 1u);
     EXPECT_EQ(report.entries[0].line(), "LaunchAgents: FAILED: Sync" + kDash +
                                             "com.example.sync.agent: launchctl enable failed (exit -1); kept in the "
                                             "ledger");
-    EXPECT_EQ(report.config, config);
+    EXPECT_EQ(file.stored, before);
     EXPECT_TRUE(tool.state().disabled.at("com.example.sync.agent"));
 }
 

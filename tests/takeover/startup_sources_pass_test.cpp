@@ -1,8 +1,11 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/config/config_store.h"
 #include "core/takeover/login_ownership.h"
+#include "tests/support/config_file.h"
 #include "tests/support/fake_launchctl_running.h"
+#include "tests/support/fake_script_running.h"
+#include "tests/support/temporary_directory.h"
 
 namespace holdenmere {
 namespace {
@@ -17,23 +20,26 @@ HeldStartupItem held(StartupSource source, const std::string& handle, const std:
 
 class StartupSourcesPass : public ::testing::Test {
 protected:
+    testing::TemporaryDirectory folder;
+    testing::ConfigFile file{folder / "config.json"};
     FakeLaunchctlRunning launchd;
-    AgentTakeover enforcer{launchd};
-    HoldenmereConfig config;
+    testing::FakeScriptRunning scripts;
 
     void SetUp() override {
-        config.heldStartup = {
+        file.stored.heldStartup = {
             held(StartupSource::launchdJob, "com.example.off", "Off"),
             held(StartupSource::launchdJob, "com.example.back", "Back"),
             held(StartupSource::appExtension, "com.example.ext", "Ext"),
             held(StartupSource::launchdJob, "com.example.kept", "Kept"),
         };
-        config.restoreOptOuts = {"launchdJob:com.example.kept"};
+        file.stored.restoreOptOuts = {"launchdJob:com.example.kept"};
         launchd.disabled = {"com.example.off"};
     }
 
     LoginOwnership::StartupSourcesResult run() {
-        return LoginOwnership::startupSourcesPass([this] { return config; }, enforcer);
+        StartupTransaction transaction = file.begin();
+        StartupChangeEngine engine(transaction, launchd, scripts);
+        return LoginOwnership::startupSourcesPass(engine);
     }
 };
 
@@ -48,30 +54,49 @@ TEST_F(StartupSourcesPass, SwitchesHeldJobsThatCameBackOnOffAgain) {
     EXPECT_EQ(launchd.changes(), (Calls{{"disable", launchdServiceTarget("com.example.back")}}));
     EXPECT_EQ(result.countsLine(), "re_assert_failed=0 re_assert_skipped=1 gracefully_quit=0");
     EXPECT_EQ(LoginOwnership::startupStepBudget(result.optOuts), 30 + 3 * 25);
+    // The records the history keeps of the held jobs.
+    const auto records = result.records(Date{5});
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].bundleIdentifier, "com.example.off");
+    EXPECT_EQ(records[0].outcome, LaunchOutcome::disabled);
+    EXPECT_EQ(records[1].detail, "switched on again since the last login; switched off again");
+    EXPECT_EQ(file.saves, 0);  // the held records are their own recovery entries
 }
 
 TEST_F(StartupSourcesPass, FailuresAndAnUnreadableDisabledList) {
     launchd.exitStatus["disable"] = 5;
     auto result = run();
-    EXPECT_EQ(result.lines.front(),
-              "Back" + kDash +
-                  "com.example.back is switched on again and could NOT be switched off: launchctl "
-                  "disable failed (exit 5)");
+    EXPECT_EQ(result.lines.front(), "Back" + kDash +
+                                        "com.example.back is switched on again and could NOT be switched off: "
+                                        "launchctl disable failed (exit 5)");
     EXPECT_EQ(result.countsLine(), "re_assert_failed=1 re_assert_skipped=1 gracefully_quit=0");
+    EXPECT_EQ(result.records(Date{0})[1].outcome, LaunchOutcome::failed);
 
     // Without the list no enabled job can be told apart: nothing is switched.
     launchd.exitStatus.clear();
     launchd.disabledListReadable = false;
     result = run();
     EXPECT_EQ(result.countsLine(), "re_assert_failed=0 re_assert_skipped=3 gracefully_quit=0");
+    EXPECT_THAT(result.lines, ::testing::Contains("skipped: Off" + kDash +
+                                                  "com.example.off was not re-checked: launchd's disabled list could "
+                                                  "not be read, so nothing was changed."));
     EXPECT_EQ(launchd.changes().size(), 1u);  // the failed one above
 }
 
-TEST_F(StartupSourcesPass, AnUnreadableConfig) {
-    auto result = LoginOwnership::startupSourcesPass(
-        []() -> HoldenmereConfig { throw ConfigStoreError(ConfigStoreError::Kind::read, "gone"); }, enforcer);
-    EXPECT_EQ(result.countsLine(), "re_assert_failed=0 re_assert_skipped=0 gracefully_quit=0 config=unreadable");
-    EXPECT_TRUE(launchd.calls().empty());
+TEST_F(StartupSourcesPass, HoldenmeresOwnJobsAreNeverSwitchedOff) {
+    file.stored.heldStartup = {held(StartupSource::launchdJob, "com.tavik.holdenmere.agent", "Holdenmere"),
+                               held(StartupSource::launchdJob, "com.tavik.holdenmere.axsampler", "Sampler")};
+    auto result = run();
+    EXPECT_TRUE(launchd.changes().empty());
+    EXPECT_EQ(result.tally.reassertSkipped, 2);
+    EXPECT_THAT(result.lines, ::testing::Each(::testing::HasSubstr("Holdenmere's own item.")));
+}
+
+TEST_F(StartupSourcesPass, AnUnreadableConfigCountsLine) {
+    LoginOwnership::StartupSourcesTally tally;
+    tally.configUnreadable = true;
+    EXPECT_EQ(LoginOwnership::countsLine({}, tally),
+              "re_assert_failed=0 re_assert_skipped=0 gracefully_quit=0 config=unreadable");
     EXPECT_EQ(LoginOwnership::startupStepBudget({}), 30);
 }
 
