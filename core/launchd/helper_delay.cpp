@@ -28,19 +28,6 @@ std::optional<std::string> HelperDelay::runChecked(const std::string& verb, cons
     return "launchctl " + verb + " failed (exit " + std::to_string(status) + ")";
 }
 
-std::optional<std::string> HelperDelay::delay(const DelayedHelper& helper) {
-    auto failure = runChecked("disable", {launchdServiceTarget(helper.label)});
-    const bool disabled = isDisabled(helper.label);
-    if (failure) return failure;
-    if (!disabled) return "helper is still enabled in launchd";
-    return std::nullopt;
-}
-
-HelperDelay::Result HelperDelay::turnOff(const DelayedHelper& helper) {
-    if (auto failure = delay(helper)) return Result::failed(std::move(*failure));
-    return Result::success();
-}
-
 bool HelperDelay::isDisabled(std::string_view label) { return launchctl_.isDisabled(label); }
 
 HelperDelay::Conversion HelperDelay::convert(const DelayedHelper& helper, DelayedHelper::Mode mode,
@@ -53,17 +40,6 @@ HelperDelay::Conversion HelperDelay::convert(const DelayedHelper& helper, Delaye
     DelayedHelper converted = helper;
     converted.mode = mode;
     return Conversion::converted(std::move(converted));
-}
-
-std::optional<std::string> HelperDelay::release(const DelayedHelper& helper) {
-    if (auto failure = runChecked("enable", {launchdServiceTarget(helper.label)})) return failure;
-    if (!launchctl_.isLoaded(helper.label)) {
-        if (!fileExists_(helper.plistPath)) return "helper plist not found at " + helper.plistPath;
-        if (auto failure = runChecked("bootstrap", {launchdDomain(), helper.plistPath})) return failure;
-    }
-    if (!launchctl_.isLoaded(helper.label)) return "helper is not loaded in launchd";
-    if (isDisabled(helper.label)) return "helper is still disabled in launchd";
-    return std::nullopt;
 }
 
 LaunchRecord HelperDelay::startAfter(const DelayedHelper& helper, Date now) {

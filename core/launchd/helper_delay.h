@@ -35,20 +35,12 @@ struct HelperDelayPolicy {
 
 // Holds a managed app's own LaunchAgent off at login: its label stays
 // disabled in launchd, and each login pass starts it once the network
-// answers and disables it again, so that the next login waits again. The
-// caller records the helper in the configuration before switching it off.
+// answers and disables it again, so that the next login waits again.
+// Holding a helper and letting it go again are changes of startup state,
+// made by the startup-change engine (record first, then switch); this class
+// starts the held helpers and converts their records.
 class HelperDelay final : public HelperStarting {
 public:
-    // The outcome of switching a helper off.
-    struct Result {
-        std::optional<std::string> failure;  // nothing on success
-
-        static Result success() { return {}; }
-        static Result failed(std::string text) { return {std::move(text)}; }
-        bool succeeded() const { return !failure.has_value(); }
-        friend bool operator==(const Result&, const Result&) = default;
-    };
-
     // The outcome of changing a recorded helper's mode.
     struct Conversion {
         std::variant<DelayedHelper, std::string> value;
@@ -68,21 +60,11 @@ public:
     // system by default.
     explicit HelperDelay(LaunchctlRunning& launchctl, FileExists fileExists = {});
 
-    // Disables the helper's label and checks that launchd took it: nothing on
-    // success, else "launchctl disable failed (exit {status})" or "helper is
-    // still enabled in launchd".
-    std::optional<std::string> delay(const DelayedHelper& helper);
-    // The same, as a Result.
-    Result turnOff(const DelayedHelper& helper);
     bool isDisabled(std::string_view label);
 
     // Records the helper in another mode: only while launchd has it disabled,
     // and as "delay" only while the login agent runs at login.
     Conversion convert(const DelayedHelper& helper, DelayedHelper::Mode mode, HoldenmereLoginAgentStatus loginAgent);
-
-    // Switches a held helper back on for good and loads it when launchd has
-    // not: nothing on success, else what went wrong.
-    std::optional<std::string> release(const DelayedHelper& helper);
 
     // Starts one recorded helper for this session and disables it again for
     // the next login; the record the login pass keeps for it.

@@ -37,24 +37,6 @@ protected:
     }
 };
 
-TEST_F(HelperDelayTest, DelayDisablesAndVerifies) {
-    EXPECT_EQ(delay.delay(helper), std::nullopt);
-    EXPECT_EQ(launchctl.changes(), (Calls{{"disable", target}}));
-    EXPECT_TRUE(delay.isDisabled(kLabel));
-    EXPECT_EQ(delay.turnOff(helper), HelperDelay::Result::success());
-
-    launchctl.exitStatus["disable"] = 3;
-    launchctl.disabled.clear();
-    EXPECT_EQ(delay.delay(helper), "launchctl disable failed (exit 3)");
-    EXPECT_EQ(delay.turnOff(helper), HelperDelay::Result::failed("launchctl disable failed (exit 3)"));
-
-    // launchctl says yes but launchd's disabled list does not show it.
-    launchctl.exitStatus.clear();
-    launchctl.disabledListReadable = false;
-    EXPECT_EQ(delay.delay(helper), "helper is still enabled in launchd");
-    EXPECT_FALSE(delay.turnOff(helper).succeeded());
-}
-
 TEST_F(HelperDelayTest, PolicyAllowsHoldingOnlyWhileTheLoginAgentRuns) {
     EXPECT_EQ(HelperDelayPolicy::refusal(Status::activeAtLogin), std::nullopt);
     for (auto status : {Status::notInstalled, Status::installedNotLoaded, Status::disabled}) {
@@ -92,48 +74,6 @@ TEST_F(HelperDelayTest, ConvertNeedsTheLabelDisabledAndDelayNeedsTheLoginAgent) 
     EXPECT_EQ(held.helper()->mode, Mode::delay);
     // Converting only asks launchd; it changes nothing.
     EXPECT_TRUE(launchctl.changes().empty());
-}
-
-TEST_F(HelperDelayTest, ReleaseEnablesAndLoadsWhenNeeded) {
-    // Loaded and disabled: enabling is enough.
-    launchctl.loaded.insert(kLabel);
-    launchctl.disabled.insert(kLabel);
-    EXPECT_EQ(delay.release(helper), std::nullopt);
-    EXPECT_EQ(launchctl.changes(), (Calls{{"enable", target}}));
-
-    // Not loaded: bootstrapped from its plist.
-    testing::FakeLaunchctlRunning cold;
-    cold.labelOfPlist[kPlist] = kLabel;
-    cold.disabled.insert(kLabel);
-    HelperDelay coldDelay{cold, [this](const std::string& path) { return files.count(path) != 0; }};
-    EXPECT_EQ(coldDelay.release(helper), std::nullopt);
-    EXPECT_EQ(cold.changes(), (Calls{{"enable", target}, {"bootstrap", launchdDomain(), kPlist}}));
-    EXPECT_TRUE(cold.loaded.count(kLabel));
-    EXPECT_FALSE(cold.disabled.count(kLabel));
-}
-
-TEST_F(HelperDelayTest, ReleaseFailures) {
-    launchctl.exitStatus["enable"] = 5;
-    EXPECT_EQ(delay.release(helper), "launchctl enable failed (exit 5)");
-    EXPECT_EQ(launchctl.changes(), (Calls{{"enable", target}}));
-    launchctl.exitStatus.clear();
-
-    files.clear();
-    EXPECT_EQ(delay.release(helper), "helper plist not found at " + kPlist);
-    files.insert(kPlist);
-
-    launchctl.exitStatus["bootstrap"] = 5;
-    EXPECT_EQ(delay.release(helper), "launchctl bootstrap failed (exit 5)");
-    launchctl.exitStatus.clear();
-
-    // Bootstrap said yes but the job is not there.
-    launchctl.labelOfPlist[kPlist] = "com.example.other";
-    EXPECT_EQ(delay.release(helper), "helper is not loaded in launchd");
-
-    launchctl.loaded.insert(kLabel);
-    launchctl.disabled.insert(kLabel);
-    launchctl.stuckDisabled.insert(kLabel);
-    EXPECT_EQ(delay.release(helper), "helper is still disabled in launchd");
 }
 
 TEST_F(HelperDelayTest, StartAfterStartsTheHelperAndDisablesItAgain) {
