@@ -56,41 +56,42 @@ bool ConfigSession::reload() {
 }
 
 bool ConfigSession::change(const std::function<bool(HoldenmereConfig&)>& edit) {
-    QString problem;
-    auto lease = tryLock(store_, problem);
-    if (!lease) {
-        emit failed(problem);
-        return false;
-    }
-    HoldenmereConfig fresh;
-    try {
-        fresh = store_.load();
-    } catch (const ConfigStoreError& error) {
-        config_ = HoldenmereConfig{};
-        setDamage(text(error.what()));
-        emit changed();
-        emit failed(text(error.what()));
-        return false;
-    }
-    setDamage({});
-    if (!edit(fresh)) {
-        config_ = std::move(fresh);
-        emit changed();
-        return false;
-    }
-    try {
-        store_.save(fresh);
-    } catch (const ConfigStoreError& error) {
-        // What is on disk is still what was read; show that.
-        try {
-            config_ = store_.load();
-        } catch (const ConfigStoreError&) {
+    // The same transaction as every change of startup state: the lock taken
+    // without waiting, the file read under it, one atomic save.
+    auto begun = StartupTransaction::begin(ConfigAccess::of(store_), StartupTransaction::Wait::never);
+    if (const auto* failure = std::get_if<StartupTransaction::Failure>(&begun)) {
+        switch (failure->kind) {
+            case StartupTransaction::Failure::Kind::lockBusy:
+                emit failed(lockBusyText());
+                break;
+            case StartupTransaction::Failure::Kind::lockUnavailable:
+                emit failed(QStringLiteral("Could not lock the settings: %1").arg(text(failure->reason)));
+                break;
+            case StartupTransaction::Failure::Kind::configUnreadable:
+                config_ = HoldenmereConfig{};
+                setDamage(text(failure->reason));
+                emit changed();
+                emit failed(text(failure->reason));
+                break;
         }
-        emit changed();
-        emit failed(text(error.what()));
         return false;
     }
-    config_ = std::move(fresh);
+    auto& transaction = std::get<StartupTransaction>(begun);
+    setDamage({});
+    HoldenmereConfig edited = transaction.config();
+    if (!edit(edited)) {
+        config_ = transaction.config();
+        emit changed();
+        return false;
+    }
+    if (auto failure = transaction.commit([&edit](HoldenmereConfig& fresh) { (void)edit(fresh); })) {
+        // What is on disk is still what was read; show that.
+        config_ = transaction.config();
+        emit changed();
+        emit failed(text(*failure));
+        return false;
+    }
+    config_ = transaction.config();
     emit changed();
     return true;
 }
