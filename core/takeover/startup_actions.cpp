@@ -220,6 +220,8 @@ ActionOutcome StartupActions::setHelperMode(const DelayedHelper& helper, std::op
                 recorded.name + kDash + recorded.label, recorded.label, recorded.plistPath,
                 [label = recorded.label](HoldenmereConfig& config) {
                     std::erase_if(config.delayedHelpers, [&](const DelayedHelper& existing) { return existing.label == label; });
+                    // Asked to start with macOS: no longer one to keep off.
+                    std::erase(config.keptOff, label);
                 });
             if (result.succeeded()) {
                 outcome.add(recorded.name + " starts with macOS again.");

@@ -266,9 +266,18 @@ StartupChangeOutcome StartupChangeEngine::reassertJob(const HeldStartupItem& ite
 StartupChangeOutcome StartupChangeEngine::holdHelper(const DelayedHelper& helper) {
     const std::string subject = helper.name + kDash + helper.label;
     if (isOwnLabel(helper.label) || isOwnBundle(helper.appBundleIdentifier)) return refused(subject, kOwnItem);
+    if (stopped()) return refused(subject, kOutOfTime);
+    // Read first: a list that cannot be read is no ground to change anything,
+    // and a helper that was off already is kept off by a give-back too.
+    const auto disabled = launchctl_.disabledLabels();
+    if (!disabled) return refused(subject, kDisabledListUnreadable);
+    const bool wasOff = disabled->count(helper.label) != 0;
     const bool knownBefore = std::any_of(config().delayedHelpers.begin(), config().delayedHelpers.end(),
                                          [&](const DelayedHelper& held) { return held.label == helper.label; });
-    auto recordHelper = [helper](HoldenmereConfig& config) {
+
+    StartupStep step;
+    step.subject = subject;
+    step.record = [helper, wasOff](HoldenmereConfig& config) {
         auto held = std::find_if(config.delayedHelpers.begin(), config.delayedHelpers.end(),
                                  [&](const DelayedHelper& existing) { return existing.label == helper.label; });
         if (held == config.delayedHelpers.end()) {
@@ -276,16 +285,8 @@ StartupChangeOutcome StartupChangeEngine::holdHelper(const DelayedHelper& helper
         } else {
             *held = helper;
         }
+        if (wasOff) config.keepOff({helper.label});
     };
-    StartupStep step;
-    step.subject = subject;
-    // Read first: a list that cannot be read is no ground to change anything.
-    step.isDone = [this]() -> std::optional<bool> {
-        if (!launchctl_.disabledLabels()) return std::nullopt;
-        return false;
-    };
-    step.unreadableBefore = std::string(kDisabledListUnreadable);
-    step.record = recordHelper;
     step.apply = [this, label = helper.label] { return launchctlRun({"disable", launchdServiceTarget(label)}); };
     step.confirm = labelDisabled(helper.label, true);
     step.notTaken = "helper is still enabled in launchd";

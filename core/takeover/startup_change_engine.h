@@ -141,7 +141,9 @@ public:
     // Switches a held launchd job off again where launchd lists it enabled;
     // its held record is its recovery entry.
     StartupChangeOutcome reassertJob(const HeldStartupItem& item);
-    // Holds a helper ("delay" or "off"): recorded as a DelayedHelper first.
+    // Holds a helper ("delay" or "off"): recorded as a DelayedHelper first;
+    // one that launchd had off already is also noted in "keptOff", so that
+    // giving startup back leaves it off.
     StartupChangeOutcome holdHelper(const DelayedHelper& helper);
     // Switches a job back on (and loads its plist when launchd has not), then
     // runs `forget` on the ledger. Used to give back agents, held helpers

@@ -158,6 +158,8 @@ private:
             if (listed(config.restoreOptOuts, helper.label) ||
                 listed(config.restoreOptOuts, helper.appBundleIdentifier)) {
                 add({Source::heldHelpers, helper.name, helper.label + ": " + kOptedOut, Outcome::optedOut});
+            } else if (listed(config.keptOff, helper.label)) {
+                helperLeftOff(helper);
             } else if (dryRun_) {
                 add({Source::heldHelpers, helper.name, "switch " + helper.label + " back on", Outcome::wouldGiveBack});
             } else {
@@ -172,6 +174,19 @@ private:
                     outcome);
             }
         }
+    }
+
+    // A helper that was off when Holdenmere began to hold it stays off.
+    void helperLeftOff(const DelayedHelper& helper) {
+        const std::string detail = helper.label + " was already off when Holdenmere began to hold it";
+        if (dryRun_) {
+            add({Source::heldHelpers, helper.name, detail + "; would leave it off", Outcome::leftOff});
+            return;
+        }
+        noteLedgerFailure(engine_.transaction().commit([label = helper.label](HoldenmereConfig& fresh) {
+            std::erase_if(fresh.delayedHelpers, [&](const DelayedHelper& held) { return held.label == label; });
+        }));
+        add({Source::heldHelpers, helper.name, detail, Outcome::leftOff});
     }
 
     void heldStartup(const HoldenmereConfig& config) {

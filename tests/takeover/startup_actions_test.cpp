@@ -152,6 +152,20 @@ TEST_F(StartupActionsTest, HelperModesHoldReleaseAndConvert) {
     EXPECT_TRUE(file.stored.delayedHelpers.empty());
 }
 
+TEST_F(StartupActionsTest, AHelperThatWasOffWhenHeldStaysOffWhenEverythingIsGivenBack) {
+    const DelayedHelper helper{"com.example.notes.helper", "/L/helper.plist", "com.example.notes", "Notes Helper",
+                               DelayedHelper::Mode::off};
+    launchd.disabled = {helper.label};
+    EXPECT_TRUE(actions.setHelperMode(helper, DelayedHelper::Mode::off, HoldenmereLoginAgentStatus::notInstalled).ok);
+    EXPECT_EQ(file.stored.keptOff, std::vector<std::string>{helper.label});
+
+    const auto outcome = actions.giveEverythingBack([] { return std::optional<std::string>(); });
+    EXPECT_THAT(outcome.lines, Contains("held helpers: left off: Notes Helper" + kDash + helper.label +
+                                        " was already off when Holdenmere began to hold it"));
+    EXPECT_TRUE(launchd.disabled.count(helper.label));
+    EXPECT_TRUE(file.stored.delayedHelpers.empty());
+}
+
 TEST_F(StartupActionsTest, RepairSaysSoWhenLaunchdCannotBeRead) {
     const HelperRepair::Candidate candidate{"com.example.sync.agent", "Sync", "com.example.sync", "disabled"};
     launchd.disabled = {candidate.label};
