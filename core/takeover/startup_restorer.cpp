@@ -95,6 +95,11 @@ private:
                 const std::string detail = item.path + (item.hidden ? " (hidden)" : "");
                 if (listed(config.restoreOptOuts, record.bundleIdentifier)) {
                     add({Source::loginItems, record.name, detail + ": " + kOptedOut, Outcome::optedOut});
+                } else if (StartupChangeEngine::isOwnBundle(record.bundleIdentifier)) {
+                    leaveOwnItem(Source::loginItems, record.name, item.path,
+                                 [identifier = record.bundleIdentifier, path = item.path](HoldenmereConfig& fresh) {
+                                     fresh.forgetLoginItem(identifier, path);
+                                 });
                 } else if (dryRun_ && !engine_.exists(item.path)) {
                     add({Source::loginItems, record.name, item.path + ": it no longer exists" + kKept,
                          Outcome::wouldFail});
@@ -117,6 +122,12 @@ private:
                 if (recordOptedOut || listed(config.restoreOptOuts, agent.label) ||
                     listed(config.restoreOptOuts, "launchdJob:" + agent.label)) {
                     add({Source::launchAgents, record.name, agent.label + ": " + kOptedOut, Outcome::optedOut});
+                } else if (StartupChangeEngine::isOwnLabel(agent.label) ||
+                           StartupChangeEngine::isOwnBundle(record.bundleIdentifier)) {
+                    leaveOwnItem(Source::launchAgents, record.name, agent.label,
+                                 [identifier = record.bundleIdentifier, label = agent.label](HoldenmereConfig& fresh) {
+                                     fresh.forgetAgent(identifier, label);
+                                 });
                 } else if (agent.inferred || agent.unconfirmed) {
                     leaveAgentOff(record, agent);
                 } else if (dryRun_) {
@@ -158,6 +169,13 @@ private:
             if (listed(config.restoreOptOuts, helper.label) ||
                 listed(config.restoreOptOuts, helper.appBundleIdentifier)) {
                 add({Source::heldHelpers, helper.name, helper.label + ": " + kOptedOut, Outcome::optedOut});
+            } else if (StartupChangeEngine::isOwnLabel(helper.label) ||
+                       StartupChangeEngine::isOwnBundle(helper.appBundleIdentifier)) {
+                leaveOwnItem(Source::heldHelpers, helper.name, helper.label,
+                             [label = helper.label](HoldenmereConfig& fresh) {
+                                 std::erase_if(fresh.delayedHelpers,
+                                               [&](const DelayedHelper& held) { return held.label == label; });
+                             });
             } else if (listed(config.keptOff, helper.label)) {
                 helperLeftOff(helper);
             } else if (dryRun_) {
@@ -195,6 +213,10 @@ private:
             if (listed(config.restoreOptOuts, item.handle) || listed(config.restoreOptOuts, row) ||
                 (item.ownerBundleIdentifier && listed(config.restoreOptOuts, *item.ownerBundleIdentifier))) {
                 add({Source::heldStartup, item.name, item.handle + ": " + kOptedOut, Outcome::optedOut});
+            } else if (StartupChangeEngine::isOwnLabel(item.handle) ||
+                       (item.ownerBundleIdentifier && StartupChangeEngine::isOwnBundle(*item.ownerBundleIdentifier))) {
+                leaveOwnItem(Source::heldStartup, item.name, item.handle,
+                             [item](HoldenmereConfig& fresh) { fresh.release(item); });
             } else if (item.source != StartupSource::launchdJob) {
                 add({Source::heldStartup, item.name,
                      "this build cannot switch " + std::string(rawValue(item.source)) + " items back on; kept in the ledger",
@@ -212,6 +234,21 @@ private:
                     outcome);
             }
         }
+    }
+
+    // Holdenmere never switches its own items off, so an entry that names
+    // one (a configuration edited by hand, or written by an older version)
+    // records no change of Holdenmere's: the item is not touched, and the
+    // entry leaves the ledger instead of failing every give-back.
+    void leaveOwnItem(Source source, const std::string& name, const std::string& handle,
+                      const StartupStep::Change& forget) {
+        const std::string detail = handle + " is Holdenmere's own item, which it never switches off; left as it is";
+        if (dryRun_) {
+            add({source, name, "would leave " + detail, Outcome::leftOff});
+            return;
+        }
+        noteLedgerFailure(engine_.transaction().commit(forget));
+        add({source, name, detail, Outcome::leftOff});
     }
 
     // Only what Holdenmere switched off is given back.

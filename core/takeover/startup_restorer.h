@@ -18,9 +18,10 @@ namespace holdenmere {
 // back, and only what Holdenmere is known to have switched off: an entry it
 // found off (inferred, or a held item whose previous state was off) or one
 // whose switch-off was never confirmed stays off, with the way to switch it
-// on. Identifiers in "restoreOptOuts" are left as they are. What was given
-// back leaves the ledger as it is given back; what failed stays for the
-// next try.
+// on. Holdenmere's own bundle and launchd jobs are never touched: an entry
+// that names one leaves the ledger as it is left. Identifiers in
+// "restoreOptOuts" are left as they are. What was given back leaves the
+// ledger as it is given back; what failed stays for the next try.
 class StartupRestorer {
 public:
     // Where an entry came from, in the order they are given back.

@@ -204,6 +204,34 @@ TEST_F(StartupRestorerTest, AFailedLedgerSaveAfterAGiveBackIsReported) {
     EXPECT_TRUE(testing::recordsLoginItem(file.stored, "/Applications/Mail.app"));
 }
 
+TEST_F(StartupRestorerTest, HoldenmeresOwnItemsInTheLedgerAreLeftAsTheyAreAndLeaveIt) {
+    const std::string own = "com.tavik.holdenmere.agent";
+    config = HoldenmereConfig{};
+    config.takeovers = {{"com.tavik.holdenmere", "Holdenmere", {{"/Applications/Holdenmere.app", false}}, {}},
+                        {"com.example.mail", "Mail", {}, {{own, "/L/own.plist", false}}}};
+    config.delayedHelpers = {{own, "/L/own.plist", "com.example.mail", "Mail", DelayedHelper::Mode::delay}};
+    config.heldStartup = {{StartupSource::launchdJob, own, std::nullopt, "Agent", "on", "/L/own.plist", Date{0}}};
+    launchd.disabled = {own};
+    const std::string left = " is Holdenmere's own item, which it never switches off; left as it is";
+
+    EXPECT_EQ(giveBack(true).entries[0].line(),
+              "Login Items: left off: Holdenmere" + kDash + "would leave /Applications/Holdenmere.app" + left);
+    EXPECT_EQ(file.saves, 0);
+    auto report = giveBack(false);
+    EXPECT_EQ(lines(report), (std::vector<std::string>{
+                                 "Login Items: left off: Holdenmere" + kDash + "/Applications/Holdenmere.app" + left,
+                                 "LaunchAgents: left off: Mail" + kDash + own + left,
+                                 "held helpers: left off: Mail" + kDash + own + left,
+                                 "held startup items: left off: Agent" + kDash + own + left,
+                             }));
+    EXPECT_FALSE(report.anyFailed());
+    EXPECT_TRUE(launchd.changes().empty());
+    EXPECT_TRUE(scripts.scripts().empty());
+    EXPECT_TRUE(file.stored.takeovers.empty());
+    EXPECT_TRUE(file.stored.delayedHelpers.empty());
+    EXPECT_TRUE(file.stored.heldStartup.empty());
+}
+
 TEST(StartupRestorerHang, AHangingLaunchctlIsAFailureKeptInTheLedger) {
     testing::TemporaryDirectory folder;
     testing::FakeLaunchctlTool tool;
