@@ -84,7 +84,8 @@ Value convert(plist_t node, int depth) {
                 }
                 std::string name = key == nullptr ? std::string() : std::string(key);
                 std::free(key);
-                entries.emplace_back(std::move(name), convert(value, depth + 1));
+                // Braces: clang before 16 has no parenthesised aggregate initialisation.
+                entries.push_back(DictionaryEntry{std::move(name), convert(value, depth + 1)});
             }
             std::free(iterator);
             return Value{std::move(entries)};
