@@ -71,7 +71,6 @@ std::vector<LaunchRecord> AppLauncher::launchAll(const std::vector<ManagedApp>& 
                    "duplicate bundle identifier already requested (" + identifier + ")");
             continue;
         }
-        requested.insert(identifier);
         if (system_.isRunning(identifier)) {
             settle(index, LaunchOutcome::alreadyRunning, "already running (" + identifier + ")");
             continue;
@@ -80,6 +79,10 @@ std::vector<LaunchRecord> AppLauncher::launchAll(const std::vector<ManagedApp>& 
             settle(index, LaunchOutcome::missing, "no application bundle at " + app.path);
             continue;
         }
+
+        // Only an app that is really opened claims its identifier: a running
+        // or missing entry must not keep a later one of the same app closed.
+        requested.insert(identifier);
 
         const double scheduled = offset(app.delaySeconds);
         const double wait = scheduled - (clock_.uptime() - start);

@@ -72,6 +72,27 @@ TEST_F(AppLauncherTest, SkipRulesComeBeforeAnyWaiting) {
     EXPECT_EQ(system.begun().size(), 1u);
 }
 
+// Only an entry that is really opened claims its bundle identifier: a
+// missing copy of an app listed first does not keep the real one closed.
+TEST_F(AppLauncherTest, ADuplicateIdentifierBlocksOnlyAnAppReallyRequested) {
+    std::vector<ManagedApp> apps = {app("Mail"), app("Mail"), app("Mail")};
+    apps[0].path = "/Volumes/Old/Mail.app";
+    install({apps[1]});
+    auto records = launcher.launchAll(apps);
+    EXPECT_EQ(records[0].outcome, LaunchOutcome::missing);
+    EXPECT_EQ(records[1].outcome, LaunchOutcome::launched);
+    EXPECT_EQ(records[1].detail, "launched [issued +0.0s] [late +0.0s]");
+    EXPECT_EQ(records[2].detail, "duplicate bundle identifier already requested (com.example.Mail)");
+    ASSERT_EQ(system.begun().size(), 1u);
+    EXPECT_EQ(system.begun()[0].path, "/Applications/Mail.app");
+
+    // One that runs already: every entry of it reads so, none is a duplicate.
+    system.running = {"com.example.Mail"};
+    records = launcher.launchAll({app("Mail"), app("Mail")});
+    EXPECT_EQ(records[0].detail, "already running (com.example.Mail)");
+    EXPECT_EQ(records[1].detail, "already running (com.example.Mail)");
+}
+
 TEST_F(AppLauncherTest, OffsetsAreMeasuredFromTheStart) {
     std::vector<ManagedApp> apps = {app("Three", 3), app("Ninety", 90, true), app("Zero", 0)};
     install(apps);
