@@ -63,7 +63,7 @@ struct Pass {
         : helperDelay(services.launchctl),
           helpers(helperDelay),
           gate(services.probe, services.clock),
-          launcher(services.apps, services.clock),
+          launcher(services.apps, services.clock, services.mainLoop),
           runner(gate, launcher, services.clock, &helpers) {}
 
     HelperDelay helperDelay;
@@ -77,6 +77,7 @@ struct Pass {
 // outlives the probe's abandoned attempts.
 struct SystemGateServices {
     SystemClock clock;
+    SystemMainLoop mainLoop;
     URLSessionProbe probe;
     SystemAppRunning apps;
     std::unique_ptr<LaunchctlRunning> launchctl = makeSystemLaunchctl();
@@ -88,7 +89,8 @@ struct SystemGateServices {
                           *scripts,
                           [] { return SystemDaemonScanner{}.appPaths(); },
                           Bundle::main(),
-                          static_cast<int>(::getpid())};
+                          static_cast<int>(::getpid()),
+                          mainLoop};
 };
 
 // The startup-sources step: held launchd jobs switched off again where
@@ -214,7 +216,7 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
         plan = pass->runner.run(config);
         done->raise();
     });
-    if (!waitWithDeadline(services.clock, *done, config.runTimeout())) {
+    if (!waitWithDeadline(services.clock, services.mainLoop, *done, config.runTimeout())) {
         out << kTag << "ERROR: gate run timed out" << kDash
             << "run incomplete; some apps may already have launched\n";
         out.flush();
@@ -259,7 +261,7 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
         runStartupSourcesStep(*step, services, store, records, systemDaemonAppPaths, switchedOff);
         step->done.raise();
     });
-    const bool stepFinished = waitWithDeadline(services.clock, step->done, stepBudget);
+    const bool stepFinished = waitWithDeadline(services.clock, services.mainLoop, step->done, stepBudget);
     if (stepFinished) {
         stepWorker.join();
         for (const auto& line : step->take()) out << kTag << line << '\n';
@@ -272,8 +274,8 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     out.flush();
 
     // Open the desktop app quietly when the settings ask for it.
-    if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle,
-                                                          services.processIdentifier, services.apps, services.clock)) {
+    if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle, services.processIdentifier,
+                                                           services.apps, services.clock, services.mainLoop)) {
         out << kTag << *line << '\n';
     }
     out.flush();

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "core/apps/launch_cancellation.h"
 
 namespace holdenmere {
 
@@ -30,6 +33,9 @@ struct OpenOptions {
     bool activates = true;     // bring it to the front
     bool newInstance = false;  // start another instance even when one runs
     std::vector<std::string> arguments;
+    // When given and cancelled, a hidden confirmation still running ends at
+    // once with "launch confirmation cancelled".
+    std::shared_ptr<LaunchCancellation> cancellation;
 };
 
 // Whether apps run and opening them, behind a seam so that the launcher and

@@ -185,8 +185,9 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
             return state;
         },
         [] { return true; }};
-    HiddenLaunchConfirmation::start({}, hooks, application,
-                                    [request](LaunchAttempt attempt) { request->deliver(std::move(attempt)); });
+    HiddenLaunchConfirmation::start(
+        {}, hooks, application, [request](LaunchAttempt attempt) { request->deliver(std::move(attempt)); },
+        options.cancellation);
 }
 
 }  // namespace holdenmere

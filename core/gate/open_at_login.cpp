@@ -33,8 +33,8 @@ std::optional<std::string_view> OpenAtLogin::offWarning(HoldenmereLoginAgentStat
 }
 
 std::optional<std::string> OpenAtLogin::openHoldenmereIfRequested(const GateSettings& settings,
-                                                                   const std::optional<Bundle>& bundle, int ownProcess,
-                                                                   AppRunning& apps, Clock& clock) {
+                                                                  const std::optional<Bundle>& bundle, int ownProcess,
+                                                                  AppRunning& apps, Clock& clock, MainLoop& mainLoop) {
     if (!settings.openAppAtLogin) return std::nullopt;
     if (!bundle || bundle->path.extension() != ".app") {
         return "open-at-login: skipped \xE2\x80\x94 not running from an app bundle";
@@ -64,7 +64,7 @@ std::optional<std::string> OpenAtLogin::openHoldenmereIfRequested(const GateSett
         }
         answer->arrived.raise();
     });
-    if (!waitWithDeadline(clock, answer->arrived, kOpenTimeLimit)) {
+    if (!waitWithDeadline(clock, mainLoop, answer->arrived, kOpenTimeLimit)) {
         return "open-at-login: no answer from LaunchServices within 20s";
     }
     std::lock_guard lock(answer->mutex);

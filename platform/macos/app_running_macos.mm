@@ -68,6 +68,7 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
     request->startTimeLimit(scheduleOnQueue, kOpenTimeLimit);
     Implementation* implementation = implementation_;
     const bool hidden = options.hidden;
+    const std::shared_ptr<LaunchCancellation> cancellation = options.cancellation;
     @autoreleasepool {
         NSWorkspaceOpenConfiguration* configuration = [NSWorkspaceOpenConfiguration configuration];
         configuration.hides = hidden;
@@ -119,9 +120,9 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
                          NSRunningApplication* current = watched;
                          return current != nil && [current hide];
                      }};
-                 HiddenLaunchConfirmation::start({}, hooks, application, [request](LaunchAttempt attempt) {
-                     request->deliver(std::move(attempt));
-                 });
+                 HiddenLaunchConfirmation::start(
+                     {}, hooks, application, [request](LaunchAttempt attempt) { request->deliver(std::move(attempt)); },
+                     cancellation);
                }];
     }
 }

@@ -3,6 +3,8 @@
 #include <signal.h>
 
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -70,6 +72,21 @@ TEST_F(SystemAppRunningTest, AHiddenLaunchIsConfirmedWhileTheAppLives) {
     auto quick = makeBundle("Quick", id("quick"), "QuickApp");
     EXPECT_EQ(system.launch(quick, options),
               LaunchAttempt::unconfirmed("application terminated before hidden confirmation"));
+}
+
+// A hidden launch whose caller no longer waits ends its confirmation at
+// once (here: already given up when the app was started) instead of
+// watching on through its checks.
+TEST_F(SystemAppRunningTest, ACancelledHiddenLaunchEndsItsConfirmation) {
+    auto path = makeBundle("Hidden", id("hidden"), "LingeringApp");
+    OpenOptions options;
+    options.hidden = true;
+    options.cancellation = std::make_shared<LaunchCancellation>();
+    options.cancellation->cancel();
+    auto answer = std::make_shared<std::optional<LaunchAttempt>>();
+    system.begin(path, options, [answer](LaunchAttempt attempt) { *answer = std::move(attempt); });
+    EXPECT_EQ(*answer, LaunchAttempt::unconfirmed("launch confirmation cancelled"));
+    EXPECT_TRUE(system.isRunning(id("hidden")));
 }
 
 TEST_F(SystemAppRunningTest, BrokenBundlesFailWithTheirReason) {

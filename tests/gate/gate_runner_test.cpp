@@ -6,6 +6,7 @@
 #include "core/gate/open_at_login.h"
 #include "tests/support/fake_app_running.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/fake_main_loop.h"
 #include "tests/support/fake_probe.h"
 #include "tests/support/temporary_directory.h"
 
@@ -15,6 +16,7 @@ namespace {
 using ::testing::ElementsAre;
 using testing::FakeAppRunning;
 using testing::FakeClock;
+using testing::FakeMainLoop;
 using testing::FakeProbe;
 
 class RecordingHelpers final : public HelperStarting {
@@ -32,8 +34,9 @@ protected:
     FakeClock clock;
     FakeProbe probe{clock};
     FakeAppRunning apps{clock};
+    FakeMainLoop loop;
     ReachabilityGate gate{probe, clock};
-    AppLauncher launcher{apps, clock};
+    AppLauncher launcher{apps, clock, loop};
     RecordingHelpers helpers;
     GateRunner runner{gate, launcher, clock, &helpers};
     HoldenmereConfig config;
@@ -108,23 +111,33 @@ TEST_F(GateRunnerTest, UnreachableNetworkWithAndWithoutLaunchAnyway) {
     EXPECT_EQ(plan.records[1].detail, "network unreachable after 6s \xE2\x80\x94 disabled in Holdenmere");
 }
 
-TEST(WaitWithDeadline, WaitsInSlicesUntilDoneOrTheDeadline) {
+TEST(WaitWithDeadline, WaitsInSlicesOfTheMainLoopUntilDoneOrTheDeadline) {
     FakeClock clock;
+    FakeMainLoop loop;
     Signal done;
-    EXPECT_FALSE(waitWithDeadline(clock, done, 0.2));
+    EXPECT_FALSE(waitWithDeadline(clock, loop, done, 0.2));
     double waited = 0;
-    for (double slice : clock.waits()) {
+    for (double slice : loop.slices()) {
         EXPECT_LE(slice, 0.05 + 1e-9);
         waited += slice;
     }
     EXPECT_NEAR(waited, 0.2, 1e-9);
+
+    // What the main loop delivers ends the wait at the slice that runs it.
+    Signal answered;
+    loop.post(clock.uptime() + 0.12, [&] { answered.raise(); });
+    const auto before = loop.slices().size();
+    EXPECT_TRUE(waitWithDeadline(clock, loop, answered, 330));
+    EXPECT_EQ(loop.slices().size() - before, 4u);
+
     done.raise();
-    EXPECT_TRUE(waitWithDeadline(clock, done, 330));
+    EXPECT_TRUE(waitWithDeadline(clock, loop, done, 330));
 }
 
 class OpenAtLoginTest : public ::testing::Test {
 protected:
     FakeClock clock;
+    FakeMainLoop loop;
     FakeAppRunning apps{clock};
     testing::TemporaryDirectory folder;
     GateSettings settings;
@@ -138,7 +151,7 @@ protected:
                            "</string></dict></plist>");
     }
     std::optional<std::string> open() {
-        return OpenAtLogin::openHoldenmereIfRequested(settings, bundle, 100, apps, clock);
+        return OpenAtLogin::openHoldenmereIfRequested(settings, bundle, 100, apps, clock, loop);
     }
 };
 

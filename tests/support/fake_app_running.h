@@ -1,18 +1,23 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "core/apps/app_running.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/fake_main_loop.h"
 
 namespace holdenmere::testing {
 
 // Apps as a test sets them up: which run, which bundles exist, and how each
 // launch ends and after how many (fake) seconds. Records every launch begun.
+// With a main loop attached, answers come the way the workspace gives them:
+// through the main loop, `takes` seconds after the launch began.
 class FakeAppRunning final : public AppRunning {
 public:
     struct Behaviour {
@@ -28,13 +33,16 @@ public:
 
     explicit FakeAppRunning(FakeClock& clock) : clock_(clock) {}
 
+    static constexpr int kRunningProcess = 4242;  // the process of every running app
+
     std::set<std::string> running;   // bundle identifiers
     std::set<std::string> bundles;   // paths that exist
     std::map<std::string, Behaviour> behaviours;  // by path; default: opened at once
+    FakeMainLoop* mainLoop = nullptr;
 
     std::vector<int> processIdentifiers(const std::string& bundleIdentifier) override {
         std::lock_guard lock(mutex_);
-        return running.count(bundleIdentifier) ? std::vector<int>{4242} : std::vector<int>{};
+        return running.count(bundleIdentifier) ? std::vector<int>{kRunningProcess} : std::vector<int>{};
     }
     bool exists(const std::string& path) override {
         std::lock_guard lock(mutex_);
@@ -50,6 +58,10 @@ public:
                 held_.push_back({std::move(completion), behaviour.attempt});
                 return;
             }
+        }
+        if (mainLoop != nullptr) {
+            answerThroughMainLoop(behaviour, std::move(completion));
+            return;
         }
         clock_.advance(behaviour.takes);
         completion(behaviour.attempt);
@@ -69,6 +81,11 @@ public:
     }
 
 private:
+    void answerThroughMainLoop(const Behaviour& behaviour, Completion completion) {
+        mainLoop->post(clock_.uptime() + behaviour.takes,
+                       [completion = std::move(completion), attempt = behaviour.attempt] { completion(attempt); });
+    }
+
     FakeClock& clock_;
     mutable std::mutex mutex_;
     std::vector<Begun> begun_;
