@@ -89,6 +89,27 @@ TEST_F(SystemAppRunningTest, ACancelledHiddenLaunchEndsItsConfirmation) {
     EXPECT_TRUE(system.isRunning(id("hidden")));
 }
 
+// The process table tells what each process was started with, so a
+// headless run of an app's executable can be told from the app itself.
+TEST_F(SystemAppRunningTest, TellsTheArgumentsOfARunningProcess) {
+    auto path = makeBundle("Lingering", id("lingering"), "LingeringApp");
+    OpenOptions options;
+    options.arguments = {"--gate", "two words", ""};
+    ASSERT_EQ(system.launch(path, options), LaunchAttempt::opened());
+    auto pids = system.processIdentifiers(id("lingering"));
+    ASSERT_EQ(pids.size(), 1u);
+    // The kernel shows the new executable a moment before the arguments of
+    // a process still finishing its exec: until then they are not told.
+    auto arguments = system.arguments(pids[0]);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!arguments && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        arguments = system.arguments(pids[0]);
+    }
+    EXPECT_EQ(arguments, (std::vector<std::string>{path + "/Contents/MacOS/LingeringApp", "--gate", "two words", ""}));
+    EXPECT_EQ(system.arguments(-1), std::nullopt);
+}
+
 TEST_F(SystemAppRunningTest, BrokenBundlesFailWithTheirReason) {
     EXPECT_FALSE(system.exists((folder / "None.app").string()));
     EXPECT_EQ(system.launch((folder / "None.app").string(), {}),

@@ -185,5 +185,55 @@ TEST_F(OpenAtLoginTest, EachOtherOutcome) {
     EXPECT_EQ(open(), "open-at-login: skipped \xE2\x80\x94 not running from an app bundle");
 }
 
+// The workspace answers through the main loop. The step grants it 20 s: an
+// answer at 17 s is an opened app, none by 20 s is the step's own line, and
+// no shorter limit of the launch itself cuts in first.
+TEST_F(OpenAtLoginTest, WaitsTwentySecondsForTheAnswer) {
+    apps.mainLoop = &loop;
+    const std::string path = (folder / "Holdenmere.app").string();
+    apps.behaviours[path] = {LaunchAttempt::opened(), 17};
+    const double start = clock.uptime();
+    EXPECT_EQ(open(), "open-at-login: opened Holdenmere");
+    EXPECT_GE(clock.uptime() - start, 17.0);
+    EXPECT_LT(clock.uptime() - start, 17.1);
+
+    apps.behaviours[path] = {
+        LaunchAttempt::failed("The application could not be launched [NSOSStatusErrorDomain -10810]"), 19.9};
+    EXPECT_EQ(open(),
+              "open-at-login: could NOT open Holdenmere \xE2\x80\x94 The application could not be launched "
+              "[NSOSStatusErrorDomain -10810]");
+
+    apps.behaviours[path] = {LaunchAttempt::opened(), 20.5};
+    const double late = clock.uptime();
+    EXPECT_EQ(open(), "open-at-login: no answer from LaunchServices within 20s");
+    EXPECT_NEAR(clock.uptime() - late, 20.0, 1e-6);
+}
+
+// Away from macOS every process of the executable is listed under its
+// bundle identifier: a login pass or an audit running beside this one is
+// no open desktop app; one started without a mode, or opened quietly, is.
+TEST_F(OpenAtLoginTest, HeadlessRunsOfTheExecutableAreNotAnOpenApp) {
+    const std::string executable = (folder / "Holdenmere.app/Contents/MacOS/holdenmere").string();
+    apps.running.insert("com.tavik.holdenmere");
+    const int other = FakeAppRunning::kRunningProcess;
+    for (const char* mode : {"--gate", "--audit", "--restore-startup", "--repair-helpers", "--version"}) {
+        apps.processArguments[other] = {executable, mode};
+        EXPECT_EQ(open(), "open-at-login: opened Holdenmere") << mode;
+    }
+    apps.processArguments[other] = {executable, "--repair-helpers", "--dry-run"};
+    EXPECT_EQ(open(), "open-at-login: opened Holdenmere");
+    for (const std::vector<std::string>& desktop :
+         {std::vector<std::string>{executable}, {executable, "--opened-at-login"}, {executable, "-psn_0_4242"}}) {
+        apps.processArguments[other] = desktop;
+        EXPECT_EQ(open(), "open-at-login: Holdenmere is already open");
+    }
+    // Where the platform does not tell, a listed process is an open app.
+    apps.processArguments.clear();
+    EXPECT_EQ(open(), "open-at-login: Holdenmere is already open");
+
+    EXPECT_TRUE(OpenAtLogin::isDesktopApp({executable, "-NSDocumentRevisionsDebugMode", "YES"}));
+    EXPECT_FALSE(OpenAtLogin::isDesktopApp({executable, "--opened-at-login", "--gate"}));
+}
+
 }  // namespace
 }  // namespace holdenmere

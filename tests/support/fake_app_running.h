@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/apps/app_running.h"
+#include "core/apps/launch_request.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_main_loop.h"
 
@@ -17,7 +18,8 @@ namespace holdenmere::testing {
 // Apps as a test sets them up: which run, which bundles exist, and how each
 // launch ends and after how many (fake) seconds. Records every launch begun.
 // With a main loop attached, answers come the way the workspace gives them:
-// through the main loop, `takes` seconds after the launch began.
+// through the main loop, `takes` seconds after the launch began, and under
+// the launch's own time limit (the same request logic as the real ones).
 class FakeAppRunning final : public AppRunning {
 public:
     struct Behaviour {
@@ -38,11 +40,18 @@ public:
     std::set<std::string> running;   // bundle identifiers
     std::set<std::string> bundles;   // paths that exist
     std::map<std::string, Behaviour> behaviours;  // by path; default: opened at once
+    std::map<int, std::vector<std::string>> processArguments;  // what arguments() tells, by process
     FakeMainLoop* mainLoop = nullptr;
 
     std::vector<int> processIdentifiers(const std::string& bundleIdentifier) override {
         std::lock_guard lock(mutex_);
         return running.count(bundleIdentifier) ? std::vector<int>{kRunningProcess} : std::vector<int>{};
+    }
+    std::optional<std::vector<std::string>> arguments(int processIdentifier) override {
+        std::lock_guard lock(mutex_);
+        auto found = processArguments.find(processIdentifier);
+        if (found == processArguments.end()) return std::nullopt;
+        return found->second;
     }
     bool exists(const std::string& path) override {
         std::lock_guard lock(mutex_);
@@ -60,7 +69,7 @@ public:
             }
         }
         if (mainLoop != nullptr) {
-            answerThroughMainLoop(behaviour, std::move(completion));
+            answerThroughMainLoop(options, behaviour, std::move(completion));
             return;
         }
         clock_.advance(behaviour.takes);
@@ -81,9 +90,21 @@ public:
     }
 
 private:
-    void answerThroughMainLoop(const Behaviour& behaviour, Completion completion) {
-        mainLoop->post(clock_.uptime() + behaviour.takes,
-                       [completion = std::move(completion), attempt = behaviour.attempt] { completion(attempt); });
+    void answerThroughMainLoop(const OpenOptions& options, const Behaviour& behaviour, Completion completion) {
+        auto request = std::make_shared<LaunchRequest>(std::move(completion));
+        const double begunAt = clock_.uptime();
+        FakeMainLoop* loop = mainLoop;
+        if (options.timeLimit) {
+            request->startTimeLimit(
+                [loop, begunAt](double delay, std::function<void()> work) {
+                    loop->post(begunAt + delay, std::move(work));
+                },
+                *options.timeLimit);
+        }
+        loop->post(begunAt + behaviour.takes, [request, attempt = behaviour.attempt] {
+            request->openReturned();
+            request->deliver(attempt);
+        });
     }
 
     FakeClock& clock_;
