@@ -67,7 +67,7 @@ struct Pass {
         : helperDelay(services.launchctl),
           helpers(helperDelay),
           gate(services.probe, services.clock),
-          launcher(services.apps, services.clock),
+          launcher(services.apps, services.clock, services.mainLoop),
           runner(gate, launcher, services.clock, &helpers) {}
 
     HelperDelay helperDelay;
@@ -81,6 +81,7 @@ struct Pass {
 // outlives the probe's abandoned attempts.
 struct SystemGateServices {
     SystemClock clock;
+    SystemMainLoop mainLoop;
     URLSessionProbe probe;
     SystemAppRunning apps;
     std::unique_ptr<LaunchctlRunning> launchctl = makeSystemLaunchctl();
@@ -92,7 +93,8 @@ struct SystemGateServices {
                           *scripts,
                           [] { return SystemDaemonScanner{}.appPaths(); },
                           Bundle::main(),
-                          static_cast<int>(::getpid())};
+                          static_cast<int>(::getpid()),
+                          mainLoop};
 };
 
 // The startup-sources step: held launchd jobs switched off again where
@@ -243,7 +245,7 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
         plan = pass->runner.run(config);
         done->raise();
     });
-    if (!waitWithDeadline(services.clock, *done, config.runTimeout())) {
+    if (!waitWithDeadline(services.clock, services.mainLoop, *done, config.runTimeout())) {
         err << kTag << "ERROR: gate run timed out" << kDash
             << "run incomplete; some apps may already have launched\n";
         err.flush();
@@ -290,9 +292,9 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
         runStartupSourcesStep(*step, services, inputs);
         step->done.raise();
     });
-    const bool stepInTime = waitWithDeadline(services.clock, step->done, stepBudget);
+    const bool stepInTime = waitWithDeadline(services.clock, services.mainLoop, step->done, stepBudget);
     if (!stepInTime) step->cancel.raise();
-    const bool stepFinished = stepInTime || waitWithDeadline(services.clock, step->done, kStepGrace);
+    const bool stepFinished = stepInTime || waitWithDeadline(services.clock, services.mainLoop, step->done, kStepGrace);
     if (stepFinished) stepWorker.join();
     auto [stepLines, stepRecords] = step->take();
     for (const auto& line : stepLines) printLine(out, err, line);
@@ -317,8 +319,8 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     }
 
     // Open the desktop app quietly when the settings ask for it.
-    if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle,
-                                                          services.processIdentifier, services.apps, services.clock)) {
+    if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle, services.processIdentifier,
+                                                           services.apps, services.clock, services.mainLoop)) {
         out << kTag << *line << '\n';
     }
     out.flush();

@@ -12,6 +12,7 @@
 #include "core/reachability/reachability_probe.h"
 #include "core/support/bundle.h"
 #include "core/support/clock.h"
+#include "core/support/main_loop.h"
 
 namespace holdenmere {
 
@@ -28,6 +29,8 @@ struct GateServices {
     // Holdenmere's own bundle and process, for opening the desktop app.
     std::optional<Bundle> bundle;
     int processIdentifier = 0;
+    // What the pass's waits on the main thread serve.
+    MainLoop& mainLoop = InertMainLoop::shared();
 };
 
 // `--gate`: one headless login pass. Log lines go to `out` (the login agent

@@ -15,4 +15,6 @@ corpus=$(mktemp -d)
 trap 'rm -rf "$corpus"' EXIT
 seeds=fuzz/corpus/${target#fuzz_}
 seeds=${seeds%_decoder}; seeds=${seeds%_parser}
-exec build/fuzz/fuzz/"$target" -max_total_time="$seconds" "$corpus" "$seeds"
+[ -d "$seeds" ] || { echo "$0: no seed corpus at $seeds" >&2; exit 66; }
+# New inputs go to the throwaway folder; the seeds are only read.
+exec build/fuzz/fuzz/"$target" -max_total_time="$seconds" -print_final_stats=1 "$corpus" "$seeds"

@@ -157,14 +157,13 @@ bool ManagedAppsModel::setDelay(const std::string& bundleIdentifier, int seconds
 bool ManagedAppsModel::switchOff(const std::string& bundleIdentifier) {
     std::string appName;
     const bool done = session_.change([&](HoldenmereConfig& config) {
+        // Kept, marked off: the next login pass moves it to the blocked list
+        // itself, and so knows it was switched off here rather than never
+        // added.
         auto it = findApp(config.apps, bundleIdentifier);
-        if (it == config.apps.end()) return false;
+        if (it == config.apps.end() || !it->isEnabled) return false;
         appName = it->name;
-        const bool alreadyBlocked =
-            std::any_of(config.blockedApps.begin(), config.blockedApps.end(),
-                        [&](const BlockedApp& blocked) { return blocked.bundleIdentifier == bundleIdentifier; });
-        if (!alreadyBlocked) config.blockedApps.push_back({it->bundleIdentifier, it->name, it->path});
-        config.apps.erase(it);
+        it->isEnabled = false;
         return true;
     });
     if (done && !appName.empty()) emit notice(name(LoginOwnership::removedMessage(appName)));

@@ -57,7 +57,8 @@ public:
     bool setDelayed(const std::string& bundleIdentifier, bool delayed);
     // Rounded to a 5-second step within 5 ... 40 s.
     bool setDelay(const std::string& bundleIdentifier, int seconds);
-    // The app moves to the blocked list: it is not started and not offered.
+    // The app stays, switched off: it is not started, and the next login
+    // pass moves it to the blocked list (it is then not offered either).
     bool switchOff(const std::string& bundleIdentifier);
     // Back to the end of the launch order, enabled.
     bool switchOn(const std::string& bundleIdentifier);

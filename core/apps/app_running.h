@@ -1,8 +1,12 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "core/apps/launch_cancellation.h"
 
 namespace holdenmere {
 
@@ -26,10 +30,19 @@ struct LaunchAttempt {
 
 // How an app is to be opened.
 struct OpenOptions {
+    static constexpr double kDefaultTimeLimit = 15.0;
+
     bool hidden = false;       // ask for it to start hidden, and confirm that it stays so
     bool activates = true;     // bring it to the front
     bool newInstance = false;  // start another instance even when one runs
     std::vector<std::string> arguments;
+    // How long the platform may take to answer the open (and to confirm the
+    // app hidden) before the launch is given up. Nothing: no limit of the
+    // implementation's own, for a caller that waits under its own deadline.
+    std::optional<double> timeLimit = kDefaultTimeLimit;
+    // When given and cancelled, a hidden confirmation still running ends at
+    // once with "launch confirmation cancelled".
+    std::shared_ptr<LaunchCancellation> cancellation;
 };
 
 // Whether apps run and opening them, behind a seam so that the launcher and
@@ -42,10 +55,15 @@ public:
     // Process identifiers of the running apps with this bundle identifier.
     virtual std::vector<int> processIdentifiers(const std::string& bundleIdentifier) = 0;
     bool isRunning(const std::string& bundleIdentifier) { return !processIdentifiers(bundleIdentifier).empty(); }
+    // The arguments a running process was started with (the executable
+    // first), where the platform tells them; nothing where it does not or
+    // the process is gone.
+    virtual std::optional<std::vector<std::string>> arguments(int processIdentifier) = 0;
     // Whether an application bundle exists at the path.
     virtual bool exists(const std::string& path) = 0;
     // Starts opening the app at `path`. `completion` is called exactly once,
-    // possibly on another thread, within the implementation's own time limit.
+    // possibly on another thread, within the options' time limit when they
+    // set one.
     virtual void begin(const std::string& path, const OpenOptions& options, Completion completion) = 0;
     // Opens and waits for the result.
     LaunchAttempt launch(const std::string& path, const OpenOptions& options);
@@ -55,6 +73,7 @@ public:
 class InertAppRunning final : public AppRunning {
 public:
     std::vector<int> processIdentifiers(const std::string&) override { return {}; }
+    std::optional<std::vector<std::string>> arguments(int) override { return std::nullopt; }
     bool exists(const std::string&) override { return false; }
     void begin(const std::string& path, const OpenOptions&, Completion completion) override {
         completion(LaunchAttempt::failed("no application bundle at " + path));
@@ -71,11 +90,11 @@ public:
     SystemAppRunning& operator=(const SystemAppRunning&) = delete;
 
     std::vector<int> processIdentifiers(const std::string& bundleIdentifier) override;
+    // Read from the process table away from macOS; the workspace does not
+    // tell them.
+    std::optional<std::vector<std::string>> arguments(int processIdentifier) override;
     bool exists(const std::string& path) override;
     void begin(const std::string& path, const OpenOptions& options, Completion completion) override;
-
-    // How long an open may take before it is given up, in seconds.
-    static constexpr double kOpenTimeLimit = 15.0;
 
 private:
     struct Implementation;

@@ -16,6 +16,8 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -86,6 +88,23 @@ std::vector<int> SystemAppRunning::processIdentifiers(const std::string& bundleI
     }
     ::closedir(processes);
     return found;
+}
+
+std::optional<std::vector<std::string>> SystemAppRunning::arguments(int processIdentifier) {
+    // The NUL-separated argument vector; empty for a zombie or a kernel thread.
+    std::ifstream stream("/proc/" + std::to_string(processIdentifier) + "/cmdline", std::ios::binary);
+    if (!stream) return std::nullopt;
+    const std::string bytes((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+    if (stream.bad() || bytes.empty()) return std::nullopt;
+    std::vector<std::string> result;
+    std::size_t start = 0;
+    while (start < bytes.size()) {
+        std::size_t end = bytes.find('\0', start);
+        if (end == std::string::npos) end = bytes.size();
+        result.emplace_back(bytes, start, end - start);
+        start = end + 1;
+    }
+    return result;
 }
 
 bool SystemAppRunning::exists(const std::string& path) {
@@ -174,7 +193,7 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
     auto schedule = [implementation](double delay, std::function<void()> work) {
         implementation->queue.schedule(delay, std::move(work));
     };
-    request->startTimeLimit(schedule, kOpenTimeLimit);
+    if (options.timeLimit) request->startTimeLimit(schedule, *options.timeLimit);
     HiddenLaunchConfirmation::Hooks hooks{[implementation] { return implementation->clock.uptime(); }, {}, schedule};
     HiddenLaunchConfirmation::Application application{
         [implementation, pid] {
@@ -185,8 +204,9 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
             return state;
         },
         [] { return true; }};
-    HiddenLaunchConfirmation::start({}, hooks, application,
-                                    [request](LaunchAttempt attempt) { request->deliver(std::move(attempt)); });
+    HiddenLaunchConfirmation::start(
+        {}, hooks, application, [request](LaunchAttempt attempt) { request->deliver(std::move(attempt)); },
+        options.cancellation);
 }
 
 }  // namespace holdenmere

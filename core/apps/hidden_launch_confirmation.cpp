@@ -21,13 +21,32 @@ HiddenLaunchConfirmation::Session::Session(Parameters parameters, Hooks hooks, A
       completion_(std::move(completion)),
       start_(hooks_.now()) {}
 
-std::shared_ptr<HiddenLaunchConfirmation::Session> HiddenLaunchConfirmation::start(Parameters parameters, Hooks hooks,
-                                                                                   Application application,
-                                                                                   AppRunning::Completion completion) {
+std::shared_ptr<HiddenLaunchConfirmation::Session> HiddenLaunchConfirmation::start(
+    Parameters parameters, Hooks hooks, Application application, AppRunning::Completion completion,
+    const std::shared_ptr<LaunchCancellation>& cancellation) {
     auto schedule = hooks.schedule;
     auto session = std::make_shared<Session>(parameters, std::move(hooks), std::move(application), std::move(completion));
     schedule(parameters.interval, [session] { session->tick(); });
+    if (cancellation) {
+        std::weak_ptr<Session> watched = session;
+        cancellation->whenCancelled([watched] {
+            if (auto current = watched.lock()) current->cancel();
+        });
+    }
     return session;
+}
+
+void HiddenLaunchConfirmation::Session::cancel() {
+    AppRunning::Completion completion;
+    std::optional<LaunchAttempt> result;
+    {
+        std::lock_guard lock(mutex_);
+        if (complete_) return;
+        finish(LaunchAttempt::unconfirmed(kCancelledText));
+        result = std::move(pending_);
+        completion = std::move(completion_);
+    }
+    if (result && completion) completion(std::move(*result));
 }
 
 bool HiddenLaunchConfirmation::Session::isComplete() const {
@@ -65,7 +84,7 @@ void HiddenLaunchConfirmation::Session::tick() {
         if (complete_) return;
         ++checks_;
         if (hooks_.isCancelled && hooks_.isCancelled()) {
-            finish(LaunchAttempt::unconfirmed("launch confirmation cancelled"));
+            finish(LaunchAttempt::unconfirmed(kCancelledText));
         } else {
             const HiddenAppState state = application_.observe();
             if (state.referenceLost) {

@@ -51,6 +51,9 @@ public:
         Session(Parameters parameters, Hooks hooks, Application application, AppRunning::Completion completion);
         // Looks at the app once; schedules the next look unless finished.
         void tick();
+        // Ends the session at once with "launch confirmation cancelled",
+        // unless it has ended already.
+        void cancel();
         bool isComplete() const;
         int checks() const;
 
@@ -74,8 +77,12 @@ public:
     };
 
     // Starts watching: the first tick is scheduled one interval from now.
+    // When `cancellation` is given, cancelling it ends the session at once.
     static std::shared_ptr<Session> start(Parameters parameters, Hooks hooks, Application application,
-                                          AppRunning::Completion completion);
+                                          AppRunning::Completion completion,
+                                          const std::shared_ptr<LaunchCancellation>& cancellation = nullptr);
+
+    static constexpr const char* kCancelledText = "launch confirmation cancelled";
 
     static std::string exhaustedText(int checks, const std::string& reason);
 };

@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "core/support/environment.h"
+#include "core/support/text.h"
 
 namespace holdenmere {
 namespace {
@@ -123,6 +124,12 @@ std::filesystem::path LastLoginConflicts::resolving(const std::optional<std::str
 }
 
 void LastLoginConflicts::Scanner::feed(std::string_view line) {
+    // A newline byte never occurs inside a multi-byte sequence, so checking
+    // each line checks the whole text.
+    if (!isText_ || !text::isValidUtf8(line)) {
+        isText_ = false;
+        return;
+    }
     if (line.empty()) return;
     if (auto pass = matchPassLine(line)) {
         current_ = Reading{std::string(pass->stamp), std::string(pass->version), {}};

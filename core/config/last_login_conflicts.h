@@ -25,19 +25,22 @@ struct LastLoginConflicts {
     static std::filesystem::path resolving(const std::optional<std::string>& override);
 
     // The last pass in the file with the conflicts logged after it; nothing
-    // for a missing or unreadable file or one without a pass line. The file
-    // is read line by line, never held in memory whole.
+    // for a missing or unreadable file, one that is not UTF-8 text
+    // throughout, or one without a pass line. The file is read line by line,
+    // never held in memory whole.
     static std::optional<Reading> read(const std::filesystem::path& url);
     static std::optional<Reading> read(std::string_view text);
 
-    // Incremental form of the same walk, for callers that feed lines.
+    // Incremental form of the same walk, for callers that feed lines. A line
+    // that is not valid UTF-8 makes the whole log unreadable as text.
     class Scanner {
     public:
         void feed(std::string_view line);
-        const std::optional<Reading>& reading() const { return current_; }
+        std::optional<Reading> reading() const { return isText_ ? current_ : std::nullopt; }
 
     private:
         std::optional<Reading> current_;
+        bool isText_ = true;
     };
 };
 

@@ -8,6 +8,8 @@
 #include <optional>
 #include <set>
 
+#include "core/apps/hidden_launch_confirmation.h"
+
 namespace holdenmere {
 namespace {
 
@@ -52,6 +54,9 @@ std::vector<LaunchRecord> AppLauncher::launchAll(const std::vector<ManagedApp>& 
     const Signal& cancelled = cancellation != nullptr ? *cancellation : neverCancelled;
     const double start = clock_.uptime();
     std::set<std::string> requested;
+    // Handed to every launch, so that giving up the wait also ends the
+    // hidden confirmations still running.
+    auto stopConfirming = std::make_shared<LaunchCancellation>();
 
     auto settle = [&](std::size_t index, LaunchOutcome outcome, std::string detail) {
         const ManagedApp& app = apps[index];
@@ -71,7 +76,6 @@ std::vector<LaunchRecord> AppLauncher::launchAll(const std::vector<ManagedApp>& 
                    "duplicate bundle identifier already requested (" + identifier + ")");
             continue;
         }
-        requested.insert(identifier);
         if (system_.isRunning(identifier)) {
             settle(index, LaunchOutcome::alreadyRunning, "already running (" + identifier + ")");
             continue;
@@ -80,6 +84,10 @@ std::vector<LaunchRecord> AppLauncher::launchAll(const std::vector<ManagedApp>& 
             settle(index, LaunchOutcome::missing, "no application bundle at " + app.path);
             continue;
         }
+
+        // Only an app that is really opened claims its identifier: a running
+        // or missing entry must not keep a later one of the same app closed.
+        requested.insert(identifier);
 
         const double scheduled = offset(app.delaySeconds);
         const double wait = scheduled - (clock_.uptime() - start);
@@ -96,6 +104,7 @@ std::vector<LaunchRecord> AppLauncher::launchAll(const std::vector<ManagedApp>& 
         OpenOptions options;
         options.hidden = hidden;
         options.activates = !hidden;
+        options.cancellation = stopConfirming;
         Clock* clock = &clock_;
         system_.begin(app.path, options, [run, index, app, scheduled, hidden, start, clock](LaunchAttempt attempt) {
             const double late = clock->uptime() - start - scheduled;
@@ -129,8 +138,13 @@ std::vector<LaunchRecord> AppLauncher::launchAll(const std::vector<ManagedApp>& 
             std::lock_guard lock(run->mutex);
             if (run->pending == 0) break;
         }
-        if (cancelled.isRaised()) break;
-        run->allEnded.waitFor(0.05);
+        if (cancelled.isRaised()) {
+            // Ends them now; each reports itself cancelled (not under the
+            // run's lock, which their completions take).
+            stopConfirming->cancel();
+            break;
+        }
+        mainLoop_.runSlice(clock_, run->allEnded, kWaitingSlice);
     }
 
     std::vector<LaunchRecord> records;
@@ -146,8 +160,8 @@ std::vector<LaunchRecord> AppLauncher::launchAll(const std::vector<ManagedApp>& 
         records.push_back(LaunchRecord{app.bundleIdentifier, app.name, LaunchOutcome::launched, clock_.now(),
                                        "launched" + offsetSuffix(scheduled) +
                                            (app.launchHidden ? " (asked macOS to hide it)" : "") + kDash +
-                                           "running, but unconfirmed: launch confirmation cancelled [issued +" +
-                                           oneDecimal(scheduled) + "s]"});
+                                           "running, but unconfirmed: " + HiddenLaunchConfirmation::kCancelledText +
+                                           " [issued +" + oneDecimal(scheduled) + "s]"});
     }
     return records;
 }

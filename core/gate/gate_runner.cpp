@@ -61,13 +61,13 @@ LaunchPlan GateRunner::run(const HoldenmereConfig& config, const Signal* cancell
     return plan;
 }
 
-bool waitWithDeadline(Clock& clock, const Signal& done, double seconds, double slice) {
+bool waitWithDeadline(Clock& clock, MainLoop& mainLoop, const Signal& done, double seconds, double slice) {
     const double deadline = clock.uptime() + seconds;
     for (;;) {
         if (done.isRaised()) return true;
         const double remaining = deadline - clock.uptime();
         if (remaining <= 0) return false;
-        if (clock.waitFor(done, std::min(slice, remaining))) return true;
+        if (mainLoop.runSlice(clock, done, std::min(slice, remaining))) return true;
     }
 }
 

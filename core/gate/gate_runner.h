@@ -10,6 +10,7 @@
 #include "core/launchd/helper_starting.h"
 #include "core/reachability/reachability_gate.h"
 #include "core/support/clock.h"
+#include "core/support/main_loop.h"
 
 namespace holdenmere {
 
@@ -54,9 +55,11 @@ private:
     HelperStarting* helpers_;
 };
 
-// Waits for `done` in slices of `slice` seconds until `seconds` have passed;
-// true when it was raised in time. The login pass waits on its runner and on
-// its startup-sources step this way.
-bool waitWithDeadline(Clock& clock, const Signal& done, double seconds, double slice = 0.05);
+// Waits for `done` in slices of `slice` seconds of `mainLoop` until
+// `seconds` have passed on `clock`; true when it was raised in time. The
+// login pass waits on its runner, on its startup-sources step and on the
+// opening of the desktop app this way, so that on macOS the main run loop
+// keeps turning while it waits.
+bool waitWithDeadline(Clock& clock, MainLoop& mainLoop, const Signal& done, double seconds, double slice = 0.05);
 
 }  // namespace holdenmere

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 
+#include "core/gate/cli_mode.h"
 #include "core/gate/gate_runner.h"
 
 namespace holdenmere {
@@ -32,9 +33,13 @@ std::optional<std::string_view> OpenAtLogin::offWarning(HoldenmereLoginAgentStat
     return "Holdenmere won't run at your next login, so these apps start before the network.";
 }
 
+bool OpenAtLogin::isDesktopApp(const std::vector<std::string>& arguments) {
+    return CLIMode::from(withoutOpenedAtLogin(arguments)).kind == CLIMode::Kind::app;
+}
+
 std::optional<std::string> OpenAtLogin::openHoldenmereIfRequested(const GateSettings& settings,
-                                                                   const std::optional<Bundle>& bundle, int ownProcess,
-                                                                   AppRunning& apps, Clock& clock) {
+                                                                  const std::optional<Bundle>& bundle, int ownProcess,
+                                                                  AppRunning& apps, Clock& clock, MainLoop& mainLoop) {
     if (!settings.openAppAtLogin) return std::nullopt;
     if (!bundle || bundle->path.extension() != ".app") {
         return "open-at-login: skipped \xE2\x80\x94 not running from an app bundle";
@@ -43,7 +48,11 @@ std::optional<std::string> OpenAtLogin::openHoldenmereIfRequested(const GateSett
     auto identifier = info ? info->stringAt("CFBundleIdentifier") : std::nullopt;
     if (identifier) {
         for (int process : apps.processIdentifiers(*identifier)) {
-            if (process != ownProcess) return "open-at-login: Holdenmere is already open";
+            if (process == ownProcess) continue;
+            // Where the platform tells a process's arguments, a login pass or
+            // an audit running at the same time is no open desktop app.
+            const auto arguments = apps.arguments(process);
+            if (!arguments || isDesktopApp(*arguments)) return "open-at-login: Holdenmere is already open";
         }
     }
 
@@ -57,6 +66,9 @@ std::optional<std::string> OpenAtLogin::openHoldenmereIfRequested(const GateSett
     options.activates = false;
     options.newInstance = true;
     options.arguments = {std::string(argument)};
+    // The wait below is the only limit: the open must not be given up
+    // earlier than the 20 s this step grants it.
+    options.timeLimit.reset();
     apps.begin(bundle->path.string(), options, [answer](LaunchAttempt attempt) {
         {
             std::lock_guard lock(answer->mutex);
@@ -64,7 +76,7 @@ std::optional<std::string> OpenAtLogin::openHoldenmereIfRequested(const GateSett
         }
         answer->arrived.raise();
     });
-    if (!waitWithDeadline(clock, answer->arrived, kOpenTimeLimit)) {
+    if (!waitWithDeadline(clock, mainLoop, answer->arrived, kOpenTimeLimit)) {
         return "open-at-login: no answer from LaunchServices within 20s";
     }
     std::lock_guard lock(answer->mutex);

@@ -1,16 +1,16 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <optional>
 
 #include "core/apps/app_running.h"
 #include "core/config/gate_settings.h"
 #include "core/launchd/login_agent_status.h"
 #include "core/support/bundle.h"
 #include "core/support/clock.h"
+#include "core/support/main_loop.h"
 
 namespace holdenmere {
 
@@ -42,14 +42,21 @@ struct OpenAtLogin {
     // How long the pass waits for the desktop app to be opened.
     static constexpr double kOpenTimeLimit = 20.0;
 
+    // Whether a process of Holdenmere's executable started with these
+    // arguments is the desktop app, rather than a headless run such as a
+    // login pass or an audit.
+    static bool isDesktopApp(const std::vector<std::string>& arguments);
+
     // Run at the end of a login pass: opens the desktop app quietly (not
     // activated, a new instance, with "--opened-at-login") when the settings
-    // ask for it. `bundle` is the bundle the running executable lives in and
-    // `ownProcess` this process's id. Returns the line to log, without the
-    // "[Holdenmere] " tag; nothing when the settings do not ask.
+    // ask for it and no other process is the desktop app already. `bundle`
+    // is the bundle the running executable lives in and `ownProcess` this
+    // process's id. Waits for the answer at most 20 s, in slices of
+    // `mainLoop`. Returns the line to log, without the "[Holdenmere] " tag;
+    // nothing when the settings do not ask.
     static std::optional<std::string> openHoldenmereIfRequested(const GateSettings& settings,
                                                                 const std::optional<Bundle>& bundle, int ownProcess,
-                                                                AppRunning& apps, Clock& clock);
+                                                                AppRunning& apps, Clock& clock, MainLoop& mainLoop);
 };
 
 }  // namespace holdenmere

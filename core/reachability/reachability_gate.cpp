@@ -51,7 +51,6 @@ ProbeResult ReachabilityGate::waitForNetwork(const GateSettings& settings, const
 
     for (int attempt = 1; attempt <= maxAttempts; ++attempt) {
         if (cancelled.isRaised()) break;
-        if (attempt > 1 && clock_.uptime() - start >= overall) break;
 
         auto state = std::make_shared<AttemptState>();
         Clock* clock = &clock_;
@@ -87,8 +86,12 @@ ProbeResult ReachabilityGate::waitForNetwork(const GateSettings& settings, const
             result.reachable = true;
             break;
         }
-        if (attempt == maxAttempts || clock_.uptime() - start >= overall) break;
+        // Every failed attempt is followed by its pause, the last one too:
+        // the wait lasts the whole overall time before it gives up. Each
+        // round takes at least one interval, so there are never more than
+        // maxAttempts of them.
         if (!clock_.sleep(interval, cancelled)) break;
+        if (clock_.uptime() - start >= overall) break;
     }
     result.elapsed = clock_.uptime() - start;
     return result;

@@ -3,9 +3,10 @@
 #include <curl/curl.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cmath>
 #include <mutex>
+
+#include "core/reachability/url_error.h"
 
 namespace holdenmere {
 
@@ -67,6 +68,22 @@ bool isWellFormed(const std::string& url) {
     bool wellFormed = curl_url_set(parsed, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK;
     curl_url_cleanup(parsed);
     return wellFormed;
+}
+
+// Whether `url` is an http or https URL.
+bool isHTTP(const std::string& url) {
+    CURLU* parsed = curl_url();
+    if (parsed == nullptr) return false;
+    char* scheme = nullptr;
+    bool http = false;
+    if (curl_url_set(parsed, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK &&
+        curl_url_get(parsed, CURLUPART_SCHEME, &scheme, 0) == CURLUE_OK && scheme != nullptr) {
+        const std::string_view name(scheme);
+        http = name == "http" || name == "https";
+    }
+    curl_free(scheme);
+    curl_url_cleanup(parsed);
+    return http;
 }
 
 }  // namespace
@@ -143,64 +160,22 @@ ProbeOutcome URLSessionProbe::probeNow(const std::string& url, double timeout) {
     curl_slist_free_all(headers);
     handles_->give(handle, timeout);
 
-    if (code != CURLE_OK) return ProbeOutcome::failure(describe(code, osErrno));
+    if (code != CURLE_OK) {
+        // libcurl refuses an answer without a status line (HTTP/0.9) to an
+        // http(s) URL as an "unsupported protocol"; to the probe it is what
+        // any other reply that is not HTTP is: an answer it cannot parse.
+        const CURLcode reported = code == CURLE_UNSUPPORTED_PROTOCOL && isHTTP(url) ? CURLE_WEIRD_SERVER_REPLY : code;
+        return ProbeOutcome::failure(describe(reported, osErrno, errorText));
+    }
     if (status == 0) return ProbeOutcome::failure("non-HTTP response");
     if (status >= 200 && status <= 399) return ProbeOutcome::reachable();
     return ProbeOutcome::failure("HTTP " + std::to_string(status));
 }
 
-std::string URLSessionProbe::describe(int curlCode, long osErrno) {
-    switch (static_cast<CURLcode>(curlCode)) {
-        case CURLE_OPERATION_TIMEDOUT:
-            return "timed out";
-        case CURLE_COULDNT_RESOLVE_HOST:
-            return "cannot find host (DNS)";
-        case CURLE_COULDNT_RESOLVE_PROXY:
-            return "DNS lookup failed";
-        case CURLE_COULDNT_CONNECT:
-            switch (osErrno) {
-                case ENETUNREACH:
-                case ENETDOWN:
-                case EHOSTUNREACH:
-                case EHOSTDOWN:
-                case EADDRNOTAVAIL:
-                    return "not connected to internet";
-                case ETIMEDOUT:
-                    return "timed out";
-                default:
-                    return "cannot connect to host";
-            }
-        case CURLE_SEND_ERROR:
-        case CURLE_RECV_ERROR:
-        case CURLE_GOT_NOTHING:
-        case CURLE_PARTIAL_FILE:
-            return "connection lost";
-        case CURLE_SSL_CONNECT_ERROR:
-        case CURLE_PEER_FAILED_VERIFICATION:
-        case CURLE_SSL_CERTPROBLEM:
-        case CURLE_SSL_CIPHER:
-        case CURLE_SSL_CACERT_BADFILE:
-        case CURLE_SSL_ISSUER_ERROR:
-        case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
-        case CURLE_SSL_INVALIDCERTSTATUS:
-        case CURLE_SSL_CRL_BADFILE:
-        case CURLE_USE_SSL_FAILED:
-            return "TLS handshake failed";
-        case CURLE_ABORTED_BY_CALLBACK:
-            return "cancelled";
-        case CURLE_WEIRD_SERVER_REPLY:
-        case CURLE_UNSUPPORTED_PROTOCOL:
-            // A server that does not speak HTTP (an HTTP/0.9 or garbage reply),
-            // or a URL whose scheme is not HTTP.
-            return "non-HTTP response";
-        case CURLE_URL_MALFORMAT:
-            return "malformed probe URL";
-        default:
-            break;
-    }
-    std::string text = curl_easy_strerror(static_cast<CURLcode>(curlCode));
-    if (text.empty()) text = "unknown";
-    return text + " (curl error " + std::to_string(curlCode) + ")";
+std::string URLSessionProbe::describe(int curlCode, long osErrno, std::string_view detail) {
+    const std::string_view description =
+        detail.empty() ? std::string_view(curl_easy_strerror(static_cast<CURLcode>(curlCode))) : detail;
+    return URLError::describe(URLError::fromCurl(curlCode, osErrno), description);
 }
 
 }  // namespace holdenmere

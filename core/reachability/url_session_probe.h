@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -28,9 +29,12 @@ public:
     // One attempt on the calling thread.
     ProbeOutcome probeNow(const std::string& url, double timeout);
 
-    // The failure text of a libcurl error; `osErrno` is the socket error
-    // beneath it (CURLINFO_OS_ERRNO), 0 when none.
-    static std::string describe(int curlCode, long osErrno);
+    // The failure text of a libcurl error, as the URL-loading error it is
+    // (see URLError); `osErrno` is the socket error beneath it
+    // (CURLINFO_OS_ERRNO), 0 when none, and `detail` libcurl's message about
+    // this transfer (its error buffer), which describes the error when given
+    // instead of the code's general text.
+    static std::string describe(int curlCode, long osErrno, std::string_view detail = {});
 
 private:
     struct HandleCache;

@@ -73,4 +73,14 @@ std::string validUtf8(std::string_view bytes) {
     return result;
 }
 
+bool isValidUtf8(std::string_view bytes) {
+    std::size_t index = 0;
+    while (index < bytes.size()) {
+        const std::size_t length = sequenceLength(bytes, index);
+        if (length == 0) return false;
+        index += length;
+    }
+    return true;
+}
+
 }  // namespace holdenmere::text

@@ -18,5 +18,7 @@ std::string joined(const std::vector<std::string>& items, std::string_view separ
 // surrogates, code points past U+10FFFF) becomes U+FFFD. Valid text is
 // returned unchanged.
 std::string validUtf8(std::string_view bytes);
+// Whether the bytes are well-formed UTF-8 throughout, by the same rules.
+bool isValidUtf8(std::string_view bytes);
 
 }  // namespace holdenmere::text

@@ -54,6 +54,12 @@ std::vector<int> SystemAppRunning::processIdentifiers(const std::string& bundleI
     return found;
 }
 
+std::optional<std::vector<std::string>> SystemAppRunning::arguments(int) {
+    // NSRunningApplication does not tell them: here a running app is what
+    // the workspace lists.
+    return std::nullopt;
+}
+
 bool SystemAppRunning::exists(const std::string& path) {
     BOOL isDirectory = NO;
     return [[NSFileManager defaultManager] fileExistsAtPath:toNSString(path) isDirectory:&isDirectory] && isDirectory;
@@ -65,9 +71,10 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
         request->deliver(LaunchAttempt::failed("no application bundle at " + path));
         return;
     }
-    request->startTimeLimit(scheduleOnQueue, kOpenTimeLimit);
+    if (options.timeLimit) request->startTimeLimit(scheduleOnQueue, *options.timeLimit);
     Implementation* implementation = implementation_;
     const bool hidden = options.hidden;
+    const std::shared_ptr<LaunchCancellation> cancellation = options.cancellation;
     @autoreleasepool {
         NSWorkspaceOpenConfiguration* configuration = [NSWorkspaceOpenConfiguration configuration];
         configuration.hides = hidden;
@@ -119,9 +126,9 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
                          NSRunningApplication* current = watched;
                          return current != nil && [current hide];
                      }};
-                 HiddenLaunchConfirmation::start({}, hooks, application, [request](LaunchAttempt attempt) {
-                     request->deliver(std::move(attempt));
-                 });
+                 HiddenLaunchConfirmation::start(
+                     {}, hooks, application, [request](LaunchAttempt attempt) { request->deliver(std::move(attempt)); },
+                     cancellation);
                }];
     }
 }

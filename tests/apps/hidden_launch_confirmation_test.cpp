@@ -18,8 +18,11 @@ public:
     bool cancelled = false;
     double now = 0;
     std::optional<LaunchAttempt> result;
+    int results = 0;
 
-    std::shared_ptr<HiddenLaunchConfirmation::Session> start(HiddenLaunchConfirmation::Parameters parameters = {}) {
+    std::shared_ptr<HiddenLaunchConfirmation::Session> start(
+        HiddenLaunchConfirmation::Parameters parameters = {},
+        const std::shared_ptr<LaunchCancellation>& cancellation = nullptr) {
         HiddenLaunchConfirmation::Hooks hooks{
             [this] { return now; }, [this] { return cancelled; },
             [this](double delay, std::function<void()> work) {
@@ -31,8 +34,25 @@ public:
                                                               ++hideRequests;
                                                               return hideAccepted;
                                                           }};
-        return HiddenLaunchConfirmation::start(parameters, hooks, application,
-                                               [this](LaunchAttempt attempt) { result = attempt; });
+        return HiddenLaunchConfirmation::start(
+            parameters, hooks, application,
+            [this](LaunchAttempt attempt) {
+                ++results;
+                result = attempt;
+            },
+            cancellation);
+    }
+    std::size_t scheduled() const { return queue_.size(); }
+    // Runs whatever is scheduled, result or not; returns the ticks run.
+    int drain() {
+        int ticks = 0;
+        while (!queue_.empty()) {
+            auto work = std::move(queue_.front());
+            queue_.pop_front();
+            work();
+            ++ticks;
+        }
+        return ticks;
     }
     // Runs scheduled ticks until a result or `limit` ticks; returns the ticks run.
     int run(int limit = 1000) {
@@ -91,6 +111,41 @@ TEST(HiddenLaunchConfirmation, FinalConditionsEndAtOnce) {
     cancelled.start();
     cancelled.run();
     EXPECT_EQ(cancelled.result, LaunchAttempt::unconfirmed("launch confirmation cancelled"));
+}
+
+// The caller that stops waiting ends the watching there and then: no
+// result from a later tick, and no tick scheduled after the one pending.
+TEST(HiddenLaunchConfirmation, CancellingEndsTheSessionAtOnce) {
+    ConfirmationDriver driver;
+    driver.state.hidden = true;
+    auto cancellation = std::make_shared<LaunchCancellation>();
+    auto session = driver.start({}, cancellation);
+    EXPECT_EQ(driver.run(3), 3);
+    EXPECT_FALSE(driver.result.has_value());
+    cancellation->cancel();
+    EXPECT_EQ(driver.result, LaunchAttempt::unconfirmed("launch confirmation cancelled"));
+    EXPECT_TRUE(session->isComplete());
+    EXPECT_EQ(session->checks(), 3);
+    EXPECT_EQ(driver.drain(), 1);  // the tick already scheduled finds the session over
+    EXPECT_EQ(driver.scheduled(), 0u);
+    EXPECT_EQ(driver.results, 1);
+
+    // Cancelled before the platform answered: the session that starts then ends at once.
+    ConfirmationDriver late;
+    late.start({}, cancellation);
+    EXPECT_EQ(late.result, LaunchAttempt::unconfirmed("launch confirmation cancelled"));
+    EXPECT_EQ(late.drain(), 1);
+    EXPECT_EQ(late.results, 1);
+
+    // A session that ended first is not ended again.
+    ConfirmationDriver confirmed;
+    confirmed.state.hidden = true;
+    auto other = std::make_shared<LaunchCancellation>();
+    confirmed.start({}, other);
+    confirmed.run();
+    other->cancel();
+    EXPECT_EQ(confirmed.result, LaunchAttempt::opened());
+    EXPECT_EQ(confirmed.results, 1);
 }
 
 TEST(HiddenLaunchConfirmation, RetriedConditionsGiveUpAfterTheLastCheck) {

@@ -3,6 +3,8 @@
 #include <signal.h>
 
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -70,6 +72,42 @@ TEST_F(SystemAppRunningTest, AHiddenLaunchIsConfirmedWhileTheAppLives) {
     auto quick = makeBundle("Quick", id("quick"), "QuickApp");
     EXPECT_EQ(system.launch(quick, options),
               LaunchAttempt::unconfirmed("application terminated before hidden confirmation"));
+}
+
+// A hidden launch whose caller no longer waits ends its confirmation at
+// once (here: already given up when the app was started) instead of
+// watching on through its checks.
+TEST_F(SystemAppRunningTest, ACancelledHiddenLaunchEndsItsConfirmation) {
+    auto path = makeBundle("Hidden", id("hidden"), "LingeringApp");
+    OpenOptions options;
+    options.hidden = true;
+    options.cancellation = std::make_shared<LaunchCancellation>();
+    options.cancellation->cancel();
+    auto answer = std::make_shared<std::optional<LaunchAttempt>>();
+    system.begin(path, options, [answer](LaunchAttempt attempt) { *answer = std::move(attempt); });
+    EXPECT_EQ(*answer, LaunchAttempt::unconfirmed("launch confirmation cancelled"));
+    EXPECT_TRUE(system.isRunning(id("hidden")));
+}
+
+// The process table tells what each process was started with, so a
+// headless run of an app's executable can be told from the app itself.
+TEST_F(SystemAppRunningTest, TellsTheArgumentsOfARunningProcess) {
+    auto path = makeBundle("Lingering", id("lingering"), "LingeringApp");
+    OpenOptions options;
+    options.arguments = {"--gate", "two words", ""};
+    ASSERT_EQ(system.launch(path, options), LaunchAttempt::opened());
+    auto pids = system.processIdentifiers(id("lingering"));
+    ASSERT_EQ(pids.size(), 1u);
+    // The kernel shows the new executable a moment before the arguments of
+    // a process still finishing its exec: until then they are not told.
+    auto arguments = system.arguments(pids[0]);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!arguments && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        arguments = system.arguments(pids[0]);
+    }
+    EXPECT_EQ(arguments, (std::vector<std::string>{path + "/Contents/MacOS/LingeringApp", "--gate", "two words", ""}));
+    EXPECT_EQ(system.arguments(-1), std::nullopt);
 }
 
 TEST_F(SystemAppRunningTest, BrokenBundlesFailWithTheirReason) {

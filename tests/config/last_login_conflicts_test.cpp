@@ -45,6 +45,28 @@ TEST(LastLoginConflicts, UnreachablePassesCountAndStrayLinesDoNot) {
               std::nullopt);
 }
 
+// The log is read as UTF-8 text: bytes that are not (a stray byte of
+// another encoding, a cut multi-byte character) give no reading at all,
+// never a pass or a conflict name made of raw bytes.
+TEST(LastLoginConflicts, ALogThatIsNotUtf8GivesNoReading) {
+    const std::string pass = "[2026-03-01T08:15:02Z] network reachable after 1 attempt(s) in 0.1s [v1.4.2]\n";
+    const std::string conflict = "[Holdenmere]   CONFLICT: Mail \xE2\x80\x94 remove it from Login Items\n";
+    ASSERT_TRUE(LastLoginConflicts::read(std::string_view(pass + conflict)).has_value());
+    for (const std::string& bad : {std::string("[Holdenmere]   CONFLICT: Caf\xE9 \xE2\x80\x94 remove it\n"),  // Latin-1
+                                   std::string("\xE2\x80\n"),              // a character cut short
+                                   std::string("\xC0\xAF\n"),              // overlong
+                                   std::string("\xED\xA0\x80\n"),          // a surrogate
+                                   std::string("[Holdenmere] x \xFF")}) {  // unterminated last line
+        EXPECT_EQ(LastLoginConflicts::read(std::string_view(pass + conflict + bad)), std::nullopt) << bad;
+        EXPECT_EQ(LastLoginConflicts::read(std::string_view(bad + pass + conflict)), std::nullopt) << bad;
+    }
+
+    testing::TemporaryDirectory folder;
+    testing::writeFile(folder / "Holdenmere.log",
+                       pass + conflict + "[Holdenmere] Mail: launched \x96 at once\n" + pass);
+    EXPECT_EQ(LastLoginConflicts::read(folder / "Holdenmere.log"), std::nullopt);
+}
+
 TEST(LastLoginConflicts, ReadsFilesAndNothingFromMissingOnes) {
     testing::TemporaryDirectory folder;
     EXPECT_EQ(LastLoginConflicts::read(folder / "missing.log"), std::nullopt);
@@ -63,8 +85,12 @@ namespace holdenmere {
 namespace {
 
 TEST(LastLoginConflicts, GarbageAndVeryLongLinesAreHarmless) {
+    // Text, but none that means anything here: control characters, brackets
+    // and multi-byte characters in every order.
+    const std::string_view alphabet[] = {
+        "[", "]", "\r", "\t", "\x01", " ", "Z", "9", "\xE2\x80\x94", "\xC3\xA9", "\xF0\x9F\x98\x80", "\x7F"};
     std::string garbage;
-    for (int i = 0; i < 4096; ++i) garbage += static_cast<char>((i * 7919) % 256);
+    for (int i = 0; i < 4096; ++i) garbage += alphabet[(i * 7919) % std::size(alphabet)];
     const std::string longTail(2 * 1024 * 1024, 'x');
     std::string log = garbage + "\n" + "[2026-03-01T08:15:02Z] network reachable after 1 attempt(s) " + longTail +
                       " [v1.0]\n" + "[Holdenmere]   CONFLICT: " + longTail + " \xE2\x80\x94 remove it from Login Items\n" +

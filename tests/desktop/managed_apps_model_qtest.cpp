@@ -135,24 +135,58 @@ private slots:
         QCOMPARE(ManagedAppsModel::clampedDelay(-3), 5);
     }
 
-    void switchingOffMovesTheAppToTheBlockedListAndBack() {
+    // Switched off means kept with isEnabled false: the next login pass
+    // moves the app to the blocked list itself and says that it was
+    // switched off in Holdenmere, and a Login Item macOS still starts it
+    // from is removed as that of an app switched off, not of one never added.
+    void switchingOffKeepsTheAppMarkedOffForTheNextPass() {
         QSignalSpy notices(model.get(), &ManagedAppsModel::notice);
         QVERIFY(model->switchOff("b"));
         HoldenmereConfig config = saved();
-        QCOMPARE(identifiers(config.apps), (Ids{"a", "c"}));
-        QCOMPARE(config.blockedApps.size(), std::size_t{1});
-        QCOMPARE(config.blockedApps[0].bundleIdentifier, std::string("b"));
-        QCOMPARE(config.blockedApps[0].path, std::string("/Applications/Beta.app"));
+        QCOMPARE(identifiers(config.apps), (Ids{"a", "b", "c"}));
+        QVERIFY(!config.apps[1].isEnabled);
+        QVERIFY(config.blockedApps.empty());
+        QCOMPARE(identifiers(model->apps()), (Ids{"a", "c"}));
         QCOMPARE(identifiers(model->switchedOff()), (Ids{"b"}));
         QVERIFY(model->switchedOff()[0].switchedOff);
         QCOMPARE(notices.at(0).at(0).toString(), QStringLiteral("Beta will not start at login."));
+        QVERIFY(!model->switchOff("b"));
 
+        const auto migration = LoginOwnership::migrate(config, {});
+        QCOMPARE(migration.movedToBlocked.size(), std::size_t{1});
+        QCOMPARE(migration.logLines,
+                 (std::vector<std::string>{
+                     "blocked: Beta \xE2\x80\x94 was switched off in Holdenmere; it does not start at login"}));
+        QCOMPARE(migration.config.blockedApps.size(), std::size_t{1});
+        QCOMPARE(migration.config.blockedApps[0].path, std::string("/Applications/Beta.app"));
+        std::set<std::string> switchedOff;
+        for (const auto& app : migration.movedToBlocked) switchedOff.insert(app.bundleIdentifier);
+        LoginOwnership::LoginItem loginItem{"Beta", "/Applications/Beta.app", "b", false};
+        const auto plan =
+            LoginOwnership::plan({loginItem}, migration.config.apps, migration.config.blockedApps, {}, switchedOff, {});
+        QCOMPARE(plan.logLines,
+                 (std::vector<std::string>{"blocked: Beta \xE2\x80\x94 was switched off in Holdenmere but macOS still "
+                                           "started it from Login Items; its Login Item is removed"}));
+
+        // Switched on again, it keeps its place.
         QVERIFY(model->switchOn("b"));
         config = saved();
-        QCOMPARE(identifiers(config.apps), (Ids{"a", "c", "b"}));
-        QVERIFY(config.blockedApps.empty());
-        QVERIFY(config.apps[2].isEnabled);
+        QCOMPARE(identifiers(config.apps), (Ids{"a", "b", "c"}));
+        QVERIFY(config.apps[1].isEnabled);
         QVERIFY(!model->switchOn("b"));
+    }
+
+    void switchingOnABlockedAppAddsItAtTheEnd() {
+        HoldenmereConfig config = saved();
+        config.blockedApps.push_back({"d", "Delta", "/Applications/Delta.app"});
+        services->configStore().save(config);
+        session->reload();
+        QCOMPARE(identifiers(model->switchedOff()), (Ids{"d"}));
+        QVERIFY(model->switchOn("d"));
+        config = saved();
+        QCOMPARE(identifiers(config.apps), (Ids{"a", "b", "c", "d"}));
+        QVERIFY(config.apps[3].isEnabled);
+        QVERIFY(config.blockedApps.empty());
     }
 
     void switchingOnAnAppKeptButNotEnabledKeepsItsPlace() {

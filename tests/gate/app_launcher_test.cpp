@@ -7,12 +7,14 @@
 
 #include "tests/support/fake_app_running.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/fake_main_loop.h"
 
 namespace holdenmere {
 namespace {
 
 using testing::FakeAppRunning;
 using testing::FakeClock;
+using testing::FakeMainLoop;
 
 ManagedApp app(const std::string& name, double delay = 0, bool hidden = false, bool enabled = true) {
     ManagedApp result;
@@ -28,8 +30,9 @@ ManagedApp app(const std::string& name, double delay = 0, bool hidden = false, b
 class AppLauncherTest : public ::testing::Test {
 protected:
     FakeClock clock;
+    FakeMainLoop loop;
     FakeAppRunning system{clock};
-    AppLauncher launcher{system, clock};
+    AppLauncher launcher{system, clock, loop};
 
     void install(const std::vector<ManagedApp>& apps) {
         for (const auto& entry : apps) system.bundles.insert(entry.path);
@@ -70,6 +73,43 @@ TEST_F(AppLauncherTest, SkipRulesComeBeforeAnyWaiting) {
     // Nothing was waited for: only Mail, with no offset, was opened.
     EXPECT_TRUE(clock.waits().empty());
     EXPECT_EQ(system.begun().size(), 1u);
+}
+
+// Only an entry that is really opened claims its bundle identifier: a
+// missing copy of an app listed first does not keep the real one closed.
+TEST_F(AppLauncherTest, ADuplicateIdentifierBlocksOnlyAnAppReallyRequested) {
+    std::vector<ManagedApp> apps = {app("Mail"), app("Mail"), app("Mail")};
+    apps[0].path = "/Volumes/Old/Mail.app";
+    install({apps[1]});
+    auto records = launcher.launchAll(apps);
+    EXPECT_EQ(records[0].outcome, LaunchOutcome::missing);
+    EXPECT_EQ(records[1].outcome, LaunchOutcome::launched);
+    EXPECT_EQ(records[1].detail, "launched [issued +0.0s] [late +0.0s]");
+    EXPECT_EQ(records[2].detail, "duplicate bundle identifier already requested (com.example.Mail)");
+    ASSERT_EQ(system.begun().size(), 1u);
+    EXPECT_EQ(system.begun()[0].path, "/Applications/Mail.app");
+
+    // One that runs already: every entry of it reads so, none is a duplicate.
+    system.running = {"com.example.Mail"};
+    records = launcher.launchAll({app("Mail"), app("Mail")});
+    EXPECT_EQ(records[0].detail, "already running (com.example.Mail)");
+    EXPECT_EQ(records[1].detail, "already running (com.example.Mail)");
+}
+
+// On macOS the workspace delivers a launch's answer, and the hidden state
+// the confirmation watches, only while the main run loop turns: the
+// launcher waits for its confirmations in slices of the main loop.
+TEST_F(AppLauncherTest, WaitsForConfirmationsInSlicesOfTheMainLoop) {
+    std::vector<ManagedApp> apps = {app("Notes", 0, true), app("Mail", 5)};
+    install(apps);
+    system.mainLoop = &loop;
+    system.behaviours[apps[0].path] = {LaunchAttempt::opened(), 5.08};
+    system.behaviours[apps[1].path] = {LaunchAttempt::opened(), 0.07};
+    auto records = launcher.launchAll(apps);
+    // Mail was begun at 5 s; both answers came in the slices after it.
+    EXPECT_EQ(records[0].detail, "launched (asked macOS to hide it) [issued +0.0s] [late +5.1s]");
+    EXPECT_EQ(records[1].detail, "launched after 5s offset [issued +5.0s] [late +0.1s]");
+    EXPECT_THAT(loop.slices(), ::testing::ElementsAre(0.05, 0.05, 0.05));
 }
 
 TEST_F(AppLauncherTest, OffsetsAreMeasuredFromTheStart) {
@@ -130,6 +170,12 @@ TEST_F(AppLauncherTest, ConfirmationsCompleteConcurrentlyAndCancellationReportsT
               "launched (asked macOS to hide it) \xE2\x80\x94 running, but unconfirmed: launch confirmation cancelled "
               "[issued +0.0s]");
     EXPECT_EQ(records[1].detail, "launched after 5s offset [issued +5.0s] [late +0.0s]");
+    // Every launch of the run was told, so that a confirmation still
+    // watching its app ends now instead of running out its checks.
+    for (const auto& begun : system.begun()) {
+        ASSERT_NE(begun.options.cancellation, nullptr);
+        EXPECT_TRUE(begun.options.cancellation->isCancelled());
+    }
     system.deliverHeld();  // a late answer changes nothing
     EXPECT_EQ(records[0].outcome, LaunchOutcome::launched);
 

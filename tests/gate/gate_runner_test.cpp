@@ -6,6 +6,7 @@
 #include "core/gate/open_at_login.h"
 #include "tests/support/fake_app_running.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/fake_main_loop.h"
 #include "tests/support/fake_probe.h"
 #include "tests/support/temporary_directory.h"
 
@@ -15,6 +16,7 @@ namespace {
 using ::testing::ElementsAre;
 using testing::FakeAppRunning;
 using testing::FakeClock;
+using testing::FakeMainLoop;
 using testing::FakeProbe;
 
 class RecordingHelpers final : public HelperStarting {
@@ -32,8 +34,9 @@ protected:
     FakeClock clock;
     FakeProbe probe{clock};
     FakeAppRunning apps{clock};
+    FakeMainLoop loop;
     ReachabilityGate gate{probe, clock};
-    AppLauncher launcher{apps, clock};
+    AppLauncher launcher{apps, clock, loop};
     RecordingHelpers helpers;
     GateRunner runner{gate, launcher, clock, &helpers};
     HoldenmereConfig config;
@@ -85,6 +88,8 @@ TEST_F(GateRunnerTest, ReachableNetworkOpensTheAppsThenStartsHelpers) {
     EXPECT_EQ(helpers.calls, 1);
 }
 
+// Three attempts 2 s apart, each followed by its pause: the wait ends after
+// the whole 3 x 2 s, and the records say so.
 TEST_F(GateRunnerTest, UnreachableNetworkWithAndWithoutLaunchAnyway) {
     probe.repeat({ProbeOutcome::failure("cannot connect to host"), 0});
     config.settings.launchAnywayOnTimeout = false;
@@ -94,7 +99,7 @@ TEST_F(GateRunnerTest, UnreachableNetworkWithAndWithoutLaunchAnyway) {
     EXPECT_TRUE(apps.begun().empty());
     EXPECT_EQ(plan.records[0].outcome, LaunchOutcome::failed);
     EXPECT_EQ(plan.records[0].detail,
-              "network unreachable after 4s \xE2\x80\x94 not opened, because \"launch anyway\" is off");
+              "network unreachable after 6s \xE2\x80\x94 not opened, because \"launch anyway\" is off");
     EXPECT_EQ(plan.records[1].detail, "disabled in Holdenmere");
     EXPECT_EQ(helpers.calls, 1);
 
@@ -102,28 +107,37 @@ TEST_F(GateRunnerTest, UnreachableNetworkWithAndWithoutLaunchAnyway) {
     plan = runner.run(config);
     EXPECT_FALSE(plan.completed);
     EXPECT_EQ(apps.begun().size(), 1u);
-    EXPECT_EQ(plan.records[0].detail,
-              "network unreachable after 4s \xE2\x80\x94 launched [issued +0.0s] [late +0.0s]");
-    EXPECT_EQ(plan.records[1].detail, "network unreachable after 4s \xE2\x80\x94 disabled in Holdenmere");
+    EXPECT_EQ(plan.records[0].detail, "network unreachable after 6s \xE2\x80\x94 launched [issued +0.0s] [late +0.0s]");
+    EXPECT_EQ(plan.records[1].detail, "network unreachable after 6s \xE2\x80\x94 disabled in Holdenmere");
 }
 
-TEST(WaitWithDeadline, WaitsInSlicesUntilDoneOrTheDeadline) {
+TEST(WaitWithDeadline, WaitsInSlicesOfTheMainLoopUntilDoneOrTheDeadline) {
     FakeClock clock;
+    FakeMainLoop loop;
     Signal done;
-    EXPECT_FALSE(waitWithDeadline(clock, done, 0.2));
+    EXPECT_FALSE(waitWithDeadline(clock, loop, done, 0.2));
     double waited = 0;
-    for (double slice : clock.waits()) {
+    for (double slice : loop.slices()) {
         EXPECT_LE(slice, 0.05 + 1e-9);
         waited += slice;
     }
     EXPECT_NEAR(waited, 0.2, 1e-9);
+
+    // What the main loop delivers ends the wait at the slice that runs it.
+    Signal answered;
+    loop.post(clock.uptime() + 0.12, [&] { answered.raise(); });
+    const auto before = loop.slices().size();
+    EXPECT_TRUE(waitWithDeadline(clock, loop, answered, 330));
+    EXPECT_EQ(loop.slices().size() - before, 4u);
+
     done.raise();
-    EXPECT_TRUE(waitWithDeadline(clock, done, 330));
+    EXPECT_TRUE(waitWithDeadline(clock, loop, done, 330));
 }
 
 class OpenAtLoginTest : public ::testing::Test {
 protected:
     FakeClock clock;
+    FakeMainLoop loop;
     FakeAppRunning apps{clock};
     testing::TemporaryDirectory folder;
     GateSettings settings;
@@ -137,7 +151,7 @@ protected:
                            "</string></dict></plist>");
     }
     std::optional<std::string> open() {
-        return OpenAtLogin::openHoldenmereIfRequested(settings, bundle, 100, apps, clock);
+        return OpenAtLogin::openHoldenmereIfRequested(settings, bundle, 100, apps, clock, loop);
     }
 };
 
@@ -169,6 +183,56 @@ TEST_F(OpenAtLoginTest, EachOtherOutcome) {
     EXPECT_EQ(open(), "open-at-login: skipped \xE2\x80\x94 not running from an app bundle");
     bundle = Bundle{folder / "holdenmere-bin"};
     EXPECT_EQ(open(), "open-at-login: skipped \xE2\x80\x94 not running from an app bundle");
+}
+
+// The workspace answers through the main loop. The step grants it 20 s: an
+// answer at 17 s is an opened app, none by 20 s is the step's own line, and
+// no shorter limit of the launch itself cuts in first.
+TEST_F(OpenAtLoginTest, WaitsTwentySecondsForTheAnswer) {
+    apps.mainLoop = &loop;
+    const std::string path = (folder / "Holdenmere.app").string();
+    apps.behaviours[path] = {LaunchAttempt::opened(), 17};
+    const double start = clock.uptime();
+    EXPECT_EQ(open(), "open-at-login: opened Holdenmere");
+    EXPECT_GE(clock.uptime() - start, 17.0);
+    EXPECT_LT(clock.uptime() - start, 17.1);
+
+    apps.behaviours[path] = {
+        LaunchAttempt::failed("The application could not be launched [NSOSStatusErrorDomain -10810]"), 19.9};
+    EXPECT_EQ(open(),
+              "open-at-login: could NOT open Holdenmere \xE2\x80\x94 The application could not be launched "
+              "[NSOSStatusErrorDomain -10810]");
+
+    apps.behaviours[path] = {LaunchAttempt::opened(), 20.5};
+    const double late = clock.uptime();
+    EXPECT_EQ(open(), "open-at-login: no answer from LaunchServices within 20s");
+    EXPECT_NEAR(clock.uptime() - late, 20.0, 1e-6);
+}
+
+// Away from macOS every process of the executable is listed under its
+// bundle identifier: a login pass or an audit running beside this one is
+// no open desktop app; one started without a mode, or opened quietly, is.
+TEST_F(OpenAtLoginTest, HeadlessRunsOfTheExecutableAreNotAnOpenApp) {
+    const std::string executable = (folder / "Holdenmere.app/Contents/MacOS/holdenmere").string();
+    apps.running.insert("com.tavik.holdenmere");
+    const int other = FakeAppRunning::kRunningProcess;
+    for (const char* mode : {"--gate", "--audit", "--restore-startup", "--repair-helpers", "--version"}) {
+        apps.processArguments[other] = {executable, mode};
+        EXPECT_EQ(open(), "open-at-login: opened Holdenmere") << mode;
+    }
+    apps.processArguments[other] = {executable, "--repair-helpers", "--dry-run"};
+    EXPECT_EQ(open(), "open-at-login: opened Holdenmere");
+    for (const std::vector<std::string>& desktop :
+         {std::vector<std::string>{executable}, {executable, "--opened-at-login"}, {executable, "-psn_0_4242"}}) {
+        apps.processArguments[other] = desktop;
+        EXPECT_EQ(open(), "open-at-login: Holdenmere is already open");
+    }
+    // Where the platform does not tell, a listed process is an open app.
+    apps.processArguments.clear();
+    EXPECT_EQ(open(), "open-at-login: Holdenmere is already open");
+
+    EXPECT_TRUE(OpenAtLogin::isDesktopApp({executable, "-NSDocumentRevisionsDebugMode", "YES"}));
+    EXPECT_FALSE(OpenAtLogin::isDesktopApp({executable, "--opened-at-login", "--gate"}));
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ TEST_F(ReachabilityGateTest, PacingIsClampedAndURLsFallBackToTheDefault) {
     auto result = gate.waitForNetwork(settings);
     EXPECT_FALSE(result.reachable);
     EXPECT_EQ(result.attempts, 3);
-    EXPECT_THAT(clock.waits(), ElementsAre(1.5, 0.5, 1.5, 0.5, 1.5));
+    EXPECT_THAT(clock.waits(), ElementsAre(1.5, 0.5, 1.5, 0.5, 1.5, 0.5));
     for (const auto& asked : probe.asked()) {
         EXPECT_EQ(asked.url, GateSettings::kDefaultProbeURL);
         EXPECT_EQ(asked.timeout, 1.5);
@@ -66,7 +66,7 @@ TEST_F(ReachabilityGateTest, PacingIsClampedAndURLsFallBackToTheDefault) {
     settings.maxAttempts = 2;
     settings.probeURL = "plain words";
     slowGate.waitForNetwork(settings);
-    EXPECT_THAT(slowClock.waits(), ElementsAre(1.5, 60.0, 1.5));
+    EXPECT_THAT(slowClock.waits(), ElementsAre(1.5, 60.0, 1.5, 60.0));
     EXPECT_EQ(slowProbe.asked()[0].url, GateSettings::kDefaultProbeURL);
 }
 
@@ -84,15 +84,37 @@ TEST_F(ReachabilityGateTest, TheCapEndsAnAttemptThatNeverAnswers) {
     EXPECT_EQ(result.attempts, 2);
 }
 
+// The wait gives up only once the overall time (interval x attempts) has
+// passed: each failed attempt is followed by its pause, the last one too.
+TEST_F(ReachabilityGateTest, AnUnreachableWaitLastsTheWholeOverallTime) {
+    settings.pollInterval = 2;
+    settings.maxAttempts = 3;  // overall: 6 s
+    probe.repeat({ProbeOutcome::failure("cannot connect to host"), 0});
+    auto result = gate.waitForNetwork(settings);
+    EXPECT_FALSE(result.reachable);
+    EXPECT_EQ(result.attempts, 3);
+    EXPECT_DOUBLE_EQ(result.elapsed, 6.0);
+    EXPECT_THAT(clock.waits(), ElementsAre(1.5, 2.0, 1.5, 2.0, 1.5, 2.0));
+
+    // Slow answers: rounds of 2.1 s, and the third ends past the 6 s.
+    FakeClock slowClock;
+    FakeProbe slowProbe{slowClock};
+    ReachabilityGate slowGate{slowProbe, slowClock};
+    slowProbe.repeat({ProbeOutcome::failure("timed out"), 0.1});
+    result = slowGate.waitForNetwork(settings);
+    EXPECT_EQ(result.attempts, 3);
+    EXPECT_NEAR(result.elapsed, 6.3, 1e-9);
+}
+
 TEST_F(ReachabilityGateTest, NoNewAttemptOnceTheOverallTimeHasPassed) {
     settings.pollInterval = 2;
     settings.maxAttempts = 60;  // overall: 120 s
     probe.repeat({ProbeOutcome::failure("timed out"), 1.5});
     auto result = gate.waitForNetwork(settings);
     EXPECT_FALSE(result.reachable);
-    // Each round takes 3.5 s: the 35th attempt ends at 121.5 s.
+    // Each round takes 3.5 s: the 35th ends, with its pause, at 122.5 s.
     EXPECT_EQ(result.attempts, 35);
-    EXPECT_LE(result.elapsed, 120 + 3.5);
+    EXPECT_DOUBLE_EQ(result.elapsed, 35 * 3.5);
 }
 
 TEST_F(ReachabilityGateTest, CancellationStopsTheWait) {

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "core/reachability/url_error.h"
 #include "tests/support/loopback_http_server.h"
 
 namespace holdenmere {
@@ -14,6 +15,8 @@ namespace {
 
 using testing::LoopbackHTTPServer;
 using Mode = LoopbackHTTPServer::Mode;
+
+std::string curlText(CURLcode code) { return curl_easy_strerror(code); }
 
 TEST(URLSessionProbe, RedirectsAndSuccessesAreReachableOtherStatusesAreNot) {
     URLSessionProbe probe;
@@ -50,8 +53,12 @@ TEST(URLSessionProbe, FailuresHaveTheirTexts) {
         EXPECT_EQ(probe.probeNow(server.url(), 0.3), ProbeOutcome::failure("timed out"));
     }
     {
+        // The platform's URL loading cannot parse such an answer either.
         LoopbackHTTPServer server(Mode::garbage);
-        EXPECT_EQ(probe.probeNow(server.url(), 1.5), ProbeOutcome::failure("non-HTTP response"));
+        const auto outcome = probe.probeNow(server.url(), 1.5);
+        EXPECT_FALSE(outcome.isReachable);
+        EXPECT_THAT(outcome.failureText, ::testing::EndsWith(" (URLError -1017)"));
+        EXPECT_GT(outcome.failureText.size(), std::string(" (URLError -1017)").size());
     }
     {
         LoopbackHTTPServer server(Mode::hangUp);
@@ -62,24 +69,68 @@ TEST(URLSessionProbe, FailuresHaveTheirTexts) {
               ProbeOutcome::failure("cannot connect to host"));
     EXPECT_EQ(probe.probeNow("http://exa mple.com/", 1.5), ProbeOutcome::failure("malformed probe URL: http://exa mple.com/"));
     EXPECT_EQ(probe.probeNow("", 1.5), ProbeOutcome::failure("malformed probe URL: "));
-    EXPECT_EQ(probe.probeNow("ftp://127.0.0.1:" + std::to_string(closed) + "/", 1.5),
-              ProbeOutcome::failure("non-HTTP response"));
+    EXPECT_THAT(probe.probeNow("ftp://127.0.0.1:" + std::to_string(closed) + "/", 1.5).failureText,
+                ::testing::EndsWith(" (URLError -1002)"));
 }
 
 // Name lookups are not exercised for real: a lookup of even a ".invalid" name
-// may be handed to a resolver off this machine. The mapping is what matters.
-TEST(URLSessionProbe, DescribesTransportErrors) {
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_OPERATION_TIMEDOUT, 0), "timed out");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_COULDNT_RESOLVE_HOST, 0), "cannot find host (DNS)");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_COULDNT_RESOLVE_PROXY, 0), "DNS lookup failed");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_COULDNT_CONNECT, ECONNREFUSED), "cannot connect to host");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_COULDNT_CONNECT, ENETUNREACH), "not connected to internet");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_COULDNT_CONNECT, ETIMEDOUT), "timed out");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_RECV_ERROR, ECONNRESET), "connection lost");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_SSL_CONNECT_ERROR, 0), "TLS handshake failed");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_PEER_FAILED_VERIFICATION, 0), "TLS handshake failed");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_ABORTED_BY_CALLBACK, 0), "cancelled");
-    EXPECT_EQ(URLSessionProbe::describe(CURLE_OUT_OF_MEMORY, 0), "Out of memory (curl error 27)");
+// may be handed to a resolver off this machine. The mapping is what matters:
+// every libcurl error is the URL-loading error the platform would report,
+// named in the probe's words where it has them, otherwise described with
+// its code.
+TEST(URLSessionProbe, DescribesTransportErrorsAsURLErrors) {
+    struct Row {
+        CURLcode curl;
+        long osErrno;
+        int code;
+        std::string text;  // empty: libcurl's description and the code
+    };
+    const std::vector<Row> table = {
+        {CURLE_OPERATION_TIMEDOUT, 0, -1001, "timed out"},
+        {CURLE_COULDNT_CONNECT, ETIMEDOUT, -1001, "timed out"},
+        {CURLE_COULDNT_RESOLVE_HOST, 0, -1003, "cannot find host (DNS)"},
+        {CURLE_COULDNT_RESOLVE_PROXY, 0, -1006, "DNS lookup failed"},
+        {CURLE_COULDNT_CONNECT, ECONNREFUSED, -1004, "cannot connect to host"},
+        {CURLE_COULDNT_CONNECT, 0, -1004, "cannot connect to host"},
+        {CURLE_COULDNT_CONNECT, ENETUNREACH, -1009, "not connected to internet"},
+        {CURLE_COULDNT_CONNECT, ENETDOWN, -1009, "not connected to internet"},
+        {CURLE_COULDNT_CONNECT, EHOSTUNREACH, -1009, "not connected to internet"},
+        {CURLE_COULDNT_CONNECT, EADDRNOTAVAIL, -1009, "not connected to internet"},
+        {CURLE_RECV_ERROR, ECONNRESET, -1005, "connection lost"},
+        {CURLE_SEND_ERROR, EPIPE, -1005, "connection lost"},
+        {CURLE_GOT_NOTHING, 0, -1005, "connection lost"},
+        {CURLE_PARTIAL_FILE, 0, -1005, "connection lost"},
+        {CURLE_HTTP2_STREAM, 0, -1005, "connection lost"},
+        {CURLE_SSL_CONNECT_ERROR, 0, -1200, "TLS handshake failed"},
+        {CURLE_SSL_CIPHER, 0, -1200, "TLS handshake failed"},
+        {CURLE_SSL_CACERT_BADFILE, 0, -1200, "TLS handshake failed"},
+        {CURLE_ABORTED_BY_CALLBACK, 0, -999, "cancelled"},
+        {CURLE_PEER_FAILED_VERIFICATION, 0, -1202, ""},
+        {CURLE_SSL_ISSUER_ERROR, 0, -1202, ""},
+        {CURLE_URL_MALFORMAT, 0, -1000, ""},
+        {CURLE_UNSUPPORTED_PROTOCOL, 0, -1002, ""},
+        {CURLE_WEIRD_SERVER_REPLY, 0, -1017, ""},
+        {CURLE_HTTP2, 0, -1011, ""},
+        {CURLE_TOO_MANY_REDIRECTS, 0, -1007, ""},
+        {CURLE_BAD_CONTENT_ENCODING, 0, -1016, ""},
+        {CURLE_FILESIZE_EXCEEDED, 0, -1103, ""},
+        {CURLE_OUT_OF_MEMORY, 0, -1, ""},
+        {CURLE_FAILED_INIT, 0, -1, ""},
+    };
+    for (const auto& row : table) {
+        EXPECT_EQ(URLError::fromCurl(row.curl, row.osErrno), row.code) << row.curl << " " << row.osErrno;
+        const std::string expected =
+            row.text.empty() ? curlText(row.curl) + " (URLError " + std::to_string(row.code) + ")" : row.text;
+        EXPECT_EQ(URLSessionProbe::describe(row.curl, row.osErrno), expected);
+    }
+    EXPECT_EQ(URLSessionProbe::describe(CURLE_OUT_OF_MEMORY, 0), "Out of memory (URLError -1)");
+    // libcurl's own message about the transfer describes it better where there is one.
+    EXPECT_EQ(URLSessionProbe::describe(CURLE_PEER_FAILED_VERIFICATION, 0,
+                                        "SSL certificate problem: self-signed certificate"),
+              "SSL certificate problem: self-signed certificate (URLError -1202)");
+    EXPECT_EQ(URLSessionProbe::describe(CURLE_COULDNT_CONNECT, ECONNREFUSED, "Failed to connect to 127.0.0.1 port 9"),
+              "cannot connect to host");
+    EXPECT_EQ(URLError::describe(-1012, ""), "unknown (URLError -1012)");
 }
 
 TEST(URLSessionProbe, AsynchronousAttemptsReportOnceEach) {
