@@ -74,15 +74,21 @@ void settleUnconfirmed(StartupChangeEngine& engine, std::vector<std::string>& li
     const auto disabled = engine.disabledLabels();
     if (!disabled) return;  // still unknown: the marks stay
     auto failure = engine.transaction().commit([unconfirmed, labels = *disabled](HoldenmereConfig& config) {
+        // Applied again by every later commit of the pass: only an entry
+        // still marked is settled, so a record made since is never dropped.
         for (const auto& [bundleIdentifier, agent] : unconfirmed) {
+            TakeoverRecord* record = config.takeover(bundleIdentifier);
+            if (record == nullptr) continue;
+            const bool stillMarked = std::any_of(record->agents.begin(), record->agents.end(), [&](const DisabledAgent& held) {
+                return held.label == agent.label && held.unconfirmed;
+            });
+            if (!stillMarked) continue;
             if (labels.count(agent.label) == 0) {
                 config.forgetAgent(bundleIdentifier, agent.label);
                 continue;
             }
-            if (TakeoverRecord* record = config.takeover(bundleIdentifier)) {
-                for (auto& held : record->agents) {
-                    if (held.label == agent.label) held.unconfirmed = false;
-                }
+            for (auto& held : record->agents) {
+                if (held.label == agent.label) held.unconfirmed = false;
             }
         }
     });

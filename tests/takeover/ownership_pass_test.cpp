@@ -298,6 +298,21 @@ TEST_F(OwnershipPass, AnUnconfirmedSwitchIsMarkedThenSettledAtTheNextPass) {
     EXPECT_EQ(file.stored.takeover("com.example.cloud"), nullptr);
 }
 
+TEST_F(OwnershipPass, ASettledRecordNeverDropsOneMadeLaterInThePass) {
+    manageAll();
+    scripts.loginItems.items = {{mail}};
+    // Sync was marked unconfirmed and launchd lists it enabled: the pass
+    // drops that record, switches Sync off again and records it anew; Cloud
+    // is recorded after that, in a later commit of the same pass.
+    file.stored.recordAgent("com.example.sync", "Sync", "com.example.sync.agent", plistOf("com.example.sync.agent"),
+                            false);
+    file.stored.takeover("com.example.sync")->agents[0].unconfirmed = true;
+    pass();
+    EXPECT_TRUE(recordsAgent(file.stored, "com.example.sync.agent"));
+    EXPECT_TRUE(recordsAgent(file.stored, "com.example.cloud.agent"));
+    EXPECT_TRUE(launchd.disabled.count("com.example.sync.agent"));
+}
+
 TEST_F(OwnershipPass, TheBackfillRunsOnlyForAConfigurationOlderThanTheLedger) {
     // Sync's agent was switched off long ago, by the user.
     file.stored.blockedApps.clear();
