@@ -3,18 +3,15 @@
 #include <vector>
 
 #include "app/command_line.h"
-
-#ifdef HOLDENMERE_DESKTOP
-#include "app/desktop/desktop_app.h"
-#endif
+#include "app/desktop_module.h"
 
 int main(int argc, char** argv) {
     std::vector<std::string> arguments(argv, argv + argc);
-#ifdef HOLDENMERE_DESKTOP
     // The desktop app takes over the process's arguments (Qt reads its own
-    // options from them) only once the mode says it is the app.
-    holdenmere::setDesktopEntry(
-        [&argc, argv] { return holdenmere::desktop::runDesktopApp(argc, argv, holdenmere::openedQuietly()); });
-#endif
+    // options from them) only once the mode says it is the app; its module
+    // is opened then and only then.
+    holdenmere::setDesktopEntry([&argc, argv] {
+        return holdenmere::DesktopModule::run(argc, argv, holdenmere::openedQuietly(), std::cerr);
+    });
     return holdenmere::runCommandLine(arguments, std::cout, std::cerr);
 }

@@ -133,16 +133,6 @@ TEST_F(CommandLine, GateWithAFolderForAConfig) {
                                 "): Is a directory. Launching nothing. Open Holdenmere to repair it.\n");
 }
 
-// With the desktop app built, no argument opens it: tests/desktop starts it.
-#ifndef HOLDENMERE_DESKTOP
-TEST_F(CommandLine, WithoutTheDesktopAppNoArgumentSaysSo) {
-    auto result = run({});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.error, HasSubstr("this build"));
-    EXPECT_FALSE(std::filesystem::exists(defaultConfig()));
-}
-#endif
-
 TEST_F(CommandLine, RepairHelpersWithNothingToRepair) {
     // launchd as the fake launchctl keeps it: readable, nothing disabled.
     testing::FakeLaunchctlTool launchd;

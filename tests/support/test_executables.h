@@ -9,7 +9,11 @@
 namespace holdenmere::testing {
 
 inline const char* testHelperPath() { return HOLDENMERE_TEST_HELPER; }
+// The executable in a bundle without the desktop app's module, as the
+// headless modes must run; bundleExecutablePath() is the one in the built
+// bundle, module and all.
 inline const char* holdenmerePath() { return HOLDENMERE_EXECUTABLE; }
+inline const char* bundleExecutablePath() { return HOLDENMERE_BUNDLE_EXECUTABLE; }
 // Poses as /usr/bin/osascript; see tests/support/fake_osascript_main.cpp.
 inline const char* fakeOsascriptPath() { return HOLDENMERE_FAKE_OSASCRIPT; }
 
