@@ -2,14 +2,18 @@
 # Installs what building and testing Holdenmere needs: Debian packages with
 # apt-get (as root, or through sudo), Homebrew formulae on macOS. Packages that
 # are already installed are left alone, so this is cheap to run every time.
-#   scripts/install-deps.sh [--fuzz]   (--fuzz adds clang for libFuzzer builds)
+#   scripts/install-deps.sh [--fuzz] [--bench]
+#   (--fuzz adds clang for libFuzzer builds; --bench hyperfine, GNU time and
+#   procps for bench/whole_process.sh)
 set -euo pipefail
 
 want_fuzz=0
+want_bench=0
 for arg in "$@"; do
   case "$arg" in
     --fuzz) want_fuzz=1 ;;
-    *) echo "usage: $0 [--fuzz]" >&2; exit 64 ;;
+    --bench) want_bench=1 ;;
+    *) echo "usage: $0 [--fuzz] [--bench]" >&2; exit 64 ;;
   esac
 done
 
@@ -34,6 +38,7 @@ packages=(
   fonts-dejavu-core xvfb xauth
 )
 [ "$want_fuzz" -eq 0 ] || packages+=(clang libclang-rt-dev)
+[ "$want_bench" -eq 0 ] || packages+=(hyperfine time procps)
 
 missing=()
 for package in "${packages[@]}"; do

@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +24,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <string_view>
 
 #include "core/apps/hidden_launch_confirmation.h"
 #include "core/apps/launch_request.h"
@@ -73,14 +75,19 @@ std::vector<int> SystemAppRunning::processIdentifiers(const std::string& bundleI
     std::map<std::filesystem::path, std::optional<std::string>> identifiers;
     DIR* processes = ::opendir("/proc");
     if (processes == nullptr) return found;
+    char target[PATH_MAX];
     while (dirent* entry = ::readdir(processes)) {
         const char* name = entry->d_name;
         if (*name < '0' || *name > '9') continue;
         pid_t pid = static_cast<pid_t>(std::strtol(name, nullptr, 10));
-        std::error_code error;
-        auto executable = std::filesystem::read_symlink(std::filesystem::path("/proc") / name / "exe", error);
-        if (error) continue;  // gone, a zombie, or not ours to see
-        auto bundle = Bundle::containing(executable);
+        // Called for every app at every login, over every process: a plain
+        // readlink, and only an executable in a bundle goes any further.
+        const std::string link = std::string("/proc/") + name + "/exe";
+        const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
+        if (length <= 0 || static_cast<std::size_t>(length) >= sizeof target) continue;  // gone, a zombie, or not ours
+        const std::string_view executable(target, static_cast<std::size_t>(length));
+        if (executable.find("/Contents/MacOS/") == std::string_view::npos) continue;
+        auto bundle = Bundle::containing(std::filesystem::path(executable));
         if (!bundle) continue;
         auto known = identifiers.find(bundle->path);
         if (known == identifiers.end()) known = identifiers.emplace(bundle->path, bundleIdentifierOf(*bundle)).first;
