@@ -19,6 +19,7 @@ done
 
 if [ "$(uname -s)" = Darwin ]; then
   formulae=(cmake ninja pkg-config libplist nlohmann-json curl googletest google-benchmark qt)
+  [ "$want_bench" -eq 0 ] || formulae+=(hyperfine gnu-time)
   missing=()
   for formula in "${formulae[@]}"; do
     brew list --formula "$formula" >/dev/null 2>&1 || missing+=("$formula")
