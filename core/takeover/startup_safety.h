@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/discovery/safety_tier.h"
 #include "core/discovery/startup_source.h"
 
 namespace holdenmere {
@@ -17,24 +18,6 @@ inline constexpr std::string_view kHoldenmereBundleIdentifier = "com.tavik.holde
 inline constexpr std::array<std::string_view, 2> kHoldenmereLaunchdLabels = {
     "com.tavik.holdenmere.agent",
     "com.tavik.holdenmere.axsampler",
-};
-
-// What switching one startup item off would mean: refused outright, allowed
-// after the user confirms one or more warnings, or simply allowed.
-struct SafetyTier {
-    enum class Kind { refused, needsConfirmation, allowed };
-
-    Kind kind = Kind::allowed;
-    std::string reason;                 // refused only
-    std::vector<std::string> warnings;  // needsConfirmation only, in order
-
-    static SafetyTier refused(std::string reason) { return {Kind::refused, std::move(reason), {}}; }
-    static SafetyTier needsConfirmation(std::vector<std::string> warnings) {
-        return {Kind::needsConfirmation, {}, std::move(warnings)};
-    }
-    static SafetyTier allowed() { return {}; }
-
-    friend bool operator==(const SafetyTier&, const SafetyTier&) = default;
 };
 
 // The rules that decide whether a startup item may be switched off. Pure
