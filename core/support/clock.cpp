@@ -1,15 +1,30 @@
 #include "core/support/clock.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace holdenmere {
 
 void Signal::raise() {
-    {
-        std::lock_guard lock(mutex_);
-        raised_ = true;
-    }
+    // Everything under the lock: a waiter that sees the flag may destroy
+    // the signal as soon as it returns, and a link being destroyed waits
+    // here for a forward in progress.
+    std::lock_guard lock(mutex_);
+    raised_ = true;
     changed_.notify_all();
+    for (Signal* to : forwards_) to->raise();
+}
+
+Signal::Link::Link(const Signal& from, Signal& to) : from_(from), to_(to) {
+    std::lock_guard lock(from_.mutex_);
+    from_.forwards_.push_back(&to_);
+    if (from_.raised_) to_.raise();
+}
+
+Signal::Link::~Link() {
+    std::lock_guard lock(from_.mutex_);
+    auto& forwards = from_.forwards_;
+    forwards.erase(std::find(forwards.begin(), forwards.end(), &to_));
 }
 
 bool Signal::isRaised() const {

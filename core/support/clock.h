@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <vector>
 
 #include "core/support/date.h"
 
@@ -11,6 +12,10 @@ namespace holdenmere {
 // arrived, or a wait that was cancelled. Raising it twice is harmless.
 class Signal {
 public:
+    Signal() = default;
+    Signal(const Signal&) = delete;
+    Signal& operator=(const Signal&) = delete;
+
     void raise();
     bool isRaised() const;
     // Waits in real time; true when raised before `seconds` passed.
@@ -18,10 +23,29 @@ public:
     // Waits in real time with no limit.
     void wait() const;
 
+    // While a link lives, raising `from` raises `to` as well (at once when
+    // `from` is raised already), so that one wait can end on whichever of
+    // several signals comes first: link each of them to a signal of the
+    // wait's own. `from` forwards while holding its lock, so once the link
+    // is destroyed no raise of `from` still reaches `to`, and `to` may go.
+    // Links must not form a cycle.
+    class Link {
+    public:
+        Link(const Signal& from, Signal& to);
+        ~Link();
+        Link(const Link&) = delete;
+        Link& operator=(const Link&) = delete;
+
+    private:
+        const Signal& from_;
+        Signal& to_;
+    };
+
 private:
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     bool raised_ = false;
+    mutable std::vector<Signal*> forwards_;
 };
 
 // Time as the logic sees it, so that long waits (the network gate, app
