@@ -24,6 +24,7 @@
 #include "core/gate/gate_runner.h"
 #include "core/gate/open_at_login.h"
 #include "core/launchd/helper_delay.h"
+#include "core/reachability/network_change_listening.h"
 #include "core/reachability/probe_log_line.h"
 #include "core/reachability/url_session_probe.h"
 #include "core/support/bundle.h"
@@ -66,7 +67,7 @@ struct Pass {
     explicit Pass(GateServices& services)
         : helperDelay(services.launchctl),
           helpers(helperDelay),
-          gate(services.probe, services.clock),
+          gate(services.probe, services.clock, services.networkChanges),
           launcher(services.apps, services.clock, services.mainLoop),
           runner(gate, launcher, services.clock, &helpers) {}
 
@@ -82,6 +83,7 @@ struct Pass {
 struct SystemGateServices {
     SystemClock clock;
     SystemMainLoop mainLoop;
+    SystemNetworkChangeListening networkChanges;
     URLSessionProbe probe;
     SystemAppRunning apps;
     std::unique_ptr<LaunchctlRunning> launchctl = makeSystemLaunchctl();
@@ -94,7 +96,8 @@ struct SystemGateServices {
                           [] { return SystemDaemonScanner{}.appPaths(); },
                           Bundle::main(),
                           static_cast<int>(::getpid()),
-                          mainLoop};
+                          mainLoop,
+                          networkChanges};
 };
 
 // The startup-sources step: held launchd jobs switched off again where

@@ -9,6 +9,7 @@
 #include "core/apps/app_running.h"
 #include "core/discovery/script_running.h"
 #include "core/launchd/launchctl_running.h"
+#include "core/reachability/network_change_listening.h"
 #include "core/reachability/reachability_probe.h"
 #include "core/support/bundle.h"
 #include "core/support/clock.h"
@@ -31,6 +32,9 @@ struct GateServices {
     int processIdentifier = 0;
     // What the pass's waits on the main thread serve.
     MainLoop& mainLoop = InertMainLoop::shared();
+    // The system's network-change announcements, which bring the gate's
+    // next attempt forward.
+    NetworkChangeListening& networkChanges = InertNetworkChangeListening::shared();
 };
 
 // `--gate`: one headless login pass. Log lines go to `out` (the login agent

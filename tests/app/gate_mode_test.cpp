@@ -16,6 +16,7 @@
 #include "tests/support/fake_app_running.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_launchctl_running.h"
+#include "tests/support/fake_network_changes.h"
 #include "tests/support/fake_probe.h"
 #include "tests/support/fake_script_running.h"
 #include "tests/support/plist_files.h"
@@ -121,6 +122,19 @@ TEST_F(GateModeTest, AppsThatPutTheirLoginItemBackAreRemovedForTwoMinutes) {
     // The sweep watched its whole window in five-second naps.
     auto waits = clock.waits();
     EXPECT_GE(std::count(waits.begin(), waits.end(), 5.0), 23);
+}
+
+TEST_F(GateModeTest, TheGateListensForNetworkChangesWhileItWaits) {
+    ConfigStore{home / "config.json"}.save(HoldenmereConfig{});
+    testing::FakeNetworkChangeListening changes;
+    GateServices listening{clock, probe, apps, launchctl, scripts, [] { return std::set<std::string>{}; },
+                           std::nullopt, 1, InertMainLoop::shared(), changes};
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(runGate(out, err, listening), 0) << err.str();
+    EXPECT_THAT(out.str(), HasSubstr("] network reachable after 1 attempt(s)"));
+    EXPECT_EQ(changes.subscriptions(), 1);
+    EXPECT_FALSE(changes.subscribed());
 }
 
 TEST_F(GateModeTest, APassWhoseDeadlinePassesWhileAppsOpenRecordsNothing) {

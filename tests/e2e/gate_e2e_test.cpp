@@ -2,6 +2,10 @@
 // against a probe server on loopback and app bundles made for the test.
 #include <signal.h>
 
+#include <chrono>
+#include <optional>
+#include <thread>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,7 +14,9 @@
 #include "core/config/config_store.h"
 #include "core/config/history_store.h"
 #include "core/support/child_process.h"
+#include "core/support/clock.h"
 #include "tests/support/loopback_http_server.h"
+#include "tests/support/network_namespace.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/test_executables.h"
 
@@ -220,6 +226,41 @@ TEST_F(GatePass, MigratesTheConfigAndWarnsWhenTheHistoryCannotBeWritten) {
     ASSERT_EQ(saved.blockedApps.size(), 1u);
     EXPECT_EQ(saved.blockedApps[0].name, "Chat");
     EXPECT_FALSE(apps.isRunning(identifier("Chat")));
+}
+
+// In a network namespace of its own, where loopback starts down: the first
+// attempt fails at once, and loopback comes up during the pause after it.
+// The system announces the change, and the next attempt goes out at once
+// instead of at the end of the two-second interval.
+TEST_F(GatePass, TheNextAttemptGoesOutAsSoonAsTheNetworkComesUp) {
+    if (!testing::inOwnNetworkNamespace()) return testing::runInOwnNetworkNamespace();
+
+    LoopbackHTTPServer server(LoopbackHTTPServer::Mode::status, 204, 30, true);
+    HoldenmereConfig config = settingsFor(server.url());
+    config.settings.pollInterval = 2;
+    config.settings.maxAttempts = 5;
+    ConfigStore{configPath()}.save(config);
+
+    Signal passEnded;
+    std::optional<std::chrono::steady_clock::time_point> bringingUpAt;
+    std::string bringUpError;
+    std::thread bringUp([&] {
+        if (passEnded.waitFor(0.7)) return;
+        bringingUpAt = std::chrono::steady_clock::now();
+        bringUpError = testing::setLoopbackUp(true);
+    });
+    auto result = pass();
+    passEnded.raise();
+    bringUp.join();
+
+    ASSERT_TRUE(bringingUpAt.has_value()) << "the pass ended before loopback came up:\n" << result.output;
+    ASSERT_EQ(bringUpError, "");
+    EXPECT_EQ(result.status, 0) << result.output << result.error;
+    EXPECT_THAT(result.output, HasSubstr("] network reachable after 2 attempt(s) in "));
+    const auto arrivals = server.arrivals();
+    ASSERT_EQ(arrivals.size(), 1u) << result.output;
+    const auto late = std::chrono::duration_cast<std::chrono::milliseconds>(arrivals[0] - *bringingUpAt);
+    EXPECT_LT(late.count(), 100) << "the second attempt arrived " << late.count() << " ms after loopback came up";
 }
 
 TEST_F(GatePass, TheHistoryKeepsTheNewestTwoHundredRecords) {

@@ -12,7 +12,8 @@ namespace holdenmere::testing {
 
 // A probe that answers from a script. Each step either answers after a
 // number of (fake) seconds, or never: its completion is kept so that a test
-// can deliver the late answer itself. Records every URL and timeout asked.
+// can deliver the late answer itself. Records every URL and timeout asked,
+// and when.
 class FakeProbe final : public ReachabilityProbe {
 public:
     struct Step {
@@ -30,7 +31,7 @@ public:
         Step step = repeat_;
         {
             std::lock_guard lock(mutex_);
-            asked_.push_back({url, timeout});
+            asked_.push_back({url, timeout, clock_.uptime()});
             if (!steps_.empty()) {
                 step = steps_.front();
                 steps_.pop_front();
@@ -59,6 +60,7 @@ public:
     struct Asked {
         std::string url;
         double timeout;
+        double at;  // the clock's uptime when asked
     };
     std::vector<Asked> asked() const {
         std::lock_guard lock(mutex_);

@@ -12,9 +12,21 @@
 namespace holdenmere::testing {
 namespace {
 
-int bindLoopback(int* port) {
+int bindLoopback(int* port, bool freeBind = false) {
     int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) throw std::runtime_error("socket failed");
+    if (freeBind) {
+#ifdef IP_FREEBIND
+        const int on = 1;
+        if (::setsockopt(fd, IPPROTO_IP, IP_FREEBIND, &on, sizeof on) != 0) {
+            ::close(fd);
+            throw std::runtime_error("setsockopt(IP_FREEBIND) failed");
+        }
+#else
+        ::close(fd);
+        throw std::runtime_error("IP_FREEBIND is not available here");
+#endif
+    }
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -43,9 +55,9 @@ std::string reasonFor(int status) {
 
 }  // namespace
 
-LoopbackHTTPServer::LoopbackHTTPServer(Mode mode, int status, double lifetimeSeconds)
+LoopbackHTTPServer::LoopbackHTTPServer(Mode mode, int status, double lifetimeSeconds, bool freeBind)
     : mode_(mode), status_(status), lifetime_(lifetimeSeconds) {
-    listener_ = bindLoopback(&port_);
+    listener_ = bindLoopback(&port_, freeBind);
     ::listen(listener_, 16);
     thread_ = std::thread([this] { serve(); });
 }
@@ -66,6 +78,11 @@ std::vector<std::string> LoopbackHTTPServer::requests() const {
     return requests_;
 }
 
+std::vector<std::chrono::steady_clock::time_point> LoopbackHTTPServer::arrivals() const {
+    std::lock_guard lock(mutex_);
+    return arrivals_;
+}
+
 int LoopbackHTTPServer::closedPort() {
     int port = 0;
     int fd = bindLoopback(&port);
@@ -80,6 +97,7 @@ void LoopbackHTTPServer::serve() {
         if (::poll(&watched, 1, 20) <= 0) continue;
         int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0) continue;
+        const auto arrived = std::chrono::steady_clock::now();
         if (mode_ == Mode::hangUp) {
             ::close(client);
             continue;
@@ -97,6 +115,7 @@ void LoopbackHTTPServer::serve() {
         {
             std::lock_guard lock(mutex_);
             requests_.push_back(request);
+            arrivals_.push_back(arrived);
         }
         std::string answer;
         if (mode_ == Mode::silent) {
