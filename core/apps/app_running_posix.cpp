@@ -15,6 +15,8 @@
 #include <unistd.h>
 
 #include <climits>
+#include <condition_variable>
+#include <functional>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -25,6 +27,10 @@
 #include <optional>
 #include <set>
 #include <string_view>
+#include <system_error>
+#include <thread>
+#include <tuple>
+#include <vector>
 
 #include "core/apps/hidden_launch_confirmation.h"
 #include "core/apps/launch_request.h"
@@ -35,6 +41,16 @@
 extern char** environ;
 
 namespace holdenmere {
+
+namespace {
+
+std::optional<std::string> bundleIdentifierOf(const Bundle& bundle) {
+    auto info = bundle.infoDictionary();
+    if (!info) return std::nullopt;
+    return info->stringAt("CFBundleIdentifier");
+}
+
+}  // namespace
 
 struct SystemAppRunning::Implementation {
     DelayedWorkQueue queue;
@@ -54,46 +70,204 @@ struct SystemAppRunning::Implementation {
         }
         return false;
     }
+
+    // The bundle identifier of the bundle at `path`, read from its
+    // Info.plist once for as long as that file stays as it was: the process
+    // table is read for every app a pass opens, and the same bundles (the
+    // apps opened a moment ago, this executable's own) turn up every time.
+    std::optional<std::string> bundleIdentifierAt(const Bundle& bundle) {
+        struct stat info {};
+        const bool readable = ::stat(bundle.infoPlistPath().c_str(), &info) == 0;
+        const auto stamp = std::make_tuple(info.st_mtim.tv_sec, info.st_mtim.tv_nsec, info.st_size, info.st_ino);
+        {
+            std::lock_guard lock(mutex);
+            const auto known = identifiers.find(bundle.path);
+            if (readable && known != identifiers.end() && known->second.first == stamp) return known->second.second;
+        }
+        auto identifier = bundleIdentifierOf(bundle);
+        if (readable) {
+            std::lock_guard lock(mutex);
+            identifiers[bundle.path] = {stamp, identifier};
+        }
+        return identifier;
+    }
+
+    // The processes whose executable lies inside a bundle, with the bundle's
+    // identifier. Read afresh unless read within kTableFreshFor: a pass asks
+    // for every app it opens, one after the other, and each reading goes
+    // over every process.
+    std::map<pid_t, std::string> bundleProcesses() {
+        const double now = clock.uptime();
+        {
+            std::lock_guard lock(mutex);
+            if (tableReadAt && now - *tableReadAt < kTableFreshFor) return table;
+        }
+        std::map<pid_t, std::string> read = readBundleProcesses();
+        std::lock_guard lock(mutex);
+        // What this process started since the reading began is kept.
+        for (const auto& [pid, identifier] : table) {
+            if (startedSinceReading.count(pid) != 0) read.emplace(pid, identifier);
+        }
+        startedSinceReading.clear();
+        table = read;
+        tableReadAt = now;
+        return table;
+    }
+
+    std::map<pid_t, std::string> readBundleProcesses() {
+        std::map<pid_t, std::string> found;
+        DIR* processes = ::opendir("/proc");
+        if (processes == nullptr) return found;
+        char target[PATH_MAX];
+        while (dirent* entry = ::readdir(processes)) {
+            const char* name = entry->d_name;
+            if (*name < '0' || *name > '9') continue;
+            const auto pid = static_cast<pid_t>(std::strtol(name, nullptr, 10));
+            // Over every process: a plain readlink, and only an executable
+            // in a bundle goes any further.
+            const std::string link = std::string("/proc/") + name + "/exe";
+            const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
+            if (length <= 0 || static_cast<std::size_t>(length) >= sizeof target) continue;  // gone, a zombie, or not ours
+            const std::string_view executable(target, static_cast<std::size_t>(length));
+            if (executable.find("/Contents/MacOS/") == std::string_view::npos) continue;
+            auto bundle = Bundle::containing(std::filesystem::path(executable));
+            if (!bundle) continue;
+            if (auto identifier = bundleIdentifierAt(*bundle)) found.emplace(pid, std::move(*identifier));
+        }
+        ::closedir(processes);
+        return found;
+    }
+
+    // A process this one started: listed at once, whatever the table's age.
+    void started(pid_t pid, const std::optional<std::string>& identifier) {
+        std::lock_guard lock(mutex);
+        children.insert(pid);
+        if (!identifier) return;
+        table[pid] = *identifier;
+        startedSinceReading.insert(pid);
+    }
+
+    static constexpr double kTableFreshFor = 0.1;
+    std::map<pid_t, std::string> table;
+    std::optional<double> tableReadAt;
+    std::set<pid_t> startedSinceReading;
+
+    void start(std::vector<std::string> argv, const std::optional<std::string>& identifier, const OpenOptions& options,
+               const std::shared_ptr<LaunchRequest>& request);
+
+    // Runs `work` on a thread of its own; throws std::system_error when no
+    // thread can be had. The implementation outlives every such thread.
+    void onStarter(std::function<void()> work) {
+        {
+            std::lock_guard lock(mutex);
+            ++activeStarters;
+        }
+        try {
+            std::thread([this, work = std::move(work)] {
+                work();
+                // Notified under the lock: the destructor cannot go on until
+                // this thread has let go of it, and it touches nothing after.
+                std::lock_guard lock(mutex);
+                if (--activeStarters == 0) startersEnded.notify_all();
+            }).detach();
+        } catch (const std::system_error&) {
+            std::lock_guard lock(mutex);
+            --activeStarters;
+            throw;
+        }
+    }
+
+    ~Implementation() {
+        std::unique_lock lock(mutex);
+        startersEnded.wait(lock, [this] { return activeStarters == 0; });
+    }
+
+    int activeStarters = 0;
+    std::condition_variable startersEnded;
+
+    using Stamp = std::tuple<time_t, long, off_t, ino_t>;
+    std::map<std::filesystem::path, std::pair<Stamp, std::optional<std::string>>> identifiers;
 };
 
-namespace {
+// Starts the executable argv[0] and reports to `request`: at once, or,
+// for a hidden launch, once the stable checks have passed.
+void SystemAppRunning::Implementation::start(std::vector<std::string> argv, const std::optional<std::string>& identifier,
+                                             const OpenOptions& options, const std::shared_ptr<LaunchRequest>& request) {
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY, 0);
+    }
+    sigset_t noSignals;
+    sigset_t defaultSignals;
+    sigemptyset(&noSignals);
+    sigemptyset(&defaultSignals);
+    for (int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&defaultSignals, signal);
+    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+#if defined(POSIX_SPAWN_SETSID)
+    // A session of its own: the app survives the login pass and its terminal.
+    flags |= POSIX_SPAWN_SETSID;
+#else
+    flags |= POSIX_SPAWN_SETPGROUP;
+    posix_spawnattr_setpgroup(&attributes, 0);
+#endif
+    posix_spawnattr_setflags(&attributes, flags);
+    posix_spawnattr_setsigmask(&attributes, &noSignals);
+    posix_spawnattr_setsigdefault(&attributes, &defaultSignals);
 
-std::optional<std::string> bundleIdentifierOf(const Bundle& bundle) {
-    auto info = bundle.infoDictionary();
-    if (!info) return std::nullopt;
-    return info->stringAt("CFBundleIdentifier");
+    std::vector<char*> argvPointers;
+    for (auto& argument : argv) argvPointers.push_back(argument.data());
+    argvPointers.push_back(nullptr);
+
+    pid_t pid = 0;
+    const std::string& executable = argv.front();
+    int spawned = ::posix_spawn(&pid, executable.c_str(), &actions, &attributes, argvPointers.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    if (spawned != 0) {
+        request->deliver(LaunchAttempt::failed("could not start " + executable + ": " + std::strerror(spawned)));
+        return;
+    }
+    started(pid, identifier);
+    request->openReturned();
+    if (!options.hidden) {
+        request->deliver(LaunchAttempt::opened());
+        return;
+    }
+
+    Implementation* implementation = this;
+    auto schedule = [implementation](double delay, std::function<void()> work) {
+        implementation->queue.schedule(delay, std::move(work));
+    };
+    if (options.timeLimit) request->startTimeLimit(schedule, *options.timeLimit);
+    HiddenLaunchConfirmation::Hooks hooks{[implementation] { return implementation->clock.uptime(); }, {}, schedule};
+    HiddenLaunchConfirmation::Application application{
+        [implementation, pid] {
+            HiddenAppState state;
+            state.terminated = implementation->hasEnded(pid);
+            state.listed = state.terminated || ::kill(pid, 0) == 0;
+            state.hidden = true;  // nothing here can show a window
+            return state;
+        },
+        [] { return true; }};
+    HiddenLaunchConfirmation::start(
+        {}, hooks, application, [request](LaunchAttempt attempt) { request->deliver(std::move(attempt)); },
+        options.cancellation);
 }
 
-}  // namespace
 
 SystemAppRunning::SystemAppRunning() : implementation_(new Implementation) {}
 
 SystemAppRunning::~SystemAppRunning() { delete implementation_; }
 
 std::vector<int> SystemAppRunning::processIdentifiers(const std::string& bundleIdentifier) {
+    const auto table = implementation_->bundleProcesses();
     std::vector<int> found;
-    std::map<std::filesystem::path, std::optional<std::string>> identifiers;
-    DIR* processes = ::opendir("/proc");
-    if (processes == nullptr) return found;
-    char target[PATH_MAX];
-    while (dirent* entry = ::readdir(processes)) {
-        const char* name = entry->d_name;
-        if (*name < '0' || *name > '9') continue;
-        pid_t pid = static_cast<pid_t>(std::strtol(name, nullptr, 10));
-        // Called for every app at every login, over every process: a plain
-        // readlink, and only an executable in a bundle goes any further.
-        const std::string link = std::string("/proc/") + name + "/exe";
-        const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
-        if (length <= 0 || static_cast<std::size_t>(length) >= sizeof target) continue;  // gone, a zombie, or not ours
-        const std::string_view executable(target, static_cast<std::size_t>(length));
-        if (executable.find("/Contents/MacOS/") == std::string_view::npos) continue;
-        auto bundle = Bundle::containing(std::filesystem::path(executable));
-        if (!bundle) continue;
-        auto known = identifiers.find(bundle->path);
-        if (known == identifiers.end()) known = identifiers.emplace(bundle->path, bundleIdentifierOf(*bundle)).first;
-        if (known->second == bundleIdentifier && !implementation_->hasEnded(pid)) found.push_back(pid);
+    for (const auto& [pid, identifier] : table) {
+        if (identifier == bundleIdentifier && !implementation_->hasEnded(pid)) found.push_back(pid);
     }
-    ::closedir(processes);
     return found;
 }
 
@@ -148,72 +322,20 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
         return;
     }
 
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY, 0);
-    }
-    sigset_t noSignals;
-    sigset_t defaultSignals;
-    sigemptyset(&noSignals);
-    sigemptyset(&defaultSignals);
-    for (int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&defaultSignals, signal);
-    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
-#if defined(POSIX_SPAWN_SETSID)
-    // A session of its own: the app survives the login pass and its terminal.
-    flags |= POSIX_SPAWN_SETSID;
-#else
-    flags |= POSIX_SPAWN_SETPGROUP;
-    posix_spawnattr_setpgroup(&attributes, 0);
-#endif
-    posix_spawnattr_setflags(&attributes, flags);
-    posix_spawnattr_setsigmask(&attributes, &noSignals);
-    posix_spawnattr_setsigdefault(&attributes, &defaultSignals);
-
+    // Started on a thread of its own, as the workspace opens apps
+    // asynchronously: posix_spawn returns only once the new process has
+    // executed, and the next app need not wait for that.
+    Implementation* implementation = implementation_;
     std::vector<std::string> argv{executable.string()};
     argv.insert(argv.end(), options.arguments.begin(), options.arguments.end());
-    std::vector<char*> argvPointers;
-    for (auto& argument : argv) argvPointers.push_back(argument.data());
-    argvPointers.push_back(nullptr);
-
-    pid_t pid = 0;
-    int spawned = ::posix_spawn(&pid, executable.c_str(), &actions, &attributes, argvPointers.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    if (spawned != 0) {
-        request->deliver(LaunchAttempt::failed("could not start " + executable.string() + ": " + std::strerror(spawned)));
-        return;
+    try {
+        implementation->onStarter([implementation, argv, identifier, options, request] {
+            implementation->start(argv, identifier, options, request);
+        });
+    } catch (const std::system_error&) {
+        // No thread to be had: start it here.
+        implementation->start(std::move(argv), identifier, options, request);
     }
-    {
-        std::lock_guard lock(implementation_->mutex);
-        implementation_->children.insert(pid);
-    }
-    request->openReturned();
-    if (!options.hidden) {
-        request->deliver(LaunchAttempt::opened());
-        return;
-    }
-
-    Implementation* implementation = implementation_;
-    auto schedule = [implementation](double delay, std::function<void()> work) {
-        implementation->queue.schedule(delay, std::move(work));
-    };
-    if (options.timeLimit) request->startTimeLimit(schedule, *options.timeLimit);
-    HiddenLaunchConfirmation::Hooks hooks{[implementation] { return implementation->clock.uptime(); }, {}, schedule};
-    HiddenLaunchConfirmation::Application application{
-        [implementation, pid] {
-            HiddenAppState state;
-            state.terminated = implementation->hasEnded(pid);
-            state.listed = state.terminated || ::kill(pid, 0) == 0;
-            state.hidden = true;  // nothing here can show a window
-            return state;
-        },
-        [] { return true; }};
-    HiddenLaunchConfirmation::start(
-        {}, hooks, application, [request](LaunchAttempt attempt) { request->deliver(std::move(attempt)); },
-        options.cancellation);
 }
 
 }  // namespace holdenmere

@@ -103,7 +103,7 @@ double measureOnce(const std::string& holdenmere) {
     std::filesystem::create_directories(support);
     std::ofstream(support / "config.json")
         << R"({"settings":{"probeURL":"http://127.0.0.1:)" << port
-        << R"(/hotspot-detect.html","pollInterval":2,"maxAttempts":5,"isEnabled":true},"apps":[]})" << '\n';
+        << R"(/hotspot-detect.html","pollInterval":2,"maxAttempts":5,"launchAnywayOnTimeout":true,"isEnabled":true},"apps":[]})" << '\n';
 
     std::vector<std::string> environment = {"HOME=" + home.string(),
                                             "HOLDENMERE_HISTORY_PATH=" + (home / "history.json").string(),
