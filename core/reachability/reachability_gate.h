@@ -25,7 +25,7 @@ public:
     // come, and an announcement is given this long to finish applying
     // before the attempt it brings forward (see waitForNetwork).
     static constexpr double kMinAttemptSpacing = 0.25;
-    static constexpr double kChangeSettle = 0.05;
+    static constexpr double kChangeSettle = 0.02;
 
     // The probe and the clock must outlive every attempt the gate starts
     // (an attempt the cap abandoned still reports to the clock when it ends).
