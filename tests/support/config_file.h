@@ -98,6 +98,7 @@ public:
     bool isLoaded(std::string_view label) override { return inner_.isLoaded(label); }
     bool isDisabled(std::string_view label) override { return inner_.isDisabled(label); }
     std::optional<std::set<std::string>> disabledLabels() override { return inner_.disabledLabels(); }
+    std::optional<std::map<std::string, bool>> disabledMarks() override { return inner_.disabledMarks(); }
     std::optional<std::string> print(std::string_view target) override { return inner_.print(target); }
     std::optional<std::vector<std::string>> serviceLabels() override { return inner_.serviceLabels(); }
 
