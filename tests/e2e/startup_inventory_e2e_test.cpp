@@ -11,6 +11,7 @@
 #include "core/launchd/system_launchctl.h"
 #include "core/takeover/startup_actions.h"
 #include "core/takeover/system_inventory.h"
+#include "tests/support/config_file.h"
 #include "tests/support/e2e_home.h"
 #include "tests/support/fake_script_running.h"
 #include "tests/support/loopback_http_server.h"
@@ -25,31 +26,6 @@ namespace sysext = testing::fake_systemextensionsctl;
 const std::string kTag = "[Holdenmere] ";
 const std::string kDash = " \xE2\x80\x94 ";
 const std::string kPhotos = "local.photos.sync";
-
-// launchd through the fake tool, failing the test when a job is switched off
-// before the configuration on disk holds it.
-class RecordCheckingLaunchctl final : public LaunchctlRunning {
-public:
-    explicit RecordCheckingLaunchctl(std::filesystem::path config) : config_(std::move(config)) {}
-    std::int32_t run(const std::vector<std::string>& arguments) override {
-        if (arguments.size() == 2 && arguments[0] == "disable") {
-            const auto held = ConfigStore{config_}.load().heldStartup;
-            EXPECT_TRUE(std::any_of(held.begin(), held.end(), [&](const HeldStartupItem& item) {
-                return launchdServiceTarget(item.handle) == arguments[1];
-            })) << arguments[1] << " switched off before it was recorded";
-        }
-        return inner_.run(arguments);
-    }
-    bool isLoaded(std::string_view label) override { return inner_.isLoaded(label); }
-    bool isDisabled(std::string_view label) override { return inner_.isDisabled(label); }
-    std::optional<std::set<std::string>> disabledLabels() override { return inner_.disabledLabels(); }
-    std::optional<std::map<std::string, bool>> disabledMarks() override { return inner_.disabledMarks(); }
-    std::optional<std::string> print(std::string_view target) override { return inner_.print(target); }
-
-private:
-    std::filesystem::path config_;
-    SystemLaunchctl inner_{testing::FakeLaunchctlTool::executable()};
-};
 
 class StartupInventoryE2E : public ::testing::Test {
 protected:
@@ -123,7 +99,10 @@ TEST_F(StartupInventoryE2E, AuditPrintsABlockPerSourceAndSaysWhatItCouldNotRead)
 
 TEST_F(StartupInventoryE2E, AHeldJobIsRecordedFirstSwitchedOffAgainAtLoginAndGivenBack) {
     // The desktop's Switch Off on the inventory's row, in this process.
-    RecordCheckingLaunchctl launchctl(e2e.configPath());
+    // launchd through the fake tool, failing the test when a job is switched
+    // off before the configuration on disk holds it.
+    SystemLaunchctl system(testing::FakeLaunchctlTool::executable());
+    testing::CheckedLaunchctl launchctl(system, [this] { return ConfigStore{e2e.configPath()}.load(); });
     SystemExtensionListing extensions(testing::fakeSystemextensionsctlPath());
     auto inventory = makeStartupInventory(InventoryTools{launchctl, extensions, {e2e.agentsFolder()},
                                                          e2e.home / "LaunchDaemons", BrackenspurLabels{}});

@@ -6,19 +6,9 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "app/desktop/widgets/page_header.h"
+
 namespace holdenmere::desktop {
-namespace {
-
-QLabel* greyText(const QString& content, QWidget* parent) {
-    auto* label = new QLabel(content, parent);
-    label->setWordWrap(true);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
-    return label;
-}
-
-}  // namespace
 
 StartupInventoryPanel::StartupInventoryPanel(StartupInventoryModel& model, QWidget* parent)
     : QWidget(parent), model_(model) {
@@ -27,7 +17,7 @@ StartupInventoryPanel::StartupInventoryPanel(StartupInventoryModel& model, QWidg
     auto* heading = new QLabel(QStringLiteral("<b>Everything else macOS starts</b>"), this);
     heading->setTextFormat(Qt::RichText);
     layout->addWidget(heading);
-    scanning_ = greyText(QStringLiteral("Looking at launchd, ServiceManagement and system extensions\u2026"), this);
+    scanning_ = greyLabel(QStringLiteral("Looking at launchd, ServiceManagement and system extensions\u2026"), this);
     layout->addWidget(scanning_);
     sections_ = new QWidget(this);
     sectionsLayout_ = new QVBoxLayout(sections_);
@@ -122,8 +112,8 @@ void StartupInventoryPanel::rebuild() {
             }
             sectionsLayout_->addWidget(line);
         }
-        for (const QString& gap : section.incomplete) sectionsLayout_->addWidget(greyText(QStringLiteral("Could not read: ") + gap, sections_));
-        for (const QString& note : section.notes) sectionsLayout_->addWidget(greyText(QStringLiteral("Not listed: ") + note, sections_));
+        for (const QString& gap : section.incomplete) sectionsLayout_->addWidget(greyLabel(QStringLiteral("Could not read: ") + gap, sections_));
+        for (const QString& note : section.notes) sectionsLayout_->addWidget(greyLabel(QStringLiteral("Not listed: ") + note, sections_));
     }
 }
 

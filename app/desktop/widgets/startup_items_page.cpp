@@ -23,15 +23,6 @@ constexpr int kIdentifierRole = Qt::UserRole + 1;
 
 QString text(const std::string& value) { return QString::fromStdString(value); }
 
-QLabel* greyLabel(const QString& content, QWidget* parent) {
-    auto* label = new QLabel(content, parent);
-    label->setWordWrap(true);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
-    return label;
-}
-
 QLabel* sectionTitle(const QString& title, QWidget* parent) {
     auto* label = new QLabel(title, parent);
     QFont font = label->font();
