@@ -6,7 +6,6 @@
 #include "core/discovery/startup_discovery.h"
 #include "core/discovery/system_daemon_scanner.h"
 #include "core/launchd/launchctl_output.h"
-#include "core/support/text.h"
 
 namespace holdenmere {
 namespace {
@@ -50,7 +49,8 @@ StartupSourceScan ServiceManagementScanner::Result::scan() const {
     result.entries.insert(result.entries.end(), daemons.begin(), daemons.end());
     result.entries.insert(result.entries.end(), extensions.begin(), extensions.end());
     result.incomplete = incomplete;
-    if (result.entries.empty() && !servicesRead && !systemExtensions) result.unreadable = text::joined(incomplete, "; ");
+    // The reasons stay in `incomplete`, one line each.
+    if (result.entries.empty() && !servicesRead && !systemExtensions) result.unreadable = std::string(kNothingRead);
     return result;
 }
 

@@ -36,6 +36,7 @@ public:
     };
 
     static constexpr const char* kPrintFailed = "launchctl print failed";
+    static constexpr const char* kNothingRead = "neither launchd's services nor the system extensions could be read";
     static constexpr const char* kPrintNotRecognised = "launchctl print output was not recognised";
     // launchd is asked about each job on its own; after this many failed
     // answers the rest are not asked (each could take the whole time limit).
