@@ -15,5 +15,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A table that lists nothing is absent, never an empty list.
     auto services = holdenmere::serviceLabelsFromOutput(output);
     if (services && services->empty()) std::abort();
+    // Every label marked disabled is a disabled label; a service block with
+    // no field is absent.
+    auto marks = holdenmere::disabledMarksFromOutput(output);
+    if (marks.has_value() != disabled.has_value()) std::abort();
+    if (marks) {
+        for (const auto& [label, isDisabled] : *marks) {
+            if (isDisabled && disabled->count(label) == 0) std::abort();
+        }
+    }
+    auto fields = holdenmere::serviceFieldsFromOutput(output);
+    if (fields && fields->empty()) std::abort();
     return 0;
 }

@@ -14,6 +14,7 @@
 #include "app/desktop/managed_apps_model.h"
 #include "app/desktop/network_test_model.h"
 #include "app/desktop/settings_model.h"
+#include "app/desktop/startup_inventory_model.h"
 #include "app/desktop/startup_items_model.h"
 
 namespace holdenmere::desktop {
@@ -33,7 +34,8 @@ public:
           networkTest(session, systemServices),
           settings(session, systemServices),
           startupItems(session, systemServices, appPreferences),
-          helpers(session, systemServices) {
+          helpers(session, systemServices),
+          inventory(session, systemServices) {
         session.reload();
         // Giving everything back turns the login agent off.
         connect(&startupItems, &StartupItemsModel::loginAgentChanged, &settings, &SettingsModel::refreshLoginAgent);
@@ -61,6 +63,7 @@ public:
     SettingsModel settings;
     StartupItemsModel startupItems;
     HeldHelpersModel helpers;
+    StartupInventoryModel inventory;
 
 private:
     std::unique_ptr<FileWatch> watch_;

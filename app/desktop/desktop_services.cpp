@@ -8,6 +8,7 @@
 #include "core/support/environment.h"
 #include "core/support/files.h"
 #include "core/takeover/startup_safety.h"
+#include "core/takeover/system_inventory.h"
 
 namespace holdenmere::desktop {
 
@@ -16,6 +17,11 @@ std::vector<std::filesystem::path> DesktopServices::launchAgentDirectories() {
 }
 
 StartupSafety::Environment DesktopServices::safetyEnvironment() { return StartupSafety::systemEnvironment(); }
+
+StartupInventory DesktopServices::startupInventory() {
+    return makeStartupInventory(InventoryTools{launchctl(), *systemExtensions_, launchAgentDirectories(),
+                                               "/Library/LaunchDaemons", BrackenspurLabels::fromEnvironment()});
+}
 
 std::optional<std::filesystem::path> DesktopServices::agentExecutable() { return executablePath(); }
 

@@ -15,7 +15,10 @@
 #include "core/launchd/login_agent_status.h"
 #include "core/reachability/reachability_probe.h"
 #include "core/support/clock.h"
+#include "core/discovery/startup_inventory.h"
+#include "core/discovery/system_extensions.h"
 #include "core/takeover/startup_safety.h"
+#include "core/takeover/system_tools.h"
 
 namespace holdenmere::desktop {
 
@@ -59,6 +62,10 @@ public:
     virtual std::vector<std::filesystem::path> launchAgentDirectories();
     // The safety rules' questions about the machine.
     virtual StartupSafety::Environment safetyEnvironment();
+    // The startup inventory (launchd jobs, ServiceManagement) over
+    // launchctl(), launchAgentDirectories() and "systemextensionsctl list";
+    // scanned from a worker thread.
+    virtual StartupInventory startupInventory();
 
     // Holdenmere's own login agent, which runs the login pass: the program
     // it runs (the running executable; nothing when it cannot be told) and
@@ -78,6 +85,11 @@ public:
     // error's description when it cannot, nothing otherwise. A plist of
     // another job is never rewritten.
     virtual std::optional<std::string> updateLoginAgent();
+
+private:
+    // systemextensionsctl (or its stand-in in HOLDENMERE_TOOLS_DIR).
+    std::unique_ptr<ExtensionListing> systemExtensions_ =
+        std::make_unique<SystemExtensionListing>(toolPath(SystemExtensionListing::kExecutable));
 };
 
 // The real system: the stores at their default places or the paths of

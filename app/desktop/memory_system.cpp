@@ -88,6 +88,13 @@ std::optional<std::set<std::string>> MemoryLaunchctl::disabledLabels() {
     return disabled_;
 }
 
+std::optional<std::map<std::string, bool>> MemoryLaunchctl::disabledMarks() {
+    std::lock_guard lock(mutex_);
+    std::map<std::string, bool> marks;
+    for (const auto& label : disabled_) marks[label] = true;
+    return marks;
+}
+
 void MemoryLoginItems::add(Item item) {
     std::lock_guard lock(mutex_);
     items_.push_back(std::move(item));

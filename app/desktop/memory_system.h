@@ -26,6 +26,8 @@ public:
     bool isLoaded(std::string_view label) override;
     bool isDisabled(std::string_view label) override;
     std::optional<std::set<std::string>> disabledLabels() override;
+    // The disabled labels; a fixture marks nothing enabled.
+    std::optional<std::map<std::string, bool>> disabledMarks() override;
 
 private:
     std::mutex mutex_;

@@ -54,6 +54,39 @@ private:
     std::map<std::string, bool> answers_;
 };
 
+// launchd's marks for one scan, asked once and only when an agent's plist
+// says "Disabled": every other agent runs in the session or not by its plist.
+class SessionState {
+public:
+    explicit SessionState(LaunchctlRunning& launchctl) : launchctl_(launchctl) {}
+
+    bool runsInSession(const LaunchAgentScanner::Agent& agent) {
+        if (agent.disabledInPlist && !agent.otherSessionsOnly && !asked_) {
+            marks_ = launchctl_.disabledMarks();
+            asked_ = true;
+        }
+        return LaunchAgentScanner::runsInSession(agent, marks_);
+    }
+
+private:
+    LaunchctlRunning& launchctl_;
+    bool asked_ = false;
+    std::optional<std::map<std::string, bool>> marks_;
+};
+
+// "LimitLoadToSessionType" as a string or a list of strings; launchd loads
+// an agent without it in the user's ("Aqua") session.
+bool limitedToOtherSessions(const plist::Value& plist) {
+    const plist::Value* limit = plist.find("LimitLoadToSessionType");
+    if (limit == nullptr) return false;
+    if (const std::string* type = limit->string()) return *type != "Aqua";
+    if (const plist::Array* types = limit->array()) {
+        return std::none_of(types->begin(), types->end(),
+                            [](const plist::Value& type) { return type.string() != nullptr && *type.string() == "Aqua"; });
+    }
+    return false;
+}
+
 bool isOwnLabel(const std::string& label) {
     return StartupDiscovery::ownLaunchdLabels.count(label) != 0;
 }
@@ -127,11 +160,14 @@ std::optional<LaunchAgentScanner::Agent> LaunchAgentScanner::agentFrom(const pli
     }
     agent.keepsAliveConditionally =
         keepAlive != nullptr && keepAlive->dictionary() != nullptr && !keepAlive->dictionary()->empty();
+    const plist::Value* disabled = plist.find("Disabled");
+    agent.disabledInPlist = disabled != nullptr && disabled->boolean() == true;
+    agent.otherSessionsOnly = limitedToOtherSessions(plist);
     return agent;
 }
 
 std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::readTopLevelAgents(
-    std::vector<std::string>& incomplete) const {
+    std::vector<std::string>& incomplete, std::vector<std::filesystem::path>* unreadableFiles) const {
     namespace fs = std::filesystem;
     std::vector<Agent> agents;
     for (const auto& directory : directories) {
@@ -158,12 +194,14 @@ std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::readTopLevelAgents(
             if (status.type() == fs::file_type::directory) continue;
             if (status.type() != fs::file_type::regular || fs::file_size(file, error) > kMaxPlistSize || error) {
                 incomplete.push_back(unreadable(file));
+                if (unreadableFiles != nullptr) unreadableFiles->push_back(file);
                 continue;
             }
             try {
                 if (auto agent = agentFrom(plist::readFile(file), file)) agents.push_back(std::move(*agent));
             } catch (const std::exception&) {
                 incomplete.push_back(unreadable(file));
+                if (unreadableFiles != nullptr) unreadableFiles->push_back(file);
             }
         }
     }
@@ -175,9 +213,19 @@ std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::allAgents() const {
     return readTopLevelAgents(ignored);
 }
 
+bool LaunchAgentScanner::runsInSession(const Agent& agent, const std::optional<std::map<std::string, bool>>& marks) {
+    if (agent.otherSessionsOnly) return false;
+    if (!agent.disabledInPlist) return true;
+    if (!marks) return false;
+    auto mark = marks->find(agent.label);
+    return mark != marks->end() && !mark->second;
+}
+
 std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::loginStartingAgents() const {
     std::vector<Agent> agents = allAgents();
     std::erase_if(agents, [](const Agent& agent) { return !agent.startsAtLogin || agent.cadence || agent.launchdOnly; });
+    SessionState session(launchctl);
+    std::erase_if(agents, [&](const Agent& agent) { return !session.runsInSession(agent); });
     return agents;
 }
 
@@ -191,10 +239,13 @@ std::vector<StartupItem> LaunchAgentScanner::disabledEligibleAgents() const {
 
 std::vector<IneligibleStartupItem> LaunchAgentScanner::ineligible(bool whereDisabled) const {
     DisabledState state(launchctl);
+    SessionState session(launchctl);
     std::set<std::string> labels;
     std::vector<IneligibleStartupItem> items;
     for (const auto& agent : allAgents()) {
         if (isOwnLabel(agent.label)) continue;
+        // What launchd never starts in this session is nothing to leave alone.
+        if (agent.otherSessionsOnly) continue;
         auto reason = StartupDiscovery::ineligibleReason(agent.program, agent.cadence, agent.launchdOnly);
         if (!reason) continue;
         // A relative program belongs to no app anyone could name.
@@ -204,6 +255,7 @@ std::vector<IneligibleStartupItem> LaunchAgentScanner::ineligible(bool whereDisa
         if (!identifier || *identifier == StartupDiscovery::ownBundleIdentifier) continue;
         if (state.isDisabled(agent.label) != whereDisabled) continue;
         if (!whereDisabled && !agent.startsAtLogin && !agent.cadence && !agent.launchdOnly) continue;
+        if (!whereDisabled && !session.runsInSession(agent)) continue;
         if (!labels.insert(agent.label).second) continue;
         items.push_back(IneligibleStartupItem{appName(*app), *identifier, agent.label, *reason});
     }
@@ -226,10 +278,13 @@ std::vector<LaunchAgentScanner::AgentConflict> LaunchAgentScanner::conflicts(
 
 std::vector<HelperAgent> LaunchAgentScanner::helpers() const {
     DisabledState state(launchctl);
+    SessionState session(launchctl);
     std::set<std::string> labels;
     std::vector<HelperAgent> result;
     for (const auto& agent : allAgents()) {
         if (isOwnLabel(agent.label) || !agent.program.starts_with('/')) continue;
+        // Holding a job that launchd never runs in this session holds nothing.
+        if (agent.otherSessionsOnly) continue;
         // A job launchd never runs by itself is not held off by holding it.
         bool runsByItself = agent.startsAtLogin || agent.keepsAliveConditionally || agent.cadence || agent.launchdOnly;
         if (!runsByItself) continue;
@@ -238,6 +293,7 @@ std::vector<HelperAgent> LaunchAgentScanner::helpers() const {
         if (!app) continue;
         auto identifier = StartupDiscovery::bundleIdentifier(*app);
         if (!identifier || *identifier == StartupDiscovery::ownBundleIdentifier) continue;
+        if (!session.runsInSession(agent)) continue;
         if (!labels.insert(agent.label).second) continue;
         result.push_back(HelperAgent{agent.label, agent.plistPath, agent.program, *identifier, appName(*app),
                                      state.isDisabled(agent.label)});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +12,8 @@
 #include "core/support/plist.h"
 
 namespace holdenmere {
+
+struct BrackenspurLabels;
 
 // A LaunchAgent that runs a helper binary inside an app bundle (not the app's
 // main executable) and that launchd would run by itself: at login, kept
@@ -43,6 +46,12 @@ public:
         std::optional<std::string> launchdOnly;
         bool startsAtLogin = false;
         bool keepsAliveConditionally = false;
+        // "Disabled" is true: launchd runs it only where its disabled list
+        // marks the label enabled.
+        bool disabledInPlist = false;
+        // "LimitLoadToSessionType" leaves out "Aqua": never loaded in the
+        // user's session (a login-window or background-session job).
+        bool otherSessionsOnly = false;
 
         friend bool operator==(const Agent&, const Agent&) = default;
     };
@@ -55,6 +64,9 @@ public:
 
         friend bool operator==(const AgentConflict&, const AgentConflict&) = default;
     };
+
+    struct JobSafety;
+    struct OtherJobs;
 
     // ~/Library/LaunchAgents, then /Library/LaunchAgents.
     static std::vector<std::filesystem::path> defaultDirectories();
@@ -72,8 +84,14 @@ public:
     // The agents of every directory, in order, each directory's plists sorted
     // by path. Folders that cannot be listed and files that cannot be read
     // are named in `incomplete` and passed over.
-    std::vector<Agent> readTopLevelAgents(std::vector<std::string>& incomplete) const;
+    // `unreadableFiles`, when given, receives the plists that could not be read.
+    std::vector<Agent> readTopLevelAgents(std::vector<std::string>& incomplete,
+                                          std::vector<std::filesystem::path>* unreadableFiles = nullptr) const;
     std::vector<Agent> allAgents() const;
+    // Whether launchd loads the agent in the user's session at all, given
+    // its enabled/disabled marks (absent: unreadable, so a plist-disabled
+    // agent is not known to run).
+    static bool runsInSession(const Agent& agent, const std::optional<std::map<std::string, bool>>& marks);
     // Agents launchd runs at login that are neither scheduled nor launchd-only.
     std::vector<Agent> loginStartingAgents() const;
 
@@ -89,6 +107,10 @@ public:
     std::vector<AgentConflict> conflicts(const std::vector<ManagedApp>& managed) const;
     // Agents of app helpers, the first of each label.
     std::vector<HelperAgent> helpers() const;
+
+    // The other launchd jobs of the inventory (other_jobs.h).
+    OtherJobs otherJobs(const JobSafety& safety, const BrackenspurLabels& brackenspur,
+                        const std::vector<std::string>& serviceManagementLabels) const;
 };
 
 }  // namespace holdenmere

@@ -51,6 +51,9 @@ struct StartupSourceScan {
     std::vector<StartupEntry> entries;
     std::optional<std::string> unreadable;
     std::vector<std::string> incomplete;
+    // What the scan left out on purpose and where it is listed instead, one
+    // line each ("12 of Apple's own jobs are not listed").
+    std::vector<std::string> notes;
 
     friend bool operator==(const StartupSourceScan&, const StartupSourceScan&) = default;
 };

@@ -1,6 +1,8 @@
 #include "core/discovery/system_daemon_scanner.h"
 
+#include <algorithm>
 #include <exception>
+#include <system_error>
 
 #include "core/discovery/startup_discovery.h"
 
@@ -15,19 +17,45 @@ std::optional<std::string> SystemDaemonScanner::programPath(const plist::Value& 
     return *first;
 }
 
-std::set<std::string> SystemDaemonScanner::appPaths() const {
-    std::set<std::string> paths;
+std::vector<SystemDaemonScanner::Daemon> SystemDaemonScanner::daemons(std::vector<std::string>& incomplete) const {
+    namespace fs = std::filesystem;
     std::error_code error;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-        if (entry->path().extension() != ".plist") continue;
+    if (fs::status(folder, error).type() == fs::file_type::not_found) return {};
+    std::vector<fs::path> files;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        if (entry->path().extension() == ".plist") files.push_back(entry->path());
+    }
+    if (error) incomplete.push_back(folder.string() + " could not be listed: " + error.message());
+    std::sort(files.begin(), files.end());
+
+    std::vector<Daemon> result;
+    for (const auto& file : files) {
+        // Only a regular file is opened: a pipe would block the read.
+        const auto type = fs::status(file, error).type();
+        if (type == fs::file_type::directory) continue;
+        if (type != fs::file_type::regular) {
+            incomplete.push_back(file.string() + " could not be read as a property list");
+            continue;
+        }
         try {
-            auto job = plist::readFile(entry->path());
+            const auto job = plist::readFile(file);
             auto program = programPath(job);
             if (!program) continue;
-            if (auto app = StartupDiscovery::outermostAppPath(*program)) paths.insert(*app);
+            const plist::Value* disabled = job.find("Disabled");
+            result.push_back(Daemon{job.stringAt("Label").value_or(file.stem().string()), std::move(*program),
+                                    file.string(), disabled != nullptr && disabled->boolean() == true});
         } catch (const std::exception&) {
-            // A daemon plist that cannot be read runs nothing we could gate.
+            incomplete.push_back(file.string() + " could not be read as a property list");
         }
+    }
+    return result;
+}
+
+std::set<std::string> SystemDaemonScanner::appPaths() const {
+    std::vector<std::string> ignored;
+    std::set<std::string> paths;
+    for (const auto& daemon : daemons(ignored)) {
+        if (auto app = StartupDiscovery::outermostAppPath(daemon.program)) paths.insert(*app);
     }
     return paths;
 }

@@ -5,6 +5,7 @@ namespace {
 
 constexpr std::string_view kDisabledHeader = "disabled services = {";
 constexpr std::string_view kDisabledMark = "=> disabled";
+constexpr std::string_view kEnabledMark = "=> enabled";
 constexpr std::string_view kServicesHeader = "\tservices = {";
 constexpr std::string_view kBlockEnd = "\t}";
 
@@ -48,6 +49,22 @@ std::optional<std::set<std::string>> disabledLabelsFromOutput(std::string_view o
     return labels;
 }
 
+std::optional<std::map<std::string, bool>> disabledMarksFromOutput(std::string_view output) {
+    if (!contains(output, kDisabledHeader)) return std::nullopt;
+    std::map<std::string, bool> marks;
+    forEachLine(output, [&](std::string_view line) {
+        const bool disabled = contains(line, kDisabledMark);
+        if (!disabled && !contains(line, kEnabledMark)) return true;
+        std::size_t open = line.find('"');
+        if (open == std::string_view::npos) return true;
+        std::size_t close = line.find('"', open + 1);
+        if (close == std::string_view::npos) return true;
+        marks.emplace(line.substr(open + 1, close - open - 1), disabled);
+        return true;
+    });
+    return marks;
+}
+
 bool isDisabledInOutput(std::string_view output, std::string_view label) {
     std::string quoted;
     quoted.reserve(label.size() + 2);
@@ -82,6 +99,27 @@ std::optional<std::vector<std::string>> serviceLabelsFromOutput(std::string_view
     });
     if (where != Where::after || labels.empty()) return std::nullopt;
     return labels;
+}
+
+std::optional<std::map<std::string, std::string>> serviceFieldsFromOutput(std::string_view output) {
+    std::map<std::string, std::string> fields;
+    bool headed = false;
+    forEachLine(output, [&](std::string_view line) {
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        if (!headed) {
+            if (line.empty()) return true;
+            headed = line.ends_with(" = {") && !line.starts_with('\t');
+            return headed;
+        }
+        if (line == "}") return false;
+        if (line.size() < 2 || line[0] != '\t' || line[1] == '\t' || line.ends_with('{')) return true;
+        const auto separator = line.find(" = ");
+        if (separator == std::string_view::npos) return true;
+        fields.emplace(std::string(line.substr(1, separator - 1)), std::string(line.substr(separator + 3)));
+        return true;
+    });
+    if (!headed || fields.empty()) return std::nullopt;
+    return fields;
 }
 
 }  // namespace holdenmere

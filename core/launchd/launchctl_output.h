@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -20,6 +21,13 @@ namespace holdenmere {
 // "disabled services = {" header at all.
 std::optional<std::set<std::string>> disabledLabelsFromOutput(std::string_view output);
 
+// Every mark of "print-disabled gui/{uid}": label -> true where the line says
+// "=> disabled", false where it says "=> enabled" (an override that lets a job
+// run whose plist says "Disabled"). The label is read as for
+// disabledLabelsFromOutput; the first line of a label decides. Absent without
+// the "disabled services = {" header.
+std::optional<std::map<std::string, bool>> disabledMarksFromOutput(std::string_view output);
+
 // Whether "print-disabled" output marks the label disabled: the first
 // non-empty line holding the label in double quotes decides, by whether it
 // contains "=> disabled". No such line (or no output) gives false.
@@ -32,5 +40,11 @@ bool isDisabledInOutput(std::string_view output, std::string_view label);
 // nothing left, are skipped). Absent when the block never starts, never
 // ends, or lists no label.
 std::optional<std::vector<std::string>> serviceLabelsFromOutput(std::string_view output);
+
+// The top-level "key = value" lines of "print {service-target}" (a block
+// headed "{target} = {", its fields indented by one tab): "path", "program",
+// "parent bundle identifier", … Nested blocks are passed over; the first line
+// of a key counts. Absent when the output has no such header or no field.
+std::optional<std::map<std::string, std::string>> serviceFieldsFromOutput(std::string_view output);
 
 }  // namespace holdenmere

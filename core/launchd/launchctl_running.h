@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -41,6 +42,10 @@ public:
     virtual bool isDisabled(std::string_view label) = 0;
     // The labels "print-disabled gui/{uid}" lists as disabled.
     virtual std::optional<std::set<std::string>> disabledLabels() { return std::nullopt; }
+    // launchd's enabled/disabled marks ("print-disabled gui/{uid}"): label ->
+    // disabled. A label marked enabled runs even when its plist says
+    // "Disabled"; an unmarked one goes by its plist.
+    virtual std::optional<std::map<std::string, bool>> disabledMarks() { return std::nullopt; }
     // The output of "print {target}".
     virtual std::optional<std::string> print(std::string_view /*target*/) { return std::nullopt; }
     // The labels of the domain's service table ("print gui/{uid}"), in order.

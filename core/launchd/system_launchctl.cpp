@@ -31,6 +31,12 @@ std::optional<std::set<std::string>> SystemLaunchctl::disabledLabels() {
     return disabledLabelsFromOutput(*output);
 }
 
+std::optional<std::map<std::string, bool>> SystemLaunchctl::disabledMarks() {
+    auto output = StartupCommand::run(tool_, {"print-disabled", launchdDomain()}, limits_.read);
+    if (!output) return std::nullopt;
+    return disabledMarksFromOutput(*output);
+}
+
 std::optional<std::string> SystemLaunchctl::print(std::string_view target) {
     return StartupCommand::run(tool_, {"print", std::string(target)}, limits_.read);
 }

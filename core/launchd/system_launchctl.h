@@ -35,6 +35,7 @@ public:
     // From "print-disabled gui/{uid}"; false when launchctl fails.
     bool isDisabled(std::string_view label) override;
     std::optional<std::set<std::string>> disabledLabels() override;
+    std::optional<std::map<std::string, bool>> disabledMarks() override;
     std::optional<std::string> print(std::string_view target) override;
     std::optional<std::vector<std::string>> serviceLabels() override;
     // Standard output and standard error together. When launchctl cannot be

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
+#include "core/discovery/launch_agent_scanner.h"
+#include "core/discovery/startup_entry.h"
 #include "core/discovery/script_running.h"
 #include "core/launchd/helper_repair.h"
 #include "core/launchd/launchctl_running.h"
@@ -46,7 +48,12 @@ public:
         LaunchctlRunning& launchctl;
         ScriptRunning& scripts;
         StartupSafety::Environment environment;
+        // Where the plists of launchd jobs are looked up.
+        std::vector<std::filesystem::path> agentDirectories = LaunchAgentScanner::defaultDirectories();
     };
+
+    // What an inventory row allows.
+    enum class RowAction { none, switchOff, switchOn };
 
     // A LaunchAgent as the desktop lists it.
     struct Agent {
@@ -81,6 +88,16 @@ public:
     // record; the steps go to the run log at `logPath`.
     ActionOutcome repairHelpers(const std::vector<HelperRepair::Candidate>& candidates,
                                 const std::filesystem::path& logPath, Date now) const;
+
+    // The action a row of the startup inventory allows: Switch On for an
+    // item Holdenmere holds, Switch Off for a launchd job that starts at
+    // login and whose tier does not refuse it, nothing for anything else.
+    static RowAction actionFor(const StartupEntry& entry, const HoldenmereConfig& config);
+    // Switch Off: the row's launchd job is held off, recorded first, within
+    // its tier (`confirmed`: the user accepted its warnings).
+    ActionOutcome holdEntry(const StartupEntry& entry, bool confirmed, Date now) const;
+    // Switch On: a held row is switched back on and no longer held.
+    ActionOutcome unholdEntry(const StartupEntry& entry) const;
 
     // Give Everything Back: as --restore-startup, with the login agent
     // turned off by `turnOffLoginAgent` (its failure text, or nothing).

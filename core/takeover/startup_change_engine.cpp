@@ -1,8 +1,11 @@
 #include "core/takeover/startup_change_engine.h"
 
 #include <algorithm>
+#include <exception>
+#include <map>
 #include <memory>
 
+#include "core/discovery/launch_agent_scanner.h"
 #include "core/discovery/startup_discovery.h"
 #include "core/support/files.h"
 
@@ -12,6 +15,24 @@ namespace {
 constexpr const char* kDash = " \xE2\x80\x94 ";
 
 using Status = StartupChangeOutcome::Status;
+
+// Whether launchd runs the job in the user's session, by its marks and its
+// plist's "Disabled" and "LimitLoadToSessionType" (a plist that cannot be
+// read goes by the marks alone).
+bool jobRuns(const std::string& label, const std::optional<std::string>& plistPath,
+             const std::map<std::string, bool>& marks) {
+    auto mark = marks.find(label);
+    if (mark != marks.end() && mark->second) return false;
+    if (!plistPath || plistPath->empty()) return true;
+    try {
+        auto agent = LaunchAgentScanner::agentFrom(plist::readFile(*plistPath), *plistPath);
+        if (!agent) return true;
+        agent->label = label;
+        return LaunchAgentScanner::runsInSession(*agent, marks);
+    } catch (const std::exception&) {
+        return true;
+    }
+}
 
 }  // namespace
 
@@ -103,6 +124,17 @@ StartupChangeOutcome StartupChangeEngine::refused(std::string subject, std::stri
     outcome.subject = std::move(subject);
     outcome.reason = std::string(reason);
     return outcome;
+}
+
+std::optional<StartupChangeOutcome> StartupChangeEngine::outsideTier(const std::string& subject,
+                                                                     const SafetyTier& tier, bool confirmed) const {
+    if (tier.kind == SafetyTier::Kind::refused) return refused(subject, tier.reason);
+    if (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
+        std::string reason = "not switched off without your confirmation:";
+        for (const auto& warning : tier.warnings) reason += " " + warning;
+        return refused(subject, reason);
+    }
+    return std::nullopt;
 }
 
 StartupStep::ReadState StartupChangeEngine::labelDisabled(const std::string& label, bool wanted) {
@@ -212,12 +244,7 @@ StartupChangeOutcome StartupChangeEngine::takeOverAgent(const App& app, const st
                                                         bool confirmed) {
     const std::string subject = app.name + kDash + "LaunchAgent " + label;
     if (isOwnLabel(label) || isOwnBundle(app.bundleIdentifier)) return refused(subject, kOwnItem);
-    if (tier.kind == SafetyTier::Kind::refused) return refused(subject, tier.reason);
-    if (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
-        std::string reason = "not switched off without your confirmation:";
-        for (const auto& warning : tier.warnings) reason += " " + warning;
-        return refused(subject, reason);
-    }
+    if (auto refusal = outsideTier(subject, tier, confirmed)) return *refusal;
     const TakeoverRecord* before = config().takeover(app.bundleIdentifier);
     const bool knownBefore =
         before != nullptr && std::any_of(before->agents.begin(), before->agents.end(),
@@ -243,6 +270,48 @@ StartupChangeOutcome StartupChangeEngine::takeOverAgent(const App& app, const st
     if (!knownBefore) {
         step.whenNotTaken = [app, label](HoldenmereConfig& config) { config.forgetAgent(app.bundleIdentifier, label); };
     }
+    return run(step);
+}
+
+StartupChangeOutcome StartupChangeEngine::holdJob(HeldStartupItem item, const SafetyTier& tier, bool confirmed) {
+    const std::string subject = item.name + kDash + item.handle;
+    if (isOwnLabel(item.handle) || (item.ownerBundleIdentifier && isOwnBundle(*item.ownerBundleIdentifier))) {
+        return refused(subject, kOwnItem);
+    }
+    if (auto refusal = outsideTier(subject, tier, confirmed)) return *refusal;
+    if (stopped()) return refused(subject, kOutOfTime);
+    // Read first: the state recorded is the one before anything changed.
+    const auto marks = launchctl_.disabledMarks();
+    if (!marks) return refused(subject, kDisabledListUnreadable);
+    const bool wasOff = !jobRuns(item.handle, item.plistPath, *marks);
+    item.source = StartupSource::launchdJob;
+    item.previous = wasOff ? "off" : "startsAtLogin";
+    const bool knownBefore = std::any_of(config().heldStartup.begin(), config().heldStartup.end(),
+                                         [&](const HeldStartupItem& held) {
+                                             return held.source == item.source && held.handle == item.handle;
+                                         });
+
+    StartupStep step;
+    step.subject = subject;
+    step.record = [item](HoldenmereConfig& config) { config.hold(item); };
+    if (wasOff) {
+        // Nothing to switch: holding it is the whole change.
+        StartupChangeOutcome outcome;
+        outcome.subject = subject;
+        if (auto failure = transaction_.commit(step.record)) {
+            outcome.reason = std::string(kRecordNotSaved) + " (" + *failure + ")";
+            return outcome;
+        }
+        outcome.status = Status::unchanged;
+        outcome.recorded = true;
+        outcome.reason = "already off; held off";
+        return outcome;
+    }
+    step.apply = [this, label = item.handle] { return launchctlRun({"disable", launchdServiceTarget(label)}); };
+    step.confirm = labelDisabled(item.handle, true);
+    step.notTaken = "it is still enabled in launchd";
+    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
+    if (!knownBefore) step.whenNotTaken = [item](HoldenmereConfig& config) { config.release(item); };
     return run(step);
 }
 

@@ -138,6 +138,13 @@ public:
     // not recorded: it is not Holdenmere's change.
     StartupChangeOutcome takeOverAgent(const App& app, const std::string& label, const std::string& plistPath,
                                        const SafetyTier& tier, bool confirmed);
+    // Holds a launchd job off for an inventory row (launchctl disable), within
+    // its safety tier, recorded first as `item` with "previous" set from a
+    // fresh read: "off" when launchd marks it disabled, or when its plist
+    // says "Disabled" and launchd has not marked it enabled; "startsAtLogin"
+    // otherwise. One that is off already is held without a change, so that
+    // the next login keeps it off and a give-back leaves it off.
+    StartupChangeOutcome holdJob(HeldStartupItem item, const SafetyTier& tier, bool confirmed);
     // Switches a held launchd job off again where launchd lists it enabled;
     // its held record is its recovery entry.
     StartupChangeOutcome reassertJob(const HeldStartupItem& item);
@@ -158,6 +165,9 @@ public:
 
 private:
     StartupChangeOutcome refused(std::string subject, std::string_view reason) const;
+    // The refusal a tier gives without (or with) the user's confirmation.
+    std::optional<StartupChangeOutcome> outsideTier(const std::string& subject, const SafetyTier& tier,
+                                                    bool confirmed) const;
     StartupStep::ReadState labelDisabled(const std::string& label, bool wanted);
     StartupStep::ReadState loginItemListed(const std::string& path, bool wanted) const;
     std::optional<std::string> launchctlRun(const std::vector<std::string>& arguments);

@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include "core/discovery/startup_discovery.h"
+#include "core/discovery/system_extensions.h"
 #include "core/support/environment.h"
+#include "core/takeover/system_tools.h"
 
 namespace holdenmere {
 namespace {
@@ -160,9 +163,25 @@ bool StartupSafety::isOwnersOwnJob(const Candidate& candidate, const Environment
     return !StartupDiscovery::outermostAppPath(expandingHome(*candidate.programPath, environment)).has_value();
 }
 
+SafetyRules StartupSafety::rules(Environment environment) {
+    SafetyRules rules;
+    rules.tier = [environment](const Candidate& candidate) { return tier(candidate, environment); };
+    rules.isApple = [](const Candidate& candidate) { return isApple(candidate); };
+    return rules;
+}
+
 StartupSafety::Environment StartupSafety::systemEnvironment() {
+    struct Listing {
+        SystemExtensionListing system{toolPath(SystemExtensionListing::kExecutable)};
+        CachedExtensionListing cached{system};
+    };
+    auto listing = std::make_shared<Listing>();
+    return systemEnvironment([listing] { return listing->cached.bundleIdentifiers(); });
+}
+
+StartupSafety::Environment StartupSafety::systemEnvironment(std::function<std::vector<std::string>()> systemExtensions) {
     Environment environment;
-    environment.systemExtensions = [] { return std::vector<std::string>{}; };
+    environment.systemExtensions = std::move(systemExtensions);
     environment.isHelperBinary = [](const std::string& path) {
         return StartupDiscovery::isHelperBinary(path).value_or(false);
     };

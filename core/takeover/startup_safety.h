@@ -25,20 +25,7 @@ inline constexpr std::array<std::string_view, 2> kHoldenmereLaunchdLabels = {
 // Environment, so every rule can be exercised without one.
 struct StartupSafety {
     // The item the user asks to switch off.
-    struct Candidate {
-        StartupSource source = StartupSource::launchdJob;
-        std::string handle;  // the item's identifier in its source; a LaunchAgent's label
-        std::string name;    // shown in the texts
-        std::optional<std::string> ownerBundleIdentifier;
-        std::optional<std::string> programPath;
-        std::optional<std::string> bundlePath;
-        std::optional<std::string> launchdOnlyReason;  // set when only launchd can change it
-        bool isSystemDomain = false;                   // a LaunchDaemon
-        std::optional<std::string> extensionProtocol;  // an app extension's extension point
-        bool holdsSecurityEntitlement = false;
-
-        friend bool operator==(const Candidate&, const Candidate&) = default;
-    };
+    using Candidate = StartupCandidate;
 
     // Questions about the machine. A missing function counts as "no" (or as
     // an empty list / unknown home folder).
@@ -54,10 +41,15 @@ struct StartupSafety {
 
     // The refusal if there is one, else the warnings if there are any, else allowed.
     static SafetyTier tier(const Candidate& candidate, const Environment& environment);
-    // The machine as it is: app bundles read from disk. This build does not
-    // ask systemextensionsctl; security tools are recognised by the
-    // extensions their app bundle carries.
+    // The machine as it is: app bundles read from disk, and the system
+    // extensions of "systemextensionsctl list" (asked once, on the first
+    // question). When that list cannot be read, security tools are
+    // recognised by the extensions their app bundle carries only.
     static Environment systemEnvironment();
+    // The same over a list of system extensions given by the caller.
+    static Environment systemEnvironment(std::function<std::vector<std::string>()> systemExtensions);
+    // The rules over one environment, as the inventory's scanners ask them.
+    static SafetyRules rules(Environment environment);
     // The first refusal rule that matches, in order: a system-wide job, one of
     // Holdenmere's own items, a network system extension, an Apple component,
     // a helper inside another app.

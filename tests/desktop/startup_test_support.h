@@ -57,6 +57,7 @@ public:
     bool isLoaded(std::string_view label) override { return inner_.isLoaded(label); }
     bool isDisabled(std::string_view label) override { return inner_.isDisabled(label); }
     std::optional<std::set<std::string>> disabledLabels() override { return inner_.disabledLabels(); }
+    std::optional<std::map<std::string, bool>> disabledMarks() override { return inner_.disabledMarks(); }
 
 private:
     FakeLaunchctlRunning& inner_;

@@ -82,15 +82,19 @@ inline bool holdsItem(const HoldenmereConfig& config, const std::string& handle)
 
 // launchd that fails the test when a label is disabled before its recovery
 // entry (a take-over agent, a held helper or a held item) is in the saved
-// configuration. Everything else goes to `inner`.
+// configuration (`saved`, the configuration as stored now: in memory, or
+// read from disk). Everything else goes to `inner`.
 class CheckedLaunchctl final : public LaunchctlRunning {
 public:
-    CheckedLaunchctl(LaunchctlRunning& inner, const ConfigFile& file) : inner_(inner), file_(file) {}
+    CheckedLaunchctl(LaunchctlRunning& inner, const ConfigFile& file)
+        : CheckedLaunchctl(inner, [&file] { return file.stored; }) {}
+    CheckedLaunchctl(LaunchctlRunning& inner, std::function<HoldenmereConfig()> saved)
+        : inner_(inner), saved_(std::move(saved)) {}
     std::int32_t run(const std::vector<std::string>& arguments) override {
         if (arguments.size() == 2 && arguments[0] == "disable") {
             const std::string label = arguments[1].substr(arguments[1].rfind('/') + 1);
-            EXPECT_TRUE(recordsAgent(file_.stored, label) || holdsHelper(file_.stored, label) ||
-                        holdsItem(file_.stored, label))
+            const HoldenmereConfig stored = saved_();
+            EXPECT_TRUE(recordsAgent(stored, label) || holdsHelper(stored, label) || holdsItem(stored, label))
                 << label << " disabled before it was recorded";
         }
         return inner_.run(arguments);
@@ -98,12 +102,13 @@ public:
     bool isLoaded(std::string_view label) override { return inner_.isLoaded(label); }
     bool isDisabled(std::string_view label) override { return inner_.isDisabled(label); }
     std::optional<std::set<std::string>> disabledLabels() override { return inner_.disabledLabels(); }
+    std::optional<std::map<std::string, bool>> disabledMarks() override { return inner_.disabledMarks(); }
     std::optional<std::string> print(std::string_view target) override { return inner_.print(target); }
     std::optional<std::vector<std::string>> serviceLabels() override { return inner_.serviceLabels(); }
 
 private:
     LaunchctlRunning& inner_;
-    const ConfigFile& file_;
+    std::function<HoldenmereConfig()> saved_;
 };
 
 }  // namespace holdenmere::testing

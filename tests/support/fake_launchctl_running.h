@@ -36,6 +36,9 @@ public:
     // launchd between the reads of one change.
     std::function<void()> beforeDisabledList;
     std::optional<std::vector<std::string>> services;
+    // Labels launchd marks enabled: "enable" leaves such a mark, as launchd
+    // does, and a test can set one up for a job whose plist says "Disabled".
+    std::set<std::string> enabledMarks;
 
     std::vector<std::vector<std::string>> calls() const {
         std::lock_guard lock(mutex_);
@@ -62,9 +65,13 @@ public:
             return target.starts_with(prefix) ? target.substr(prefix.size()) : target;
         };
         if (verb == "enable" && arguments.size() == 2) {
-            if (stuckDisabled.count(labelOf(arguments[1])) == 0) disabled.erase(labelOf(arguments[1]));
+            if (stuckDisabled.count(labelOf(arguments[1])) == 0) {
+                disabled.erase(labelOf(arguments[1]));
+                enabledMarks.insert(labelOf(arguments[1]));
+            }
         } else if (verb == "disable" && arguments.size() == 2) {
             disabled.insert(labelOf(arguments[1]));
+            enabledMarks.erase(labelOf(arguments[1]));
         } else if (verb == "bootout" && arguments.size() == 2) {
             if (loaded.erase(labelOf(arguments[1])) == 0) return 113;  // "Could not find specified service"
         } else if (verb == "bootstrap" && arguments.size() == 3) {
@@ -93,6 +100,16 @@ public:
         calls_.push_back({"print-disabled", launchdDomain()});
         if (!disabledListReadable) return std::nullopt;
         return disabled;
+    }
+    std::optional<std::map<std::string, bool>> disabledMarks() override {
+        if (beforeDisabledList) beforeDisabledList();
+        std::lock_guard lock(mutex_);
+        calls_.push_back({"print-disabled", launchdDomain()});
+        if (!disabledListReadable) return std::nullopt;
+        std::map<std::string, bool> marks;
+        for (const auto& label : enabledMarks) marks[label] = false;
+        for (const auto& label : disabled) marks[label] = true;
+        return marks;
     }
     std::optional<std::vector<std::string>> serviceLabels() override {
         std::lock_guard lock(mutex_);

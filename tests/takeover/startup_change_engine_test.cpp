@@ -95,6 +95,12 @@ std::vector<Action> actions() {
              return engine.holdHelper({kLabel, "/L/agent.plist", "com.example.mail", "Mail", DelayedHelper::Mode::delay});
          },
          disabled, [](const HoldenmereConfig& config) { return testing::holdsHelper(config, kLabel); }},
+        {"hold a launchd job", [](Fixture& f) { f.file.stored.heldStartup.clear(); },
+         [](StartupChangeEngine& engine) {
+             return engine.holdJob({StartupSource::launchdJob, kLabel, "com.example.mail", "Mail", "", std::nullopt, Date{0}},
+                                   SafetyTier{}, false);
+         },
+         disabled, [](const HoldenmereConfig& config) { return testing::holdsItem(config, kLabel); }},
         {"re-assert a held job", [](Fixture&) {},
          [](StartupChangeEngine& engine) { return engine.reassertJob(engine.config().heldStartup[0]); }, disabled,
          [](const HoldenmereConfig& config) { return testing::holdsItem(config, kLabel); }, false},
@@ -203,7 +209,7 @@ TEST(StartupChangeEngineFaults, NothingChangesWithoutARecordAndTheUserIsTold) {
         }
     }
     // Each fault reaches every action whose step it is part of.
-    EXPECT_EQ(faulted, 26);
+    EXPECT_EQ(faulted, 32);
 }
 
 TEST(StartupChangeEngineFaults, AnUnconfirmedSwitchIsMarkedSoThatNoGiveBackSwitchesItOn) {

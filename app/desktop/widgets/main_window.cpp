@@ -23,6 +23,7 @@
 #include "app/desktop/widgets/managed_apps_page.h"
 #include "app/desktop/widgets/page_header.h"
 #include "app/desktop/widgets/settings_page.h"
+#include "app/desktop/widgets/startup_inventory_panel.h"
 #include "app/desktop/widgets/startup_items_page.h"
 
 namespace holdenmere::desktop {
@@ -89,6 +90,8 @@ MainWindow::MainWindow(DesktopContext& context, QWidget* parent) : QMainWindow(p
     settings_ = new SettingsPage(context_.settings, pages_);
     settings_->setHelpersPanel(new HeldHelpersPanel(context_.helpers));
     startupItems_ = new StartupItemsPage(context_.startupItems, pages_);
+    startupItems_->addPanel(new StartupInventoryPanel(context_.inventory));
+    connect(&context_.startupItems, &StartupItemsModel::gaveBack, &context_.inventory, &StartupInventoryModel::rescan);
     QStyle* look = style();
     addPage(QStringLiteral("Managed Apps"), look->standardIcon(QStyle::SP_FileDialogListView), managedApps_);
     addPage(QStringLiteral("Add Apps"), look->standardIcon(QStyle::SP_FileDialogNewFolder), addApps_);

@@ -28,6 +28,16 @@ inline QWidget* pageHeader(const QString& title, const QString& subtitle, QWidge
     return header;
 }
 
+// A wrapping line in the placeholder colour: an explanation or a side note.
+inline QLabel* greyLabel(const QString& content, QWidget* parent) {
+    auto* label = new QLabel(content, parent);
+    label->setWordWrap(true);
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
+    label->setPalette(palette);
+    return label;
+}
+
 // A rounded, tinted note: a warning above a list, or a problem to act on.
 inline QLabel* noteLabel(QWidget* parent, const QColor& tint) {
     auto* label = new QLabel(parent);

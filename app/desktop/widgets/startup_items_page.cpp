@@ -23,15 +23,6 @@ constexpr int kIdentifierRole = Qt::UserRole + 1;
 
 QString text(const std::string& value) { return QString::fromStdString(value); }
 
-QLabel* greyLabel(const QString& content, QWidget* parent) {
-    auto* label = new QLabel(content, parent);
-    label->setWordWrap(true);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
-    return label;
-}
-
 QLabel* sectionTitle(const QString& title, QWidget* parent) {
     auto* label = new QLabel(title, parent);
     QFont font = label->font();
@@ -187,11 +178,15 @@ StartupItemsPage::StartupItemsPage(StartupItemsModel& model, QWidget* parent) : 
     auto* scroll = new QScrollArea(this);
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
-    rows_ = new QWidget(scroll);
+    auto* content = new QWidget(scroll);
+    extras_ = new QVBoxLayout(content);
+    extras_->setContentsMargins(0, 0, 0, 0);
+    rows_ = new QWidget(content);
+    extras_->addWidget(rows_);
     rowsLayout_ = new QVBoxLayout(rows_);
     rowsLayout_->setContentsMargins(0, 0, 8, 0);
     rowsLayout_->setSpacing(6);
-    scroll->setWidget(rows_);
+    scroll->setWidget(content);
     outer->addWidget(scroll, 1);
 
     auto* buttons = new QHBoxLayout();
@@ -215,6 +210,8 @@ StartupItemsPage::StartupItemsPage(StartupItemsModel& model, QWidget* parent) : 
     connect(giveBack_, &QPushButton::clicked, this, &StartupItemsPage::giveBack);
     rebuild();
 }
+
+void StartupItemsPage::addPanel(QWidget* panel) { extras_->addWidget(panel); }
 
 void StartupItemsPage::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);

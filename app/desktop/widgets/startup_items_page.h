@@ -58,6 +58,8 @@ public:
     // The button of an item's or a conflict's row ("Take Over", "End").
     QPushButton* buttonFor(const std::string& bundleIdentifier) const;
     QString resultText() const;
+    // A panel shown below the items (the startup inventory).
+    void addPanel(QWidget* panel);
 
 protected:
     void showEvent(QShowEvent* event) override;
@@ -71,6 +73,7 @@ private:
     void askConsentIfDue();
 
     StartupItemsModel& model_;
+    QVBoxLayout* extras_;
     QLabel* consent_;
     QPushButton* decide_;
     QPushButton* giveBack_;

@@ -1,0 +1,45 @@
+#include "app/audit_inventory.h"
+
+#include "core/support/text.h"
+#include "core/takeover/inventory_text.h"
+#include "core/takeover/system_inventory.h"
+
+namespace holdenmere {
+namespace {
+
+constexpr const char* kTag = "[Holdenmere] ";
+constexpr const char* kDash = " \xE2\x80\x94 ";
+
+std::string chip(const std::string& text) { return "[" + text + "]"; }
+
+}  // namespace
+
+std::string inventoryBlock(const StartupSourceScan& scan) {
+    std::string block = kTag + InventoryText::title(scan.source) + " (" + std::string(rawValue(scan.source)) + "): ";
+    if (scan.unreadable) {
+        block += "unknown" + std::string(kDash) + *scan.unreadable + "\n";
+    } else {
+        block += std::to_string(scan.entries.size()) + (scan.entries.size() == 1 ? " item\n" : " items\n");
+    }
+    for (const auto& entry : scan.entries) {
+        block += kTag + std::string("  ") + entry.name + kDash + entry.handle + " " +
+                 chip(InventoryText::state(entry.state));
+        for (const auto& tierChip : InventoryText::tierChips(entry.tier)) block += " " + chip(tierChip);
+        block += "\n";
+    }
+    for (const auto& text : scan.incomplete) block += kTag + std::string("  incomplete: ") + text + "\n";
+    for (const auto& note : scan.notes) block += kTag + std::string("  not listed: ") + note + "\n";
+    return block;
+}
+
+void printInventory(std::ostream& out, const std::vector<StartupSourceScan>& scans) {
+    out << kTag << "STARTUP INVENTORY (what else macOS starts, by source):\n";
+    for (const auto& scan : scans) out << inventoryBlock(scan);
+}
+
+void printStartupInventory(std::ostream& out) {
+    auto system = makeSystemStartupInventory();
+    printInventory(out, system.inventory.scan());
+}
+
+}  // namespace holdenmere

@@ -1,0 +1,93 @@
+// The startup inventory's switches in the desktop app: a row's launchd job
+// held off and switched back on.
+#include <algorithm>
+
+#include "core/takeover/startup_actions.h"
+
+namespace holdenmere {
+namespace {
+
+constexpr const char* kDash = " \xE2\x80\x94 ";
+using Status = StartupChangeOutcome::Status;
+
+const HeldStartupItem* heldItem(const HoldenmereConfig& config, const StartupEntry& entry) {
+    auto held = std::find_if(config.heldStartup.begin(), config.heldStartup.end(), [&](const HeldStartupItem& item) {
+        return item.source == entry.source && item.handle == entry.handle;
+    });
+    return held == config.heldStartup.end() ? nullptr : &*held;
+}
+
+// The plist that defines a job, from the folders in their order.
+std::optional<std::string> plistOf(const std::string& label, const std::vector<std::filesystem::path>& directories) {
+    InertLaunchctl launchctl;  // reading the plists asks launchd nothing
+    for (const auto& agent : LaunchAgentScanner(launchctl, directories).allAgents()) {
+        if (agent.label == label) return agent.plistPath;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+StartupActions::RowAction StartupActions::actionFor(const StartupEntry& entry, const HoldenmereConfig& config) {
+    if (entry.source != StartupSource::launchdJob) return RowAction::none;
+    if (heldItem(config, entry) != nullptr) return RowAction::switchOn;
+    if (entry.state.kind != StartupEntry::State::Kind::startsAtLogin) return RowAction::none;
+    return entry.tier.kind == SafetyTier::Kind::refused ? RowAction::none : RowAction::switchOff;
+}
+
+ActionOutcome StartupActions::holdEntry(const StartupEntry& entry, bool confirmed, Date now) const {
+    const std::string subject = entry.name + kDash + entry.handle;
+    ActionOutcome outcome;
+    if (entry.source != StartupSource::launchdJob) {
+        outcome.fail(subject + ": this build cannot switch " + std::string(rawValue(entry.source)) + " items.");
+        return outcome;
+    }
+    // Nothing is asked of the system for what the rules do not allow.
+    if (entry.tier.kind == SafetyTier::Kind::refused) {
+        outcome.fail(subject + " was not switched off: " + entry.tier.reason);
+        return outcome;
+    }
+    if (entry.tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
+        outcome.fail(subject + " was not switched off: it needs your confirmation first.");
+        return outcome;
+    }
+    HeldStartupItem item{StartupSource::launchdJob, entry.handle, entry.ownerBundleIdentifier, entry.name, {},
+                         plistOf(entry.handle, services_.agentDirectories), now};
+    return inTransaction([&](StartupChangeEngine& engine, ActionOutcome& result) {
+        const auto change = engine.holdJob(item, entry.tier, confirmed);
+        switch (change.status) {
+            case Status::changed:
+                result.add(subject + " is switched off; Holdenmere switches it off again at each login.");
+                break;
+            case Status::unchanged:
+                result.add(subject + " was already off; Holdenmere keeps it off.");
+                break;
+            case Status::unconfirmed:
+            case Status::failed:
+            case Status::notChanged:
+                result.fail(subject + " is NOT switched off: " + change.reason);
+                break;
+        }
+    });
+}
+
+ActionOutcome StartupActions::unholdEntry(const StartupEntry& entry) const {
+    const std::string subject = entry.name + kDash + entry.handle;
+    return inTransaction([&](StartupChangeEngine& engine, ActionOutcome& result) {
+        const HeldStartupItem* held = heldItem(engine.config(), entry);
+        if (held == nullptr || held->source != StartupSource::launchdJob) {
+            result.fail(subject + " is not held by Holdenmere, so nothing was changed.");
+            return;
+        }
+        const HeldStartupItem item = *held;
+        const auto change = engine.switchOnJob(subject, item.handle, item.plistPath.value_or(""),
+                                               [item](HoldenmereConfig& config) { config.release(item); });
+        if (change.succeeded()) {
+            result.add(subject + " is switched back on." + (change.reason.empty() ? "" : " (" + change.reason + ")"));
+        } else {
+            result.fail(subject + " is NOT switched back on: " + change.reason);
+        }
+    });
+}
+
+}  // namespace holdenmere
