@@ -16,6 +16,10 @@ inline const char* holdenmerePath() { return HOLDENMERE_EXECUTABLE; }
 inline const char* bundleExecutablePath() { return HOLDENMERE_BUNDLE_EXECUTABLE; }
 // Poses as /usr/bin/osascript; see tests/support/fake_osascript_main.cpp.
 inline const char* fakeOsascriptPath() { return HOLDENMERE_FAKE_OSASCRIPT; }
+// Pose as pluginkit, lsappinfo and defaults; see tests/support/fake_tool_state.h.
+inline const char* fakePluginkitPath() { return HOLDENMERE_FAKE_PLUGINKIT; }
+inline const char* fakeLsappinfoPath() { return HOLDENMERE_FAKE_LSAPPINFO; }
+inline const char* fakeDefaultsPath() { return HOLDENMERE_FAKE_DEFAULTS; }
 
 // Runs the test helper with the arguments and an optional environment.
 inline ChildProcessResult runTestHelper(std::vector<std::string> arguments,
