@@ -86,6 +86,7 @@ struct SystemGateServices {
     SystemAppRunning apps;
     std::unique_ptr<LaunchctlRunning> launchctl = makeSystemLaunchctl();
     std::unique_ptr<ScriptRunning> scripts = makeSystemScriptRunner();
+    SystemStartupSwitches startupSwitches{*launchctl, apps};
     GateServices services{clock,
                           probe,
                           apps,
@@ -94,7 +95,8 @@ struct SystemGateServices {
                           [] { return SystemDaemonScanner{}.appPaths(); },
                           Bundle::main(),
                           static_cast<int>(::getpid()),
-                          mainLoop};
+                          mainLoop,
+                          &startupSwitches.switches()};
 };
 
 // The startup-sources step: held launchd jobs switched off again where
@@ -146,6 +148,7 @@ void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, con
     }
     auto& transaction = std::get<StartupTransaction>(begun);
     StartupChangeEngine engine(transaction, services.launchctl, services.scripts, &step.cancel);
+    engine.useSwitches(services.switches);
     const LaunchAgentScanner scanner(services.launchctl);
 
     const auto sources = LoginOwnership::startupSourcesPass(engine);

@@ -16,6 +16,8 @@
 
 namespace holdenmere {
 
+struct StartupSwitches;
+
 // The system-facing pieces one login pass works with, so that a whole pass
 // can also run in-process against fakes. Each must outlive the pass.
 struct GateServices {
@@ -31,6 +33,9 @@ struct GateServices {
     int processIdentifier = 0;
     // What the pass's waits on the main thread serve.
     MainLoop& mainLoop = InertMainLoop::shared();
+    // The switches of app extensions, launcher children and session
+    // restore; without them their held items are passed over.
+    const StartupSwitches* switches = nullptr;
 };
 
 // `--gate`: one headless login pass. Log lines go to `out` (the login agent

@@ -46,6 +46,9 @@ public:
         LaunchctlRunning& launchctl;
         ScriptRunning& scripts;
         StartupSafety::Environment environment;
+        // The switches of app extensions, launcher children and session
+        // restore; without them their held items are left as they are.
+        const StartupSwitches* switches = nullptr;
     };
 
     // A LaunchAgent as the desktop lists it.

@@ -212,12 +212,7 @@ StartupChangeOutcome StartupChangeEngine::takeOverAgent(const App& app, const st
                                                         bool confirmed) {
     const std::string subject = app.name + kDash + "LaunchAgent " + label;
     if (isOwnLabel(label) || isOwnBundle(app.bundleIdentifier)) return refused(subject, kOwnItem);
-    if (tier.kind == SafetyTier::Kind::refused) return refused(subject, tier.reason);
-    if (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
-        std::string reason = "not switched off without your confirmation:";
-        for (const auto& warning : tier.warnings) reason += " " + warning;
-        return refused(subject, reason);
-    }
+    if (auto reason = tierRefusal(tier, confirmed)) return refused(subject, *reason);
     const TakeoverRecord* before = config().takeover(app.bundleIdentifier);
     const bool knownBefore =
         before != nullptr && std::any_of(before->agents.begin(), before->agents.end(),
