@@ -17,6 +17,12 @@
 #include "core/support/clock.h"
 #include "core/takeover/startup_safety.h"
 
+namespace holdenmere {
+class SystemAppRunning;
+class SystemStartupSwitches;
+struct StartupSwitches;
+}  // namespace holdenmere
+
 namespace holdenmere::desktop {
 
 // How switching the login agent on or off went: a failure (nothing was
@@ -55,6 +61,10 @@ public:
     // thread, so implementations must be safe to call from any thread.
     virtual LaunchctlRunning& launchctl() = 0;
     virtual ScriptRunning& scripts() = 0;
+    // The switches of app extensions, launcher children and session restore
+    // (Give Everything Back gives their held items back); nothing: left as
+    // they are.
+    virtual const StartupSwitches* startupSwitches() { return nullptr; }
     // The folders the LaunchAgent scanner reads, in order.
     virtual std::vector<std::filesystem::path> launchAgentDirectories();
     // The safety rules' questions about the machine.
@@ -102,6 +112,7 @@ public:
 
     LaunchctlRunning& launchctl() override { return *launchctl_; }
     ScriptRunning& scripts() override { return *scripts_; }
+    const StartupSwitches* startupSwitches() override;
 
 private:
     ConfigStore configStore_;
@@ -110,6 +121,8 @@ private:
     SystemClock clock_;
     std::unique_ptr<LaunchctlRunning> launchctl_;
     std::unique_ptr<ScriptRunning> scripts_;
+    std::unique_ptr<SystemAppRunning> apps_;
+    std::unique_ptr<SystemStartupSwitches> switches_;
 };
 
 }  // namespace holdenmere::desktop

@@ -52,6 +52,30 @@ StartupStep::ReadState offState(StartupSwitch& source, std::string handle, bool 
     };
 }
 
+// A held item switched off again (a re-assert) or back on (a give-back):
+// its recovery entry is the held item itself, saved already.
+StartupChangeOutcome switchHeld(StartupChangeEngine& engine, StartupSwitch& source, const HeldStartupItem& item,
+                                bool off, StartupStep::Change whenDone) {
+    auto failure = std::make_shared<std::string>();
+    StartupStep step;
+    step.subject = subjectOf(item.source, item.name, item.handle);
+    if (StartupChangeEngine::isOwnLabel(item.handle)) {
+        StartupChangeOutcome outcome;
+        outcome.subject = step.subject;
+        outcome.reason = std::string(StartupChangeEngine::kOwnItem);
+        return outcome;
+    }
+    step.alreadyRecorded = true;
+    step.isDone = offState(source, item.handle, off, failure);
+    step.apply = [&source, handle = item.handle, off] { return off ? source.switchOff(handle) : source.switchOn(handle); };
+    step.confirm = offState(source, item.handle, off, failure);
+    step.notTaken = off ? "it is still on" : "it is still off";
+    step.whenDone = std::move(whenDone);
+    StartupChangeOutcome outcome = engine.run(step);
+    if (outcome.reason.empty() && !outcome.succeeded() && outcome.status != Status::changed) outcome.reason = *failure;
+    return outcome;
+}
+
 }  // namespace
 
 std::optional<std::string> StartupChangeEngine::tierRefusal(const SafetyTier& tier, bool confirmed) {
@@ -95,42 +119,15 @@ StartupChangeOutcome StartupChangeEngine::holdItem(StartupSwitch& source, const 
 }
 
 StartupChangeOutcome StartupChangeEngine::reassertItem(StartupSwitch& source, const HeldStartupItem& item) {
-    const std::string subject = subjectOf(item.source, item.name, item.handle);
-    if (isOwnLabel(item.handle) || (item.ownerBundleIdentifier && isOwnBundle(*item.ownerBundleIdentifier))) {
-        return refused(subject, kOwnItem);
+    if (item.ownerBundleIdentifier && isOwnBundle(*item.ownerBundleIdentifier)) {
+        return refused(subjectOf(item.source, item.name, item.handle), kOwnItem);
     }
-    auto failure = std::make_shared<std::string>();
-    StartupStep step;
-    step.subject = subject;
-    step.alreadyRecorded = true;
-    step.isDone = offState(source, item.handle, true, failure);
-    step.apply = [&source, handle = item.handle] { return source.switchOff(handle); };
-    step.confirm = offState(source, item.handle, true, failure);
-    step.notTaken = "it is still on";
-    StartupChangeOutcome outcome = run(step);
-    if (outcome.reason.empty() && outcome.status != Status::changed && outcome.status != Status::unchanged) {
-        outcome.reason = *failure;
-    }
-    return outcome;
+    return switchHeld(*this, source, item, /*off=*/true, {});
 }
 
 StartupChangeOutcome StartupChangeEngine::giveBackItem(StartupSwitch& source, const HeldStartupItem& item) {
-    const std::string subject = subjectOf(item.source, item.name, item.handle);
-    if (isOwnLabel(item.handle)) return refused(subject, kOwnItem);
-    auto failure = std::make_shared<std::string>();
-    StartupStep step;
-    step.subject = subject;
-    step.alreadyRecorded = true;
-    step.isDone = offState(source, item.handle, false, failure);
-    step.apply = [&source, handle = item.handle] { return source.switchOn(handle); };
-    step.confirm = offState(source, item.handle, false, failure);
-    step.notTaken = "it is still off";
-    step.whenDone = [item](HoldenmereConfig& config) { config.release(item); };
-    StartupChangeOutcome outcome = run(step);
-    if (outcome.reason.empty() && outcome.status != Status::changed && outcome.status != Status::unchanged) {
-        outcome.reason = *failure;
-    }
-    return outcome;
+    return switchHeld(*this, source, item, /*off=*/false,
+                      [item](HoldenmereConfig& config) { config.release(item); });
 }
 
 StartupChangeOutcome StartupChangeEngine::quitAfterLogin(const StartupEntry& entry, const SafetyTier& tier,

@@ -10,14 +10,11 @@
 
 #include "core/config/config_store.h"
 #include "core/discovery/session_restore_scanner.h"
-#include "core/support/child_process.h"
 #include "core/support/files.h"
-#include "tests/support/fake_launchctl.h"
-#include "tests/support/fake_tool_state.h"
+#include "tests/support/e2e_home.h"
 #include "tests/support/loopback_http_server.h"
 #include "tests/support/plist_files.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/support/test_executables.h"
 
 namespace holdenmere {
 namespace {
@@ -43,12 +40,7 @@ protected:
     }
 
     void SetUp() override {
-        std::filesystem::create_directories(home / "tools");
-        std::filesystem::create_symlink(FakeLaunchctlTool::executable(), home / "tools/launchctl");
-        std::filesystem::create_symlink(testing::fakeOsascriptPath(), home / "tools/osascript");
-        std::filesystem::create_symlink(testing::fakePluginkitPath(), home / "tools/pluginkit");
-        std::filesystem::create_symlink(testing::fakeLsappinfoPath(), home / "tools/lsappinfo");
-        std::filesystem::create_symlink(testing::fakeDefaultsPath(), home / "tools/defaults");
+        testing::linkFakeTools(home.path());
 
         // macOS elected the extension and enabled the launcher again since
         // Holdenmere switched them off.
@@ -96,19 +88,7 @@ protected:
     SessionRestore restore() const { return std::get<SessionRestore>(SessionRestoreScanner::read(home.path())); }
 
     ChildProcessResult run(const std::vector<std::string>& arguments) {
-        ChildProcessRequest request;
-        request.executable = testing::holdenmerePath();
-        request.arguments = arguments;
-        request.environment = std::vector<std::string>{
-            "HOME=" + home.path().string(),
-            "PATH=/usr/bin:/bin",
-            "HOLDENMERE_TOOLS_DIR=" + (home / "tools").string(),
-            std::string(testing::fake_launchctl::kStateVariable) + "=" + launchd.stateFolder().string(),
-            std::string(testing::fake_tool::kStateVariable) + "=" + home.path().string(),
-            "FAKE_OSASCRIPT_STATE=" + (home / "login-items.json").string(),
-            "HOLDENMERE_HISTORY_PATH=" + (home / "history.json").string()};
-        request.timeout = std::chrono::seconds(60);
-        return runChildProcess(request);
+        return testing::runInHome(home.path(), launchd, home / "login-items.json", arguments);
     }
 };
 
