@@ -10,6 +10,7 @@
 #include <optional>
 #include <utility>
 
+#include "core/apps/app_running.h"
 #include "core/config/config_store.h"
 #include "core/config/last_login_conflicts.h"
 #include "core/gate/open_at_login.h"
@@ -55,7 +56,9 @@ int runMutatingMode(const CLIMode& mode, std::ostream& out, std::ostream& err) {
         return runRepairHelpers(run, out, err, *launchctl, *scripts, [&] { return scanDisabledAgents(*launchctl); });
     }
     const auto run = RestoreStartupRun::atPath(mode.dryRun, store.url, AgentInstaller::defaultPlistURL());
-    return runRestoreStartup(run, out, err, *launchctl, *scripts);
+    SystemAppRunning apps;
+    const SystemStartupSwitches switches(*launchctl, apps);
+    return runRestoreStartup(run, out, err, *launchctl, *scripts, &switches.switches());
 }
 
 int runApp(std::ostream& err) {

@@ -88,6 +88,7 @@ struct SystemGateServices {
     SystemAppRunning apps;
     std::unique_ptr<LaunchctlRunning> launchctl = makeSystemLaunchctl();
     std::unique_ptr<ScriptRunning> scripts = makeSystemScriptRunner();
+    SystemStartupSwitches startupSwitches{*launchctl, apps};
     GateServices services{clock,
                           probe,
                           apps,
@@ -97,7 +98,8 @@ struct SystemGateServices {
                           Bundle::main(),
                           static_cast<int>(::getpid()),
                           mainLoop,
-                          networkChanges};
+                          networkChanges,
+                          &startupSwitches.switches()};
 };
 
 // The startup-sources step: held launchd jobs switched off again where
@@ -149,6 +151,7 @@ void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, con
     }
     auto& transaction = std::get<StartupTransaction>(begun);
     StartupChangeEngine engine(transaction, services.launchctl, services.scripts, &step.cancel);
+    engine.useSwitches(services.switches);
     const LaunchAgentScanner scanner(services.launchctl);
 
     const auto sources = LoginOwnership::startupSourcesPass(engine);

@@ -17,6 +17,8 @@
 
 namespace holdenmere {
 
+struct StartupSwitches;
+
 // The system-facing pieces one login pass works with, so that a whole pass
 // can also run in-process against fakes. Each must outlive the pass.
 struct GateServices {
@@ -35,6 +37,9 @@ struct GateServices {
     // The system's network-change announcements, which bring the gate's
     // next attempt forward.
     NetworkChangeListening& networkChanges = InertNetworkChangeListening::shared();
+    // The switches of app extensions, launcher children and session
+    // restore; without them their held items are passed over.
+    const StartupSwitches* switches = nullptr;
 };
 
 // `--gate`: one headless login pass. Log lines go to `out` (the login agent

@@ -20,7 +20,7 @@ RestoreStartupRun RestoreStartupRun::atPath(bool dryRun, const std::filesystem::
 }
 
 int runRestoreStartup(const RestoreStartupRun& run, std::ostream& out, std::ostream& err, LaunchctlRunning& launchctl,
-                      ScriptRunning& scripts) {
+                      ScriptRunning& scripts, const StartupSwitches* switches) {
     auto begun = StartupTransaction::begin(run.config, StartupTransaction::Wait::untilFree);
     if (const auto* failure = std::get_if<StartupTransaction::Failure>(&begun)) {
         if (failure->kind == StartupTransaction::Failure::Kind::configUnreadable) {
@@ -32,6 +32,7 @@ int runRestoreStartup(const RestoreStartupRun& run, std::ostream& out, std::ostr
     }
     auto& transaction = std::get<StartupTransaction>(begun);
     StartupChangeEngine engine(transaction, launchctl, scripts);
+    engine.useSwitches(switches);
 
     AgentInstaller installer(launchctl, executablePath().value_or(std::filesystem::path()), run.loginAgentPlist);
     const auto result = StartupRestorer::giveEverythingBack(engine, run.dryRun, [&]() -> std::optional<std::string> {

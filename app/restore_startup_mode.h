@@ -9,6 +9,8 @@
 
 namespace holdenmere {
 
+struct StartupSwitches;
+
 // Where `--restore-startup` reads and writes.
 struct RestoreStartupRun {
     bool dryRun = false;
@@ -30,7 +32,10 @@ struct RestoreStartupRun {
 // back, 1 when the opt-out could not be saved (nothing is then done) or an
 // item or the login agent could not be given back, 2 when the configuration
 // cannot be read, 75 when the lock cannot be had.
+// `switches` act on the held items of the other sources (app extensions,
+// launcher children, session restore, the reopen-windows setting); without
+// them those stay in the ledger.
 int runRestoreStartup(const RestoreStartupRun& run, std::ostream& out, std::ostream& err, LaunchctlRunning& launchctl,
-                      ScriptRunning& scripts);
+                      ScriptRunning& scripts, const StartupSwitches* switches = nullptr);
 
 }  // namespace holdenmere

@@ -2,6 +2,7 @@
 
 #include "core/takeover/system_tools.h"
 #include "core/apps/app_discovery.h"
+#include "core/apps/app_running.h"
 #include "core/config/last_login_conflicts.h"
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/reachability/url_session_probe.h"
@@ -75,9 +76,13 @@ SystemDesktopServices::SystemDesktopServices()
       historyStore_(HistoryStore::resolving(environmentValue("HOLDENMERE_HISTORY_PATH"))),
       logPath_(LastLoginConflicts::resolving(environmentValue("HOLDENMERE_LOG_PATH"))),
       launchctl_(makeSystemLaunchctl()),
-      scripts_(makeSystemScriptRunner()) {}
+      scripts_(makeSystemScriptRunner()),
+      apps_(std::make_unique<SystemAppRunning>()),
+      switches_(std::make_unique<SystemStartupSwitches>(*launchctl_, *apps_)) {}
 
 SystemDesktopServices::~SystemDesktopServices() = default;
+
+const StartupSwitches* SystemDesktopServices::startupSwitches() { return &switches_->switches(); }
 
 std::vector<InstalledApp> SystemDesktopServices::installedApps() {
     return AppDiscovery::scan(AppDiscovery::defaultFolders(homeDirectory()));

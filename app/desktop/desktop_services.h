@@ -20,6 +20,12 @@
 #include "core/takeover/startup_safety.h"
 #include "core/takeover/system_tools.h"
 
+namespace holdenmere {
+class SystemAppRunning;
+class SystemStartupSwitches;
+struct StartupSwitches;
+}  // namespace holdenmere
+
 namespace holdenmere::desktop {
 
 // How switching the login agent on or off went: a failure (nothing was
@@ -58,6 +64,10 @@ public:
     // thread, so implementations must be safe to call from any thread.
     virtual LaunchctlRunning& launchctl() = 0;
     virtual ScriptRunning& scripts() = 0;
+    // The switches of app extensions, launcher children and session restore
+    // (Give Everything Back gives their held items back); nothing: left as
+    // they are.
+    virtual const StartupSwitches* startupSwitches() { return nullptr; }
     // The folders the LaunchAgent scanner reads, in order.
     virtual std::vector<std::filesystem::path> launchAgentDirectories();
     // The safety rules' questions about the machine.
@@ -114,6 +124,7 @@ public:
 
     LaunchctlRunning& launchctl() override { return *launchctl_; }
     ScriptRunning& scripts() override { return *scripts_; }
+    const StartupSwitches* startupSwitches() override;
 
 private:
     ConfigStore configStore_;
@@ -122,6 +133,8 @@ private:
     SystemClock clock_;
     std::unique_ptr<LaunchctlRunning> launchctl_;
     std::unique_ptr<ScriptRunning> scripts_;
+    std::unique_ptr<SystemAppRunning> apps_;
+    std::unique_ptr<SystemStartupSwitches> switches_;
 };
 
 }  // namespace holdenmere::desktop

@@ -69,11 +69,10 @@ struct LoginOwnership {
     // How the re-assert step ended for the held startup items.
     struct StartupSourcesTally {
         int reassertFailed = 0;
-        // Launchd jobs that could not be checked (launchd's disabled list
-        // could not be read). Held items of sources this build cannot act
-        // on are counted from the list of opt-outs by countsLine.
+        // Held items that could not be checked (their state could not be
+        // read) or that this build cannot act on.
         int reassertSkipped = 0;
-        int gracefullyQuit = 0;  // session-restored apps quit (none in this build)
+        int gracefullyQuit = 0;  // session-restored apps quit as the user asked
         bool configUnreadable = false;
 
         friend bool operator==(const StartupSourcesTally&, const StartupSourcesTally&) = default;
@@ -193,12 +192,13 @@ struct LoginOwnership {
     static std::vector<HeldStartupItem> startupOptOuts(const HoldenmereConfig& config);
     // 30 s, plus 25 s for each item.
     static double startupStepBudget(const std::vector<HeldStartupItem>& optOuts);
-    // Switches held launchd jobs that launchd lists as enabled again back
-    // off, through the engine. Held items of other sources are passed over
-    // (this build cannot act on them), and no session-restored app is quit.
-    // Runs before the ownership pass, under the same lock: it touches only
-    // what earlier passes recorded, so a slow or hanging Login Items script
-    // cannot starve it.
+    // Switches held items that macOS switched back on off again, through
+    // the engine (launchd jobs, and through the engine's switches app
+    // extensions and launcher children), and quits, gracefully, held apps
+    // that loginwindow reopened. Held items of sources without a switch are
+    // passed over and counted as skipped. Runs before the ownership pass,
+    // under the same lock: it touches only what earlier passes recorded, so
+    // a slow or hanging Login Items script cannot starve it.
     static StartupSourcesResult startupSourcesPass(StartupChangeEngine& engine);
     // "re_assert_failed={n} re_assert_skipped={n} gracefully_quit={n}", and
     // " config=unreadable" when the configuration could not be read.

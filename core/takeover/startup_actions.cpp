@@ -65,6 +65,7 @@ ActionOutcome StartupActions::inTransaction(
     }
     auto& transaction = std::get<StartupTransaction>(begun);
     StartupChangeEngine engine(transaction, services_.launchctl, services_.scripts);
+    engine.useSwitches(services_.switches);
     work(engine, outcome);
     transaction.end();
     return outcome;

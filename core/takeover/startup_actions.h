@@ -50,6 +50,9 @@ public:
         StartupSafety::Environment environment;
         // Where the plists of launchd jobs are looked up.
         std::vector<std::filesystem::path> agentDirectories = LaunchAgentScanner::defaultDirectories();
+        // The switches of app extensions, launcher children and session
+        // restore; without them their held items are left as they are.
+        const StartupSwitches* switches = nullptr;
     };
 
     // What an inventory row allows.

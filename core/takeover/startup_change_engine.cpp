@@ -128,12 +128,7 @@ StartupChangeOutcome StartupChangeEngine::refused(std::string subject, std::stri
 
 std::optional<StartupChangeOutcome> StartupChangeEngine::outsideTier(const std::string& subject,
                                                                      const SafetyTier& tier, bool confirmed) const {
-    if (tier.kind == SafetyTier::Kind::refused) return refused(subject, tier.reason);
-    if (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
-        std::string reason = "not switched off without your confirmation:";
-        for (const auto& warning : tier.warnings) reason += " " + warning;
-        return refused(subject, reason);
-    }
+    if (auto reason = tierRefusal(tier, confirmed)) return refused(subject, *reason);
     return std::nullopt;
 }
 

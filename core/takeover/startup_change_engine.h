@@ -9,12 +9,18 @@
 
 #include "core/config/holdenmere_config.h"
 #include "core/discovery/login_items_auditor.h"
+#include "core/discovery/startup_entry.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/support/clock.h"
 #include "core/takeover/startup_safety.h"
 #include "core/takeover/startup_transaction.h"
 
 namespace holdenmere {
+
+class StartupSwitch;
+class ReopenWindowsSetting;
+class AppQuitting;
+struct StartupSwitches;
 
 // How one change of startup state ended.
 struct StartupChangeOutcome {
@@ -160,6 +166,37 @@ public:
     // Switches a job on that an earlier version left off without a record.
     StartupChangeOutcome enableJob(const std::string& subject, const std::string& label);
 
+    // --- Held items of the other sources (held_item_changes.cpp) ---------
+
+    // The switches of app extensions, launcher children and session
+    // restore; without them those held items are left as they are.
+    void useSwitches(const StartupSwitches* switches) { switches_ = switches; }
+    const StartupSwitches* switches() const { return switches_; }
+    // The reason a tier stops a switch-off: refused, or warnings not yet
+    // confirmed. Nothing when the change may go ahead.
+    static std::optional<std::string> tierRefusal(const SafetyTier& tier, bool confirmed);
+
+    // Switches an inventory row off through its source's switch, recorded
+    // first as a HeldStartupItem (previous "startsAtLogin"), within its
+    // tier. One already off is unchanged and not recorded.
+    StartupChangeOutcome holdItem(StartupSwitch& source, const StartupEntry& entry, const SafetyTier& tier,
+                                  bool confirmed);
+    // Switches a held item off again where macOS switched it back on.
+    StartupChangeOutcome reassertItem(StartupSwitch& source, const HeldStartupItem& item);
+    // Switches a held item back on and releases it.
+    StartupChangeOutcome giveBackItem(StartupSwitch& source, const HeldStartupItem& item);
+    // Holds an app that loginwindow reopens, so that each login pass quits
+    // it: the record is the whole change.
+    StartupChangeOutcome quitAfterLogin(const StartupEntry& entry, const SafetyTier& tier, bool confirmed);
+    // Quits a held app that loginwindow reopened at this login, gracefully.
+    StartupChangeOutcome quitRestoredApp(AppQuitting& apps, const HeldStartupItem& item);
+    // Switches the reopen-windows setting off, its values as they were
+    // recorded first (an unset key as unset).
+    StartupChangeOutcome switchReopenWindowsOff(ReopenWindowsSetting& setting);
+    // Puts the setting back as recorded (an unset key deleted again) and
+    // drops the record.
+    StartupChangeOutcome giveBackReopenWindows(ReopenWindowsSetting& setting, const ReopenWindowsRecord& original);
+
     // launchd's disabled list, asked afresh.
     std::optional<std::set<std::string>> disabledLabels() { return launchctl_.disabledLabels(); }
 
@@ -178,6 +215,7 @@ private:
     LoginItemsAuditor auditor_;
     const Signal* cancellation_;
     FileExists fileExists_;
+    const StartupSwitches* switches_ = nullptr;
 };
 
 }  // namespace holdenmere

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/launchd/launchctl_running.h"
+#include "core/takeover/startup_switch.h"
 
 namespace holdenmere {
 namespace {
@@ -71,11 +72,9 @@ public:
         loginItems(config);
         agents(config);
         helpers(config);
-        heldStartup(config);
-        if (config.reopenWindowsOriginal) {
-            add({Source::reopenWindows, "reopen windows when logging back in",
-                 "this build cannot restore it; kept in the ledger", Outcome::notInThisBuild});
-        }
+        // Held items by source, in the inventory's order of sources.
+        for (const StartupSource source : kAllStartupSources) heldStartup(config, source);
+        if (config.reopenWindowsOriginal) reopenWindows(*config.reopenWindowsOriginal);
         return std::move(report_);
     }
 
@@ -207,20 +206,19 @@ private:
         add({Source::heldHelpers, helper.name, detail, Outcome::leftOff});
     }
 
-    void heldStartup(const HoldenmereConfig& config) {
+    void heldStartup(const HoldenmereConfig& config, StartupSource source) {
         for (const auto& item : config.heldStartup) {
+            if (item.source != source) continue;
             const std::string row = std::string(rawValue(item.source)) + ":" + item.handle;
             if (listed(config.restoreOptOuts, item.handle) || listed(config.restoreOptOuts, row) ||
                 (item.ownerBundleIdentifier && listed(config.restoreOptOuts, *item.ownerBundleIdentifier))) {
-                add({Source::heldStartup, item.name, item.handle + ": " + kOptedOut, Outcome::optedOut});
+                add({groupOf(item.source), item.name, item.handle + ": " + kOptedOut, Outcome::optedOut});
             } else if (StartupChangeEngine::isOwnLabel(item.handle) ||
                        (item.ownerBundleIdentifier && StartupChangeEngine::isOwnBundle(*item.ownerBundleIdentifier))) {
-                leaveOwnItem(Source::heldStartup, item.name, item.handle,
+                leaveOwnItem(groupOf(item.source), item.name, item.handle,
                              [item](HoldenmereConfig& fresh) { fresh.release(item); });
             } else if (item.source != StartupSource::launchdJob) {
-                add({Source::heldStartup, item.name,
-                     "this build cannot switch " + std::string(rawValue(item.source)) + " items back on; kept in the ledger",
-                     Outcome::notInThisBuild});
+                heldItem(item);
             } else if (wasOff(item)) {
                 heldItemLeftOff(item);
             } else if (dryRun_) {
@@ -255,11 +253,84 @@ private:
     void heldItemLeftOff(const HeldStartupItem& item) {
         const std::string detail = item.handle + " was already off when Holdenmere found it";
         if (dryRun_) {
-            add({Source::heldStartup, item.name, detail + "; would leave it off", Outcome::leftOff});
+            add({groupOf(item.source), item.name, detail + "; would leave it off", Outcome::leftOff});
             return;
         }
         noteLedgerFailure(engine_.transaction().commit([item](HoldenmereConfig& fresh) { fresh.release(item); }));
-        add({Source::heldStartup, item.name, detail, Outcome::leftOff});
+        add({groupOf(item.source), item.name, detail, Outcome::leftOff});
+    }
+
+    // A held item of a source beyond launchd, through that source's switch.
+    void heldItem(const HeldStartupItem& item) {
+        const Source group = groupOf(item.source);
+        const StartupSwitches* switches = engine_.switches();
+        StartupSwitch* source = switches != nullptr ? switches->find(item.source) : nullptr;
+        if (item.source == StartupSource::sessionRestore) {
+            stopQuitting(item);
+        } else if (source == nullptr) {
+            add({group, item.name,
+                 "this build cannot switch " + std::string(rawValue(item.source)) + " items back on; kept in the ledger",
+                 Outcome::notInThisBuild});
+        } else if (wasOff(item)) {
+            heldItemLeftOff(item);
+        } else if (dryRun_) {
+            add({group, item.name, "switch " + item.handle + " back on", Outcome::wouldGiveBack});
+        } else {
+            const auto outcome = engine_.giveBackItem(*source, item);
+            add(entryOf(group, item.name, item.handle, item.handle + " switched back on",
+                        item.handle + " is on already", outcome),
+                outcome);
+        }
+    }
+
+    // An app held to be quit after login: giving it back is no longer
+    // quitting it; loginwindow goes on reopening it as it did.
+    void stopQuitting(const HeldStartupItem& item) {
+        const std::string detail = item.handle + " is no longer quit after login";
+        if (dryRun_) {
+            add({Source::sessionRestoreApps, item.name, "stop quitting " + item.handle + " after login",
+                 Outcome::wouldGiveBack});
+            return;
+        }
+        if (auto failure = engine_.transaction().commit([item](HoldenmereConfig& fresh) { fresh.release(item); })) {
+            add({Source::sessionRestoreApps, item.name, item.handle + ": " + *failure + kKept, Outcome::failed});
+            return;
+        }
+        add({Source::sessionRestoreApps, item.name, detail, Outcome::givenBack});
+    }
+
+    void reopenWindows(const ReopenWindowsRecord& original) {
+        const std::string name = "reopen windows when logging back in";
+        const StartupSwitches* switches = engine_.switches();
+        const std::string values = "TALLogoutSavesState " + shown(original.logoutSavesState) +
+                                   ", LoginwindowLaunchesRelaunchApps " + shown(original.launchesRelaunchApps);
+        if (switches == nullptr || switches->reopenWindows == nullptr) {
+            add({Source::reopenWindows, name, "this build cannot restore it; kept in the ledger",
+                 Outcome::notInThisBuild});
+        } else if (dryRun_) {
+            add({Source::reopenWindows, name, "restore " + values, Outcome::wouldGiveBack});
+        } else {
+            const auto outcome = engine_.giveBackReopenWindows(*switches->reopenWindows, original);
+            add(entryOf(Source::reopenWindows, name, "the setting", "restored " + values,
+                        "it is as it was already (" + values + ")", outcome),
+                outcome);
+        }
+    }
+
+    static std::string shown(const std::optional<bool>& value) {
+        if (!value) return "not set";
+        return *value ? "true" : "false";
+    }
+
+    static Source groupOf(StartupSource source) {
+        switch (source) {
+            case StartupSource::appExtension: return Source::appExtensions;
+            case StartupSource::sessionRestore: return Source::sessionRestoreApps;
+            case StartupSource::launcherChild: return Source::launcherChildren;
+            case StartupSource::serviceManagement:
+            case StartupSource::launchdJob: break;
+        }
+        return Source::heldStartup;
     }
 
     StartupChangeEngine& engine_;
@@ -284,6 +355,9 @@ std::string_view StartupRestorer::sourceName(Source source) {
         case Source::launchAgents: return "LaunchAgents";
         case Source::heldHelpers: return "held helpers";
         case Source::heldStartup: return "held startup items";
+        case Source::appExtensions: return "app extensions";
+        case Source::sessionRestoreApps: return "session-restored apps";
+        case Source::launcherChildren: return "launcher children";
         case Source::reopenWindows: return "reopen-windows setting";
     }
     return "";

@@ -25,7 +25,16 @@ namespace holdenmere {
 class StartupRestorer {
 public:
     // Where an entry came from, in the order they are given back.
-    enum class Source { loginItems, launchAgents, heldHelpers, heldStartup, reopenWindows };
+    enum class Source {
+        loginItems,
+        launchAgents,
+        heldHelpers,
+        heldStartup,  // held launchd and ServiceManagement jobs
+        appExtensions,
+        sessionRestoreApps,
+        launcherChildren,
+        reopenWindows,
+    };
 
     enum class Outcome {
         givenBack,       // switched back on (or found back already); leaves the ledger
@@ -70,6 +79,7 @@ public:
     };
 
     // "Login Items", "LaunchAgents", "held helpers", "held startup items",
+    // "app extensions", "session-restored apps", "launcher children",
     // "reopen-windows setting".
     static std::string_view sourceName(Source source);
 

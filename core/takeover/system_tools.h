@@ -2,11 +2,14 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "core/discovery/script_running.h"
 #include "core/discovery/startup_item.h"
 #include "core/launchd/launchctl_running.h"
+#include "core/takeover/startup_switch.h"
 
 namespace holdenmere {
 
@@ -28,5 +31,44 @@ std::unique_ptr<ScriptRunning> makeSystemScriptRunner();
 // The LaunchAgents that the scanner leaves alone because launchd has them
 // disabled, with the scanner's reason for each.
 std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchctlRunning& launchctl);
+
+class AppRunning;
+
+// The tools the startup-source scanners and switches ask (pluginkit,
+// lsappinfo, defaults, osascript), from HOLDENMERE_TOOLS_DIR when it is set.
+std::unique_ptr<ToolRunning> makeSystemToolRunning();
+
+// Quits an app through an Apple event, as the Quit menu item does, so that
+// it can save and close its windows first.
+class SystemAppQuitting final : public AppQuitting {
+public:
+    static constexpr const char* kOsascript = "/usr/bin/osascript";
+    SystemAppQuitting(ToolRunning& tools, AppRunning& apps) : tools_(tools), apps_(apps) {}
+    bool isRunning(const std::string& bundleIdentifier) override;
+    std::optional<std::string> quit(const std::string& bundleIdentifier) override;
+
+private:
+    ToolRunning& tools_;
+    AppRunning& apps_;
+};
+
+// The switches of app extensions, launcher children and session restore
+// on the system's tools, for the modes and the desktop app.
+class SystemStartupSwitches {
+public:
+    SystemStartupSwitches(LaunchctlRunning& launchctl, AppRunning& apps);
+    SystemStartupSwitches(const SystemStartupSwitches&) = delete;
+    SystemStartupSwitches& operator=(const SystemStartupSwitches&) = delete;
+
+    const StartupSwitches& switches() const { return switches_; }
+
+private:
+    std::unique_ptr<ToolRunning> tools_;
+    AppExtensionSwitch extensions_;
+    LauncherChildSwitch launchers_;
+    SystemReopenWindowsSetting reopenWindows_;
+    SystemAppQuitting quitting_;
+    StartupSwitches switches_;
+};
 
 }  // namespace holdenmere

@@ -21,6 +21,7 @@
 #include "core/config/config_store.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/support/child_process.h"
+#include "tests/support/e2e_home.h"
 #include "tests/support/fake_launchctl.h"
 #include "tests/support/loopback_http_server.h"
 #include "tests/support/plist_files.h"
@@ -86,9 +87,7 @@ protected:
     }
 
     void SetUp() override {
-        std::filesystem::create_directories(home / "tools");
-        std::filesystem::create_symlink(FakeLaunchctlTool::executable(), home / "tools/launchctl");
-        std::filesystem::create_symlink(testing::fakeOsascriptPath(), home / "tools/osascript");
+        testing::linkFakeTools(home.path());
 
         mailBundle = lingeringApp(home / "Applications/Mail.app", mail);
         driveBundle = lingeringApp(home / "Applications/Drive.app", drive);
@@ -133,18 +132,7 @@ protected:
     }
 
     ChildProcessResult run(const std::vector<std::string>& arguments) {
-        ChildProcessRequest request;
-        request.executable = testing::holdenmerePath();
-        request.arguments = arguments;
-        request.environment = std::vector<std::string>{
-            "HOME=" + home.path().string(),
-            "PATH=/usr/bin:/bin",
-            "HOLDENMERE_TOOLS_DIR=" + (home / "tools").string(),
-            std::string(testing::fake_launchctl::kStateVariable) + "=" + launchd.stateFolder().string(),
-            "FAKE_OSASCRIPT_STATE=" + loginItemsFile().string(),
-            "HOLDENMERE_HISTORY_PATH=" + (home / "history.json").string()};
-        request.timeout = std::chrono::seconds(60);
-        return runChildProcess(request);
+        return testing::runInHome(home.path(), launchd, loginItemsFile(), arguments);
     }
 
     // launchd's mark for a label: nothing when it has none (enabled).

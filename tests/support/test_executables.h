@@ -18,6 +18,10 @@ inline const char* bundleExecutablePath() { return HOLDENMERE_BUNDLE_EXECUTABLE;
 inline const char* fakeOsascriptPath() { return HOLDENMERE_FAKE_OSASCRIPT; }
 // Poses as /usr/bin/systemextensionsctl; see tests/support/fake_systemextensionsctl_main.cpp.
 inline const char* fakeSystemextensionsctlPath() { return HOLDENMERE_FAKE_SYSTEMEXTENSIONSCTL; }
+// Pose as pluginkit, lsappinfo and defaults; see tests/support/fake_tool_state.h.
+inline const char* fakePluginkitPath() { return HOLDENMERE_FAKE_PLUGINKIT; }
+inline const char* fakeLsappinfoPath() { return HOLDENMERE_FAKE_LSAPPINFO; }
+inline const char* fakeDefaultsPath() { return HOLDENMERE_FAKE_DEFAULTS; }
 
 // Runs the test helper with the arguments and an optional environment.
 inline ChildProcessResult runTestHelper(std::vector<std::string> arguments,

@@ -103,7 +103,7 @@ TEST_F(StartupRestorerTest, GivesBackExactlyWhatHoldenmereSwitchedOff) {
                   "held startup items: given back: Job" + kDash + "com.example.job switched back on",
                   "held startup items: left off: WasOff" + kDash +
                       "com.example.wasoff was already off when Holdenmere found it",
-                  "held startup items: kept in the ledger: Ext" + kDash +
+                  "app extensions: kept in the ledger: Ext" + kDash +
                       "this build cannot switch appExtension items back on; kept in the ledger",
                   "reopen-windows setting: kept in the ledger: reopen windows when logging back in" + kDash +
                       "this build cannot restore it; kept in the ledger",
