@@ -1,5 +1,7 @@
 #include "app/audit_inventory.h"
 
+#include "core/config/config_store.h"
+#include "core/support/environment.h"
 #include "core/support/text.h"
 #include "core/takeover/inventory_text.h"
 #include "core/takeover/system_inventory.h"
@@ -38,7 +40,15 @@ void printInventory(std::ostream& out, const std::vector<StartupSourceScan>& sca
 }
 
 void printStartupInventory(std::ostream& out) {
-    auto system = makeSystemStartupInventory();
+    // Held items read as held; a configuration that cannot be read is
+    // reported above and holds nothing here.
+    auto system = makeSystemStartupInventory([] {
+        try {
+            return ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")).load().heldStartup;
+        } catch (const ConfigStoreError&) {
+            return std::vector<HeldStartupItem>{};
+        }
+    });
     printInventory(out, system.inventory.scan());
 }
 

@@ -21,7 +21,14 @@ StartupSafety::Environment DesktopServices::safetyEnvironment() { return Startup
 
 StartupInventory DesktopServices::startupInventory() {
     return makeStartupInventory(InventoryTools{launchctl(), *systemExtensions_, launchAgentDirectories(),
-                                               "/Library/LaunchDaemons", BrackenspurLabels::fromEnvironment()});
+                                               "/Library/LaunchDaemons", BrackenspurLabels::fromEnvironment(),
+                                               tools_.get(), homeDirectory(), [store = configStore()] {
+                                                   try {
+                                                       return store.load().heldStartup;
+                                                   } catch (const ConfigStoreError&) {
+                                                       return std::vector<HeldStartupItem>{};
+                                                   }
+                                               }});
 }
 
 std::optional<std::filesystem::path> DesktopServices::agentExecutable() { return executablePath(); }

@@ -72,9 +72,9 @@ public:
     virtual std::vector<std::filesystem::path> launchAgentDirectories();
     // The safety rules' questions about the machine.
     virtual StartupSafety::Environment safetyEnvironment();
-    // The startup inventory (launchd jobs, ServiceManagement) over
-    // launchctl(), launchAgentDirectories() and "systemextensionsctl list";
-    // scanned from a worker thread.
+    // The startup inventory over launchctl(), launchAgentDirectories(),
+    // "systemextensionsctl list", pluginkit, lsappinfo and the home's
+    // loginwindow preferences; scanned from a worker thread.
     virtual StartupInventory startupInventory();
 
     // Holdenmere's own login agent, which runs the login pass: the program
@@ -100,6 +100,8 @@ private:
     // systemextensionsctl (or its stand-in in HOLDENMERE_TOOLS_DIR).
     std::unique_ptr<ExtensionListing> systemExtensions_ =
         std::make_unique<SystemExtensionListing>(toolPath(SystemExtensionListing::kExecutable));
+    // pluginkit and lsappinfo (or their stand-ins).
+    std::unique_ptr<ToolRunning> tools_ = makeSystemToolRunning();
 };
 
 // The real system: the stores at their default places or the paths of

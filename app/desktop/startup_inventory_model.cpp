@@ -101,7 +101,8 @@ bool StartupInventoryModel::act(const std::string& id, bool confirmed) {
     if (found == nullptr || found->action == StartupActions::RowAction::none) return false;
     const InventoryRow target = *found;
     StartupActions actions({ConfigAccess::of(session_.store()), services_.launchctl(), services_.scripts(),
-                            services_.safetyEnvironment(), services_.launchAgentDirectories()});
+                            services_.safetyEnvironment(), services_.launchAgentDirectories(),
+                            services_.startupSwitches()});
     const Date now = services_.clock().now();
     ++busy_;
     emit busyChanged();

@@ -352,7 +352,8 @@ bool StartupItemsModel::endConflict(const std::string& bundleIdentifier, bool co
 
 StartupActions StartupItemsModel::startupActions() const {
     return StartupActions({ConfigAccess::of(session_.store()), services_.launchctl(), services_.scripts(),
-                           services_.safetyEnvironment(), services_.startupSwitches()});
+                           services_.safetyEnvironment(), services_.launchAgentDirectories(),
+                           services_.startupSwitches()});
 }
 
 StartupConsent StartupItemsModel::consent() const { return session_.config().startupConsent; }

@@ -93,10 +93,12 @@ public:
                                 const std::filesystem::path& logPath, Date now) const;
 
     // The action a row of the startup inventory allows: Switch On for an
-    // item Holdenmere holds, Switch Off for a launchd job that starts at
-    // login and whose tier does not refuse it, nothing for anything else.
+    // item Holdenmere holds, Switch Off for a row that starts at login and
+    // whose tier does not refuse it (ServiceManagement rows are listed
+    // only), nothing for anything else.
     static RowAction actionFor(const StartupEntry& entry, const HoldenmereConfig& config);
-    // Switch Off: the row's launchd job is held off, recorded first, within
+    // Switch Off: the row is held off through its source's switch (an app
+    // loginwindow reopens: quit after each login), recorded first, within
     // its tier (`confirmed`: the user accepted its warnings).
     ActionOutcome holdEntry(const StartupEntry& entry, bool confirmed, Date now) const;
     // Switch On: a held row is switched back on and no longer held.

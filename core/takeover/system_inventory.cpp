@@ -6,6 +6,8 @@
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/discovery/other_jobs.h"
 #include "core/discovery/service_management_scanner.h"
+#include "core/support/environment.h"
+#include "core/takeover/other_source_scans.h"
 #include "core/takeover/startup_safety.h"
 #include "core/takeover/system_tools.h"
 
@@ -21,9 +23,11 @@ struct SharedScan {
     std::mutex mutex;
     std::optional<ServiceManagementScanner::Result> serviceManagement;
 
-    SafetyRules rules() {
-        return StartupSafety::rules(StartupSafety::systemEnvironment([this] { return extensions.bundleIdentifiers(); }));
+    StartupSafety::Environment environment() {
+        return StartupSafety::systemEnvironment([this] { return extensions.bundleIdentifiers(); });
     }
+    SafetyRules rules() { return StartupSafety::rules(environment()); }
+    std::vector<HeldStartupItem> held() const { return tools.held ? tools.held() : std::vector<HeldStartupItem>{}; }
 
     // The ServiceManagement scan, made once per inventory scan.
     const ServiceManagementScanner::Result& serviceManagementScan() {
@@ -57,16 +61,31 @@ StartupInventory makeStartupInventory(InventoryTools tools) {
         LaunchAgentScanner scanner(shared->tools.launchctl, shared->tools.agentDirectories);
         return scanner.otherJobs(safety, shared->tools.brackenspur, serviceManagement.jobLabels).scan();
     });
+    if (shared->tools.tools != nullptr) {
+        inventory.plug(StartupSource::appExtension, [shared] {
+            return OtherSourceScans::appExtensions(*shared->tools.tools, shared->environment());
+        });
+        inventory.plug(StartupSource::launcherChild, [shared] {
+            return OtherSourceScans::launcherChildren(*shared->tools.tools, shared->environment(), shared->held());
+        });
+    }
+    if (shared->tools.home) {
+        inventory.plug(StartupSource::sessionRestore, [shared] {
+            return OtherSourceScans::sessionRestore(*shared->tools.home, shared->environment(), shared->held());
+        });
+    }
     return inventory;
 }
 
-SystemInventory makeSystemStartupInventory() {
+SystemInventory makeSystemStartupInventory(std::function<std::vector<HeldStartupItem>()> held) {
     SystemInventory system;
     system.launchctl = makeSystemLaunchctl();
     system.extensions = std::make_unique<SystemExtensionListing>(toolPath(SystemExtensionListing::kExecutable));
+    system.tools = makeSystemToolRunning();
     system.inventory = makeStartupInventory(InventoryTools{*system.launchctl, *system.extensions,
                                                            LaunchAgentScanner::defaultDirectories(),
-                                                           "/Library/LaunchDaemons", BrackenspurLabels::fromEnvironment()});
+                                                           "/Library/LaunchDaemons", BrackenspurLabels::fromEnvironment(),
+                                                           system.tools.get(), homeDirectory(), std::move(held)});
     return system;
 }
 

@@ -67,7 +67,8 @@ private slots:
         QVERIFY(sections[0].header().contains(QStringLiteral("unknown")));
         QVERIFY(sections[0].incomplete.join(QLatin1Char('\n')).contains(QStringLiteral("systemextensionsctl list could not be read")));
         QCOMPARE(sections[1].header(), QStringLiteral("Other launchd jobs: 2 items"));
-        QCOMPARE(sections[2].header(), QStringLiteral("App extensions: unknown \u2014 not scanned in this build"));
+        // No pluginkit on this machine: unknown, with the reason.
+        QVERIFY(sections[2].header().startsWith(QStringLiteral("App extensions: unknown \u2014 pluginkit -mAD -vvv: ")));
 
         const InventoryRow* row = model->row(photos);
         QVERIFY(row != nullptr);

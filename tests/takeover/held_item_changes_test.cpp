@@ -9,6 +9,7 @@
 
 #include "core/takeover/login_ownership.h"
 #include "core/takeover/other_source_scans.h"
+#include "core/takeover/startup_actions.h"
 #include "core/takeover/startup_restorer.h"
 #include "core/takeover/startup_switch.h"
 #include "tests/support/config_file.h"
@@ -236,6 +237,60 @@ TEST(OtherSourceScans, TiersComeFromTheSafetyRules) {
               "opening Drive.");
     const SessionRestore::App finder{"com.apple.finder", "/System/Library/CoreServices/Finder.app", false};
     EXPECT_EQ(StartupSafety::tier(OtherSourceScans::candidate(finder), {}).kind, SafetyTier::Kind::refused);
+}
+
+}  // namespace
+}  // namespace holdenmere
+
+namespace holdenmere {
+namespace {
+
+// The desktop's Switch Off and Switch On of inventory rows of these sources.
+TEST_F(HeldItemChanges, TheDesktopsRowActionsGoThroughTheSourcesSwitches) {
+    using Action = StartupActions::RowAction;
+    StartupActions actions{{file.access(), launchctl, scripts, StartupSafety::Environment{}, {}, &switches}};
+    auto extension = row(StartupSource::appExtension, kExtension, "Drive");
+    EXPECT_EQ(StartupActions::actionFor(extension, file.stored), Action::switchOff);
+
+    auto outcome = actions.holdEntry(extension, false, Date{7});
+    EXPECT_TRUE(outcome.ok) << outcome.lines[0];
+    EXPECT_EQ(elections[kExtension], "-");
+    extension.state = StartupEntry::State::off();
+    EXPECT_EQ(StartupActions::actionFor(extension, file.stored), Action::switchOn);
+    outcome = actions.unholdEntry(extension);
+    EXPECT_TRUE(outcome.ok) << outcome.lines[0];
+    EXPECT_EQ(elections[kExtension], "+");
+    EXPECT_TRUE(file.stored.heldStartup.empty());
+
+    // A reopened app is held to be quit after each login; nothing runs now.
+    const auto reopened = row(StartupSource::sessionRestore, "com.example.Notes", "Notes");
+    outcome = actions.holdEntry(reopened, false, Date{7});
+    EXPECT_TRUE(outcome.ok) << outcome.lines[0];
+    EXPECT_EQ(outcome.lines.back(), "Notes" + kDash + "com.example.Notes will be quit after each login; macOS still reopens it.");
+    ASSERT_EQ(file.stored.heldStartup.size(), 1u);
+    EXPECT_TRUE(apps.quit_.empty());
+    outcome = actions.unholdEntry(reopened);
+    EXPECT_TRUE(outcome.ok) << outcome.lines[0];
+    EXPECT_TRUE(file.stored.heldStartup.empty());
+
+    // The reopen-windows row switches the setting itself, and back as it was.
+    preferences["TALLogoutSavesState"] = true;
+    const auto setting = row(StartupSource::sessionRestore, SessionRestoreScanner::kReopenWindowsHandle, "Reopen");
+    outcome = actions.holdEntry(setting, false, Date{7});
+    EXPECT_TRUE(outcome.ok) << outcome.lines[0];
+    EXPECT_FALSE(preferences["TALLogoutSavesState"]);
+    EXPECT_EQ(StartupActions::actionFor(setting, file.stored), Action::switchOn);
+    outcome = actions.unholdEntry(setting);
+    EXPECT_TRUE(outcome.ok) << outcome.lines[0];
+    EXPECT_TRUE(preferences["TALLogoutSavesState"]);
+    EXPECT_EQ(preferences.count("LoginwindowLaunchesRelaunchApps"), 0u);  // unset before, unset again
+    EXPECT_FALSE(file.stored.reopenWindowsOriginal);
+
+    // Without the switches nothing is asked of pluginkit.
+    StartupActions bare{{file.access(), launchctl, scripts, StartupSafety::Environment{}, {}, nullptr}};
+    const auto calls = tools.calls.size();
+    EXPECT_FALSE(bare.holdEntry(row(StartupSource::appExtension, kExtension, "Drive"), true, Date{7}).ok);
+    EXPECT_EQ(tools.calls.size(), calls);
 }
 
 }  // namespace
