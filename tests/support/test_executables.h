@@ -16,6 +16,8 @@ inline const char* holdenmerePath() { return HOLDENMERE_EXECUTABLE; }
 inline const char* bundleExecutablePath() { return HOLDENMERE_BUNDLE_EXECUTABLE; }
 // Poses as /usr/bin/osascript; see tests/support/fake_osascript_main.cpp.
 inline const char* fakeOsascriptPath() { return HOLDENMERE_FAKE_OSASCRIPT; }
+// Poses as /usr/bin/sfltool; see tests/support/fake_sfltool_main.cpp.
+inline const char* fakeSfltoolPath() { return HOLDENMERE_FAKE_SFLTOOL; }
 
 // Runs the test helper with the arguments and an optional environment.
 inline ChildProcessResult runTestHelper(std::vector<std::string> arguments,
