@@ -177,7 +177,7 @@ BackgroundItemsTool::Reading SystemBackgroundItemsTool::dump() {
     if (result.succeeded()) return {result.output, {}};
     switch (result.ending) {
         case ChildProcessResult::Ending::couldNotStart:
-            return {std::nullopt, "sfltool could not be started: " + result.startError};
+            return {std::nullopt, result.startError};
         case ChildProcessResult::Ending::timedOut:
             return {std::nullopt, "sfltool dumpbtm did not finish within " +
                                       text::number(static_cast<double>(timeLimit_.count()) / 1000.0) +

@@ -153,10 +153,10 @@ TEST_F(BackgroundItemScan, ConflictsOfManagedAppsInTheirOrder) {
 TEST(BackgroundItemScanner, AnyFailedOrUnrecognisedReadIsIncompleteNeverEmpty) {
     CannedTool tool;
     const Scanner scanner(tool, "501");
-    tool.reading = {std::nullopt, "sfltool could not be started: No such file or directory"};
+    tool.reading = {std::nullopt, "could not start /usr/bin/sfltool: No such file or directory"};
     auto scan = scanner.scan();
     EXPECT_FALSE(scan.result);
-    EXPECT_EQ(scan.incomplete, "sfltool could not be started: No such file or directory");
+    EXPECT_EQ(scan.incomplete, "could not start /usr/bin/sfltool: No such file or directory");
     tool.reading = {std::string("garbage\n"), {}};
     EXPECT_EQ(scanner.scan().incomplete, "sfltool dumpbtm printed nothing Holdenmere recognises");
     tool.reading = {testing::btmSection("502", {}), {}};
@@ -197,7 +197,7 @@ TEST_F(SystemBackgroundItemsToolTest, MissingToolRefusalHangAndGarbageAreIncompl
     SystemBackgroundItemsTool missing(folder / "no-sfltool", std::chrono::seconds(1));
     auto scan = Scanner(missing).scan();
     EXPECT_FALSE(scan.result);
-    EXPECT_TRUE(scan.incomplete.starts_with("sfltool could not be started: ")) << scan.incomplete;
+    EXPECT_EQ(scan.incomplete, "could not start " + (folder / "no-sfltool").string() + ": No such file or directory");
 
     auto refused = dump({{"exit", 1}, {"stderr", "sfltool: Operation not permitted\n"}});
     EXPECT_FALSE(refused.output);
