@@ -17,6 +17,16 @@ std::vector<std::filesystem::path> DesktopServices::launchAgentDirectories() {
 
 StartupSafety::Environment DesktopServices::safetyEnvironment() { return StartupSafety::systemEnvironment(); }
 
+BackgroundItemsTool& DesktopServices::backgroundItemsTool() {
+    static const auto tool = makeSystemBackgroundItemsTool();
+    return *tool;
+}
+
+SettingsOpening& DesktopServices::settingsOpening() {
+    static SystemSettingsOpening opening;
+    return opening;
+}
+
 std::optional<std::filesystem::path> DesktopServices::agentExecutable() { return executablePath(); }
 
 std::filesystem::path DesktopServices::loginAgentPlistPath() const { return AgentInstaller::defaultPlistURL(); }

@@ -15,6 +15,8 @@
 #include "core/launchd/login_agent_status.h"
 #include "core/reachability/reachability_probe.h"
 #include "core/support/clock.h"
+#include "core/discovery/background_item_scanner.h"
+#include "core/discovery/settings_opening.h"
 #include "core/takeover/startup_safety.h"
 
 namespace holdenmere::desktop {
@@ -59,6 +61,11 @@ public:
     virtual std::vector<std::filesystem::path> launchAgentDirectories();
     // The safety rules' questions about the machine.
     virtual StartupSafety::Environment safetyEnvironment();
+    // macOS's background-items record (sfltool, which may ask for an
+    // administrator's authorization) and System Settings' panes; safe from
+    // any thread.
+    virtual BackgroundItemsTool& backgroundItemsTool();
+    virtual SettingsOpening& settingsOpening();
 
     // Holdenmere's own login agent, which runs the login pass: the program
     // it runs (the running executable; nothing when it cannot be told) and

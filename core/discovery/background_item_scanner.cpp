@@ -161,6 +161,11 @@ Judgement judgeLoginItem(const Reading& reading) {
 
 }  // namespace
 
+CannedBackgroundItemsTool::CannedBackgroundItemsTool()
+    : reading{"========================\n Records for UID " + BackgroundItemScanner::currentUid() +
+                  " : 00000000-0000-0000-0000-000000000000\n========================\n\n Items:\n\n",
+              {}} {}
+
 SystemBackgroundItemsTool::SystemBackgroundItemsTool(std::filesystem::path executable,
                                                      std::chrono::milliseconds timeLimit,
                                                      std::optional<std::vector<std::string>> environment)

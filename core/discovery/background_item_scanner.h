@@ -34,6 +34,15 @@ public:
     Reading dump() override { return {std::nullopt, "background items are not read here"}; }
 };
 
+// Answers with what it was given, for the desktop's sample fixture and the
+// tests; by default an empty record of the current user.
+class CannedBackgroundItemsTool final : public BackgroundItemsTool {
+public:
+    CannedBackgroundItemsTool();
+    Reading reading;
+    Reading dump() override { return reading; }
+};
+
 // "/usr/bin/sfltool" "dumpbtm" as a child process. On a Mac the tool asks for
 // an administrator's authorization first; a request nobody answers is a hang
 // like any other, ended by the time limit.

@@ -10,16 +10,9 @@ namespace {
 constexpr const char* kDash = " \xE2\x80\x94 ";
 using Status = StartupChangeOutcome::Status;
 
-bool launchFailed(const std::vector<LaunchRecord>& records, const std::string& bundleIdentifier) {
-    return std::any_of(records.begin(), records.end(), [&](const LaunchRecord& record) {
-        return record.bundleIdentifier == bundleIdentifier && record.outcome == LaunchOutcome::failed;
-    });
-}
-
 bool recorded(const HoldenmereConfig& config, const std::string& bundleIdentifier, const std::string& label) {
     const TakeoverRecord* record = config.takeover(bundleIdentifier);
-    return record != nullptr && std::any_of(record->agents.begin(), record->agents.end(),
-                                            [&](const DisabledAgent& agent) { return agent.label == label; });
+    return record != nullptr && record->agent(label) != nullptr;
 }
 
 void switchOff(StartupChangeEngine& engine, const BackgroundItemScanner::Conflict& conflict,
