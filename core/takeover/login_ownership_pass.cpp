@@ -72,9 +72,8 @@ void settleUnconfirmed(StartupChangeEngine& engine, std::vector<std::string>& li
         for (const auto& [bundleIdentifier, agent] : unconfirmed) {
             TakeoverRecord* record = config.takeover(bundleIdentifier);
             if (record == nullptr) continue;
-            const bool stillMarked = std::any_of(record->agents.begin(), record->agents.end(), [&](const DisabledAgent& held) {
-                return held.label == agent.label && held.unconfirmed;
-            });
+            const DisabledAgent* marked = record->agent(agent.label);
+            const bool stillMarked = marked != nullptr && marked->unconfirmed;
             if (!stillMarked) continue;
             if (labels.count(agent.label) == 0) {
                 config.forgetAgent(bundleIdentifier, agent.label);
