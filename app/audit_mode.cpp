@@ -1,6 +1,7 @@
 #include "app/audit_mode.h"
 
 #include "app/audit_inventory.h"
+#include "app/audit_background_items.h"
 #include "app/command_line.h"
 #include "core/takeover/system_tools.h"
 #include "core/config/config_store.h"
@@ -68,6 +69,7 @@ int runAudit(std::ostream& out, std::ostream& err, ScriptRunning& scripts) {
     } catch (const ConfigStoreError& error) {
         err << kTag << "ERROR: cannot read config" << kDash << error.what() << '\n';
     }
+    printBackgroundItems(out, *makeSystemBackgroundItemsTool(), store);
     printStartupInventory(out);
     printLastLogin(out);
     return exit_status::kSuccess;

@@ -30,6 +30,7 @@
 #include "core/support/bundle.h"
 #include "core/support/clock.h"
 #include "core/support/environment.h"
+#include "core/takeover/background_takeover.h"
 #include "core/takeover/startup_change_engine.h"
 #include "core/takeover/startup_safety.h"
 #include "core/takeover/startup_transaction.h"
@@ -159,8 +160,11 @@ void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, con
     for (auto& record : sources.records(services.clock.now())) step.addRecord(std::move(record));
     const auto pass =
         LoginOwnership::ownershipPass(engine, scanner, StartupSafety::systemEnvironment(), inputs.pass);
+    const auto background = BackgroundTakeover::pass(engine, BackgroundItemStore::besideConfig(inputs.store.url),
+                                                     StartupSafety::systemEnvironment(), inputs.pass.records);
     transaction.end();
     for (const auto& line : pass.lines) step.add(line);
+    for (const auto& line : background) step.add(line);
     for (const auto& line : LoginOwnership::importedFailures(inputs.pass.records, pass.config.apps)) step.add(line);
     step.add(LoginOwnership::doneLine(inputs.pass.records, pass.loginItemsNotRemoved));
     if (!sources.optOuts.empty() || sources.tally.configUnreadable) step.add(sources.countsLine());

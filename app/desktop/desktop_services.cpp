@@ -31,6 +31,16 @@ StartupInventory DesktopServices::startupInventory() {
                                                }});
 }
 
+BackgroundItemsTool& DesktopServices::backgroundItemsTool() {
+    static const auto tool = makeSystemBackgroundItemsTool();
+    return *tool;
+}
+
+SettingsOpening& DesktopServices::settingsOpening() {
+    static SystemSettingsOpening opening;
+    return opening;
+}
+
 std::optional<std::filesystem::path> DesktopServices::agentExecutable() { return executablePath(); }
 
 std::filesystem::path DesktopServices::loginAgentPlistPath() const { return AgentInstaller::defaultPlistURL(); }

@@ -17,6 +17,8 @@
 #include "core/support/clock.h"
 #include "core/discovery/startup_inventory.h"
 #include "core/discovery/system_extensions.h"
+#include "core/discovery/background_item_scanner.h"
+#include "core/discovery/settings_opening.h"
 #include "core/takeover/startup_safety.h"
 #include "core/takeover/system_tools.h"
 
@@ -76,6 +78,11 @@ public:
     // "systemextensionsctl list", pluginkit, lsappinfo and the home's
     // loginwindow preferences; scanned from a worker thread.
     virtual StartupInventory startupInventory();
+    // macOS's background-items record (sfltool, which may ask for an
+    // administrator's authorization) and System Settings' panes; safe from
+    // any thread.
+    virtual BackgroundItemsTool& backgroundItemsTool();
+    virtual SettingsOpening& settingsOpening();
 
     // Holdenmere's own login agent, which runs the login pass: the program
     // it runs (the running executable; nothing when it cannot be told) and

@@ -6,6 +6,7 @@
 #include <set>
 #include <sstream>
 
+#include "app/desktop/startup_background_items.h"
 #include "app/desktop/startup_work.h"
 #include "core/launchd/agent_installer.h"
 #include "core/apps/installed_app.h"
@@ -54,7 +55,8 @@ std::vector<std::string> chipsOf(const SafetyTier& tier) {
 
 StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts,
                              const std::vector<std::filesystem::path>& agentDirectories,
-                             const StartupSafety::Environment& environment) {
+                             const StartupSafety::Environment& environment, BackgroundItemsTool& backgroundTool,
+                             const BackgroundItemStore& backgroundStore) {
     StartupScan scan;
     NotingScripts noting(scripts);
     scan.loginItems = LoginItemsAuditor(noting).loginItems(/*readingHidden=*/true);
@@ -78,10 +80,12 @@ StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts
         if (item.bundleIdentifier) icon(item.path);
     }
     for (const auto& item : scan.agentItems) icon(item.path);
+    scanBackgroundItems(scan, backgroundTool, environment, backgroundStore);
     return scan;
 }
 
 QString StartupItemRow::sourceText() const {
+    if (source == Source::backgroundItem) return QStringLiteral("Background item %1").arg(text(backgroundIdentifier));
     return source == Source::loginItem ? QStringLiteral("Login Item") : QStringLiteral("LaunchAgent %1").arg(text(label));
 }
 
@@ -90,6 +94,7 @@ QString ConflictRow::sourcesText() const {
     if (loginItems.size() == 1) parts << QStringLiteral("Login Item");
     if (loginItems.size() > 1) parts << QStringLiteral("%1 Login Items").arg(loginItems.size());
     for (const Agent& agent : agents) parts << QStringLiteral("LaunchAgent %1").arg(text(agent.label));
+    for (const auto& item : settingsItems) parts << QStringLiteral("background item %1").arg(text(item));
     return parts.join(QStringLiteral(" and "));
 }
 
@@ -128,10 +133,12 @@ void StartupItemsModel::rescan() {
     ScriptRunning& scripts = services_.scripts();
     auto directories = services_.launchAgentDirectories();
     auto environment = services_.safetyEnvironment();
+    BackgroundItemsTool& backgroundTool = services_.backgroundItemsTool();
+    const auto backgroundStore = BackgroundItemStore::besideConfig(session_.store().url);
     StartupItemsModel* self = this;
     queue_->post([self, &launchctl, &scripts, directories = std::move(directories),
-                  environment = std::move(environment)] {
-        StartupScan scan = StartupScan::run(launchctl, scripts, directories, environment);
+                  environment = std::move(environment), &backgroundTool, backgroundStore] {
+        StartupScan scan = StartupScan::run(launchctl, scripts, directories, environment, backgroundTool, backgroundStore);
         QMetaObject::invokeMethod(
             self, [self, scan = std::move(scan)]() mutable { self->adoptScan(std::move(scan)); }, Qt::QueuedConnection);
     });
@@ -163,7 +170,7 @@ void StartupItemsModel::derive() {
     }
     all.insert(all.end(), scan_.agentItems.begin(), scan_.agentItems.end());
     items_.clear();
-    for (const auto& item : StartupDiscovery::unmanaged(all, config.apps)) {
+    for (const auto& item : StartupDiscovery::unmanaged(StartupDiscovery::merged(all, backgroundStartupItems(scan_)), config.apps)) {
         if (blocked.count(item.bundleIdentifier) != 0) continue;
         StartupItemRow row;
         row.bundleIdentifier = item.bundleIdentifier;
@@ -177,6 +184,9 @@ void StartupItemsModel::derive() {
             row.plistPath = agent->plistPath;
             if (auto tier = scan_.agentTiers.find(agent->label); tier != scan_.agentTiers.end()) row.tier = tier->second;
             row.chips = chipsOf(row.tier);
+        } else if (const auto* background = std::get_if<StartupItem::BackgroundItem>(&item.source)) {
+            describeBackgroundRow(row, *background, scan_);
+            row.chips = chipsOf(row.tier);
         } else {
             for (const auto& loginItem : scan_.loginItems) {
                 if (loginItem.path == row.path) row.hidden = loginItem.hidden;
@@ -188,7 +198,9 @@ void StartupItemsModel::derive() {
     std::set<std::string> managed;
     for (const auto& app : config.apps) managed.insert(app.bundleIdentifier);
     ineligible_.clear();
-    for (const auto& item : LoginOwnership::shownIneligible(scan_.ineligible, config.apps, config.blockedApps)) {
+    auto ineligible = scan_.ineligible;
+    if (scan_.background) ineligible.insert(ineligible.end(), scan_.background->ineligible.begin(), scan_.background->ineligible.end());
+    for (const auto& item : LoginOwnership::shownIneligible(ineligible, config.apps, config.blockedApps)) {
         ineligible_.push_back(IneligibleRow{item.name, item.bundleIdentifier, item.label, item.reason,
                                             managed.count(item.bundleIdentifier) != 0});
     }
@@ -207,7 +219,8 @@ void StartupItemsModel::derive() {
     }
     conflicts_.clear();
     for (const auto& conflict :
-         StartupConflicts::merge(LoginItemsAuditor::conflicts(config.apps, scan_.loginItems), agentConflicts)) {
+         StartupConflicts::merge(LoginItemsAuditor::conflicts(config.apps, scan_.loginItems), agentConflicts,
+                                 backgroundConflicts(scan_, config.apps))) {
         ConflictRow row;
         row.bundleIdentifier = conflict.managed.bundleIdentifier;
         row.name = conflict.managed.name;
@@ -229,6 +242,10 @@ void StartupItemsModel::derive() {
             }
             entry.chips = chipsOf(entry.tier);
             row.agents.push_back(std::move(entry));
+        }
+        describeBackgroundConflict(row, conflict, scan_);
+        if (!row.iconPath) {
+            if (auto icon = scan_.icons.find(conflict.managed.path); icon != scan_.icons.end()) row.iconPath = icon->second;
         }
         conflicts_.push_back(std::move(row));
     }
@@ -306,7 +323,13 @@ bool StartupItemsModel::takeOver(const std::string& bundleIdentifier, bool confi
     const StartupItemRow* found = item(bundleIdentifier);
     if (found == nullptr) return false;
     const StartupItemRow row = *found;
-    if (row.source == StartupItemRow::Source::launchAgent) {
+    if (row.opensLoginItemsSettings) {
+        emit finished(QStringLiteral("Only System Settings can stop macOS starting %1: open Login Items Settings.")
+                          .arg(text(row.name)),
+                      false);
+        return false;
+    }
+    if (row.source != StartupItemRow::Source::loginItem) {
         // Nothing is asked of the system for what the rules do not allow.
         if (row.tier.kind == SafetyTier::Kind::refused) {
             emit finished(QStringLiteral("%1 was not taken over: %2").arg(text(row.name), text(row.tier.reason)), false);
@@ -332,6 +355,10 @@ bool StartupItemsModel::takeOver(const std::string& bundleIdentifier, bool confi
 bool StartupItemsModel::endConflict(const std::string& bundleIdentifier, bool confirmed) {
     const ConflictRow* found = conflict(bundleIdentifier);
     if (found == nullptr) return false;
+    if (found->loginItems.empty() && found->agents.empty()) {
+        openLoginItemsSettings();
+        return true;
+    }
     if (!confirmed && !conflictConfirmations(bundleIdentifier).isEmpty()) {
         emit finished(QStringLiteral("%1: nothing was changed \u2014 it needs your confirmation first.")
                           .arg(text(found->name)),
@@ -348,6 +375,20 @@ bool StartupItemsModel::endConflict(const std::string& bundleIdentifier, bool co
         return asLines(actions.stopMacOSStarting(row.bundleIdentifier, row.name, loginItemPaths, agents, confirmed));
     });
     return true;
+}
+
+QString StartupItemsModel::backgroundItemsProblem() const { return desktop::backgroundItemsProblem(scan_); }
+
+void StartupItemsModel::openLoginItemsSettings() {
+    if (auto failure = services_.settingsOpening().open(BackgroundItemScanner::kLoginItemsSettingsURL)) {
+        emit finished(QStringLiteral("Switch it off in System Settings › General › Login Items & Extensions. "
+                                     "%1.")
+                          .arg(text(*failure)),
+                      false);
+        return;
+    }
+    emit finished(QStringLiteral("System Settings shows your Login Items: switch the item off there, then look again."),
+                  true);
 }
 
 StartupActions StartupItemsModel::startupActions() const {

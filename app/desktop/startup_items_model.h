@@ -12,6 +12,7 @@
 #include "app/desktop/config_session.h"
 #include "app/desktop/desktop_preferences.h"
 #include "app/desktop/desktop_services.h"
+#include "core/discovery/background_item_store.h"
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/discovery/login_items_auditor.h"
 #include "core/discovery/startup_conflict.h"
@@ -32,18 +33,24 @@ struct StartupScan {
     std::vector<StartupItem> agentItems;  // LaunchAgents that open an app and are switched on
     std::map<std::string, SafetyTier> agentTiers;  // by label: what switching each off means
     std::vector<IneligibleStartupItem> ineligible;
+    // The background items, or nothing when sfltool could not be read
+    // (`backgroundIncomplete` says why).
+    std::optional<BackgroundItemScanner::Result> background;
+    std::string backgroundIncomplete;
     // The icon file of each app bundle found, by its path.
     std::map<std::string, std::optional<std::filesystem::path>> icons;
 
-    // Runs the scanners. Blocks while System Events answers.
+    // Runs the scanners. Blocks while System Events and sfltool answer; a
+    // complete background scan is saved to `backgroundStore` for the login pass.
     static StartupScan run(LaunchctlRunning& launchctl, ScriptRunning& scripts,
                            const std::vector<std::filesystem::path>& agentDirectories,
-                           const StartupSafety::Environment& environment);
+                           const StartupSafety::Environment& environment, BackgroundItemsTool& backgroundTool,
+                           const BackgroundItemStore& backgroundStore);
 };
 
 // One app that macOS starts at login and that Holdenmere could start instead.
 struct StartupItemRow {
-    enum class Source { loginItem, launchAgent };
+    enum class Source { loginItem, launchAgent, backgroundItem };
 
     std::string bundleIdentifier;
     std::string name;
@@ -51,13 +58,15 @@ struct StartupItemRow {
     Source source = Source::loginItem;
     std::string label;      // a LaunchAgent's
     std::string plistPath;  // a LaunchAgent's
+    std::string backgroundIdentifier;      // a background item's
+    bool opensLoginItemsSettings = false;  // only System Settings switches it off
     bool hidden = false;    // a Login Item opened hidden
     SafetyTier tier;        // switching a LaunchAgent off; Login Items are always allowed
     std::vector<std::string> chips;
     bool leftToMacOS = false;
     std::optional<std::filesystem::path> iconPath;
 
-    // "Login Item" or "LaunchAgent {label}".
+    // "Login Item", "LaunchAgent {label}" or "Background item {identifier}".
     QString sourceText() const;
     friend bool operator==(const StartupItemRow&, const StartupItemRow&) = default;
 };
@@ -86,7 +95,9 @@ struct ConflictRow {
     std::string bundleIdentifier;
     std::string name;
     std::vector<LoginItemsAuditor::LoginItem> loginItems;
-    std::vector<Agent> agents;
+    std::vector<Agent> agents;  // a background item's LaunchAgent too
+    std::vector<std::string> settingsItems;  // background items only System Settings switches off
+    bool opensLoginItemsSettings = false;
     std::optional<std::filesystem::path> iconPath;
 
     // "Login Item", "LaunchAgent {label}", joined with " and ".
@@ -122,6 +133,13 @@ public:
     const std::vector<ConflictRow>& conflicts() const { return conflicts_; }
     // Why the Login Items are missing, or empty.
     QString loginItemsProblem() const;
+    // Why the background items are missing, or empty.
+    QString backgroundItemsProblem() const;
+    // The background scan has finished; it has finished without a result.
+    bool startupDiscoveryCompleted() const { return scanned_; }
+    bool startupDiscoveryIncomplete() const { return scanned_ && !scan_.background; }
+    // Opens the Login Items pane of System Settings; says so when it cannot.
+    void openLoginItemsSettings();
 
     const StartupItemRow* item(const std::string& bundleIdentifier) const;
     const ConflictRow* conflict(const std::string& bundleIdentifier) const;

@@ -72,6 +72,8 @@ public:
     std::vector<std::filesystem::path> launchAgentDirectories() override;
     std::optional<std::filesystem::path> agentExecutable() override;
     std::filesystem::path loginAgentPlistPath() const override;
+    BackgroundItemsTool& backgroundItemsTool() override { return backgroundItems_; }
+    SettingsOpening& settingsOpening() override { return settings_; }
 
     bool onboardingDone() const { return onboardingDone_; }
     // The folder that stands in for the home folder.
@@ -91,6 +93,8 @@ private:
     bool onboardingDone_ = true;
     MemoryLaunchctl launchctl_;
     MemoryLoginItems loginItems_;
+    CannedBackgroundItemsTool backgroundItems_;  // an empty record
+    InertSettingsOpening settings_;
 };
 
 }  // namespace holdenmere::desktop

@@ -122,6 +122,11 @@ const RemovedLoginItem* TakeoverRecord::loginItem(std::string_view path) const {
     return found == loginItems.end() ? nullptr : &*found;
 }
 
+const DisabledAgent* TakeoverRecord::agent(std::string_view label) const {
+    auto found = std::find_if(agents.begin(), agents.end(), [&](const DisabledAgent& held) { return held.label == label; });
+    return found == agents.end() ? nullptr : &*found;
+}
+
 void HoldenmereConfig::recordLoginItem(std::string_view bundleIdentifier, std::string_view name,
                                        const RemovedLoginItem& loginItem) {
     TakeoverRecord& record = takeoverRecord(takeovers, bundleIdentifier, name);

@@ -89,6 +89,7 @@ struct TakeoverRecord {
 
     bool isEmpty() const { return loginItems.empty() && agents.empty(); }
     const RemovedLoginItem* loginItem(std::string_view path) const;
+    const DisabledAgent* agent(std::string_view label) const;
 
     friend bool operator==(const TakeoverRecord&, const TakeoverRecord&) = default;
 };

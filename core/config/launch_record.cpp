@@ -1,5 +1,7 @@
 #include "core/config/launch_record.h"
 
+#include <algorithm>
+
 namespace holdenmere {
 
 std::string_view rawValue(LaunchOutcome outcome) {
@@ -42,6 +44,12 @@ LaunchRecord decodeLaunchRecord(const json::Value& value, const std::string& pat
     record.timestamp = reader.date("timestamp");
     record.detail = reader.string("detail");
     return record;
+}
+
+bool launchFailed(const std::vector<LaunchRecord>& records, std::string_view bundleIdentifier) {
+    return std::any_of(records.begin(), records.end(), [&](const LaunchRecord& record) {
+        return record.bundleIdentifier == bundleIdentifier && record.outcome == LaunchOutcome::failed;
+    });
 }
 
 }  // namespace holdenmere

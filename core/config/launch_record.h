@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/support/date.h"
 #include "core/support/json.h"
@@ -31,6 +32,9 @@ struct LaunchRecord {
 
     friend bool operator==(const LaunchRecord&, const LaunchRecord&) = default;
 };
+
+// Whether the app's launch failed among these records (one pass's).
+bool launchFailed(const std::vector<LaunchRecord>& records, std::string_view bundleIdentifier);
 
 json::Value encode(const LaunchRecord& record);
 // Throws json::DecodeError (an unknown outcome included).

@@ -192,4 +192,10 @@ std::vector<StartupItem> StartupDiscovery::unmanaged(const std::vector<StartupIt
     return result;
 }
 
+std::vector<StartupItem> StartupDiscovery::merged(std::vector<StartupItem> fileBacked,
+                                                  const std::optional<std::vector<StartupItem>>& background) {
+    if (background) fileBacked.insert(fileBacked.end(), background->begin(), background->end());
+    return fileBacked;
+}
+
 }  // namespace holdenmere

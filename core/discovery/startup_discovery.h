@@ -77,6 +77,11 @@ struct StartupDiscovery {
     // first item of each bundle identifier.
     static std::vector<StartupItem> unmanaged(const std::vector<StartupItem>& items,
                                               const std::vector<ManagedApp>& managed);
+    // The file-backed items (Login Items, then LaunchAgents) with the
+    // background items appended; nothing is appended when the background
+    // scan has no result.
+    static std::vector<StartupItem> merged(std::vector<StartupItem> fileBacked,
+                                           const std::optional<std::vector<StartupItem>>& background);
 };
 
 }  // namespace holdenmere

@@ -13,12 +13,6 @@ namespace {
 constexpr const char* kDash = " \xE2\x80\x94 ";
 using Status = StartupChangeOutcome::Status;
 
-bool launchFailed(const std::vector<LaunchRecord>& records, const std::string& bundleIdentifier) {
-    return std::any_of(records.begin(), records.end(), [&](const LaunchRecord& record) {
-        return record.bundleIdentifier == bundleIdentifier && record.outcome == LaunchOutcome::failed;
-    });
-}
-
 template <typename Item>
 bool contains(const std::vector<Item>& items, const Item& item) {
     return std::find(items.begin(), items.end(), item) != items.end();
@@ -53,8 +47,7 @@ bool holdsLoginItem(const HoldenmereConfig& config, const std::string& bundleIde
 
 bool holdsAgent(const HoldenmereConfig& config, const std::string& bundleIdentifier, const std::string& label) {
     const TakeoverRecord* record = config.takeover(bundleIdentifier);
-    return record != nullptr && std::any_of(record->agents.begin(), record->agents.end(),
-                                            [&](const DisabledAgent& agent) { return agent.label == label; });
+    return record != nullptr && record->agent(label) != nullptr;
 }
 
 // Agents switched off at an earlier pass while launchd's disabled list could
@@ -79,9 +72,8 @@ void settleUnconfirmed(StartupChangeEngine& engine, std::vector<std::string>& li
         for (const auto& [bundleIdentifier, agent] : unconfirmed) {
             TakeoverRecord* record = config.takeover(bundleIdentifier);
             if (record == nullptr) continue;
-            const bool stillMarked = std::any_of(record->agents.begin(), record->agents.end(), [&](const DisabledAgent& held) {
-                return held.label == agent.label && held.unconfirmed;
-            });
+            const DisabledAgent* marked = record->agent(agent.label);
+            const bool stillMarked = marked != nullptr && marked->unconfirmed;
             if (!stillMarked) continue;
             if (labels.count(agent.label) == 0) {
                 config.forgetAgent(bundleIdentifier, agent.label);

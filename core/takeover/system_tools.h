@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "core/discovery/background_item_scanner.h"
 #include "core/discovery/script_running.h"
 #include "core/discovery/startup_item.h"
 #include "core/launchd/launchctl_running.h"
@@ -19,7 +20,7 @@ namespace holdenmere {
 
 // Where a system tool is run from: its usual place, or the folder named by
 // HOLDENMERE_TOOLS_DIR, where the tests and diagnostics put stand-ins for
-// launchctl and osascript ("/bin/launchctl" -> "$HOLDENMERE_TOOLS_DIR/launchctl").
+// launchctl, osascript and sfltool ("/bin/launchctl" -> "$HOLDENMERE_TOOLS_DIR/launchctl").
 std::filesystem::path toolPath(const std::filesystem::path& systemPath);
 
 // launchd for the current user's GUI domain.
@@ -27,6 +28,10 @@ std::unique_ptr<LaunchctlRunning> makeSystemLaunchctl();
 
 // AppleScript for System Events (Login Items).
 std::unique_ptr<ScriptRunning> makeSystemScriptRunner();
+
+// sfltool for the background-items record. Only where a person is present:
+// the tool asks for an administrator's authorization.
+std::unique_ptr<BackgroundItemsTool> makeSystemBackgroundItemsTool();
 
 // The LaunchAgents that the scanner leaves alone because launchd has them
 // disabled, with the scanner's reason for each.

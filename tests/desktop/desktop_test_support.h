@@ -77,6 +77,17 @@ public:
         return probe;
     }
     Clock& clock() override { return clock_; }
+    // An empty record unless a test says otherwise; System Settings recorded.
+    BackgroundItemsTool& backgroundItemsTool() override { return backgroundTool; }
+    SettingsOpening& settingsOpening() override { return settings; }
+    CannedBackgroundItemsTool backgroundTool;
+    struct RecordingSettings final : SettingsOpening {
+        std::vector<std::string> opened;
+        std::optional<std::string> open(std::string_view url) override {
+            opened.emplace_back(url);
+            return std::nullopt;
+        }
+    } settings;
 
     LaunchctlRunning& launchctl() override { return fakeLaunchctl; }
     ScriptRunning& scripts() override { return fakeScripts; }

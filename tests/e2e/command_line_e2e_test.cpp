@@ -220,6 +220,7 @@ TEST_F(CommandLine, AuditReportsManagedAppsAndTheLastLogin) {
     EXPECT_EQ(withoutInventory(result.output),
               "[Holdenmere] managed by Holdenmere: Mail, Drive\n"
               "[Holdenmere] removed from Holdenmere (do not start at login): Chat\n"
+              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start /usr/bin/sfltool: No such file or directory\n"
               "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
 
     auto log = home / "logs/custom.log";
@@ -242,7 +243,9 @@ TEST_F(CommandLine, AuditWithAnUnreadableConfigStillReportsTheLog) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.error, "[Holdenmere] ERROR: cannot read config \xE2\x80\x94 Could not read config: "
                             "\"settings.probeURL\": expected a string, found a number\n");
-    EXPECT_EQ(withoutInventory(result.output), "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
+    EXPECT_EQ(withoutInventory(result.output),
+              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start /usr/bin/sfltool: No such file or directory\n"
+              "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
     EXPECT_EQ(readFile(defaultConfig()), kDamaged);
 }
 
@@ -276,6 +279,8 @@ TEST_F(CommandLine, AuditListsLoginItemsAndTheAppsInBoth) {
               "[Holdenmere] CONFLICTS (in both \xE2\x80\x94 gate has no effect on these): \n"
               "[Holdenmere]   Notes (no bundle id) \xE2\x80\x94 remove from Login Items to gate it\n"
               "[Holdenmere]   Mail (com.example.mail) \xE2\x80\x94 remove from Login Items to gate it\n"
+              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start " + (home / "tools/sfltool").string() +
+                  ": No such file or directory\n"
               "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
 
     // System Events refusing Automation leaves the Login Items out; the rest stands.
@@ -284,6 +289,8 @@ TEST_F(CommandLine, AuditListsLoginItemsAndTheAppsInBoth) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(withoutInventory(result.output),
               "[Holdenmere] managed by Holdenmere: Notes, Mail, Drive\n"
+              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start " + (home / "tools/sfltool").string() +
+                  ": No such file or directory\n"
               "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
 }
 

@@ -22,6 +22,8 @@ inline const char* fakeSystemextensionsctlPath() { return HOLDENMERE_FAKE_SYSTEM
 inline const char* fakePluginkitPath() { return HOLDENMERE_FAKE_PLUGINKIT; }
 inline const char* fakeLsappinfoPath() { return HOLDENMERE_FAKE_LSAPPINFO; }
 inline const char* fakeDefaultsPath() { return HOLDENMERE_FAKE_DEFAULTS; }
+// Poses as /usr/bin/sfltool; see tests/support/fake_sfltool_main.cpp.
+inline const char* fakeSfltoolPath() { return HOLDENMERE_FAKE_SFLTOOL; }
 
 // Runs the test helper with the arguments and an optional environment.
 inline ChildProcessResult runTestHelper(std::vector<std::string> arguments,

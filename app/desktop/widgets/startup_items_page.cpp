@@ -315,7 +315,9 @@ void StartupItemsPage::rebuild() {
     scanning_->setText(busy                    ? QStringLiteral("Changing your startup items\u2026")
                        : model_.isScanning()   ? QStringLiteral("Looking at your Login Items and LaunchAgents\u2026")
                                                : QString());
-    const QString problem = model_.loginItemsProblem();
+    QStringList problems{model_.loginItemsProblem(), model_.backgroundItemsProblem()};
+    problems.removeAll(QString());
+    const QString problem = problems.join(QLatin1Char('\n'));
     problem_->setText(problem);
     problem_->setVisible(!problem.isEmpty());
 
@@ -344,7 +346,12 @@ void StartupItemsPage::rebuild() {
             }
             QString subtitle = QStringLiteral("Also started by its %1").arg(row.sourcesText());
             if (!refused.isEmpty()) subtitle += QStringLiteral("\n") + refused.join(QLatin1Char('\n'));
-            auto* button = new QPushButton(QStringLiteral("Stop macOS Starting It"));
+            const bool settingsOnly = row.loginItems.empty() && row.agents.empty();
+            if (row.opensLoginItemsSettings && !settingsOnly) {
+                subtitle += QStringLiteral("\nOnly System Settings can switch its background item off.");
+            }
+            auto* button = new QPushButton(settingsOnly ? QStringLiteral("Open Login Items Settings")
+                                                        : QStringLiteral("Stop macOS Starting It"));
             button->setProperty("bundleIdentifier", text(row.bundleIdentifier));
             button->setEnabled(!busy);
             const std::string identifier = row.bundleIdentifier;
@@ -368,11 +375,16 @@ void StartupItemsPage::rebuild() {
         if (row.hidden) subtitle += QStringLiteral(" \u00B7 opens hidden");
         const bool refused = row.tier.kind == SafetyTier::Kind::refused;
         if (refused) subtitle += QStringLiteral("\n") + text(row.tier.reason);
-        auto* button = new QPushButton(QStringLiteral("Take Over"));
+        auto* button = new QPushButton(row.opensLoginItemsSettings ? QStringLiteral("Open Login Items Settings")
+                                                                   : QStringLiteral("Take Over"));
         button->setProperty("bundleIdentifier", text(row.bundleIdentifier));
         button->setEnabled(!busy && !refused);
         const std::string identifier = row.bundleIdentifier;
-        connect(button, &QPushButton::clicked, this, [this, identifier] { takeOver(identifier); });
+        if (row.opensLoginItemsSettings) {
+            connect(button, &QPushButton::clicked, &model_, &StartupItemsModel::openLoginItemsSettings);
+        } else {
+            connect(button, &QPushButton::clicked, this, [this, identifier] { takeOver(identifier); });
+        }
         rowsLayout_->addWidget(itemRow(rows_, row.iconPath, text(row.name), text(row.bundleIdentifier), subtitle, tags, button,
                                        refused));
     }

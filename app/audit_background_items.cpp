@@ -1,0 +1,56 @@
+#include "app/audit_background_items.h"
+
+#include "core/discovery/startup_discovery.h"
+#include "core/takeover/login_ownership.h"
+
+namespace holdenmere {
+namespace {
+
+constexpr const char* kTag = "[Holdenmere] ";
+constexpr const char* kDash = " \xE2\x80\x94 ";
+
+std::string remedyText(const BackgroundItemScanner::Remedy& remedy) {
+    if (const auto* agent = std::get_if<BackgroundItemScanner::LaunchAgent>(&remedy)) {
+        return "switch off its LaunchAgent " + agent->label + " (Take Over in Holdenmere, or at the next login)";
+    }
+    return "only System Settings can switch it off: open Login Items Settings (" +
+           std::string(BackgroundItemScanner::kLoginItemsSettingsURL) + ")";
+}
+
+}  // namespace
+
+void printBackgroundItems(std::ostream& out, BackgroundItemsTool& tool, const ConfigStore& store) {
+    const auto scan = BackgroundItemScanner(tool).scan();
+    if (!scan.result) {
+        out << kTag << "BACKGROUND ITEMS: incomplete" << kDash << scan.incomplete << '\n';
+        return;
+    }
+    HoldenmereConfig config;
+    try {
+        config = store.load();
+    } catch (const ConfigStoreError&) {
+        // The configuration's own block has said so; every item is unmanaged.
+    }
+    const auto& result = *scan.result;
+    const auto items = StartupDiscovery::unmanaged(result.startupItems(), config.apps);
+    const auto ineligible = LoginOwnership::shownIneligible(result.ineligible, config.apps, config.blockedApps);
+    const auto conflicts = BackgroundItemScanner::conflicts(result, config.apps);
+    if (items.empty() && ineligible.empty() && conflicts.empty()) {
+        out << kTag << "BACKGROUND ITEMS: none start an app at login\n";
+        return;
+    }
+    out << kTag << "BACKGROUND ITEMS (macOS starts these at login):\n";
+    for (const auto& item : items) {
+        out << kTag << "  " << item.name << " (" << item.bundleIdentifier << ")" << kDash << "background item "
+            << std::get<StartupItem::BackgroundItem>(item.source).identifier << "; Holdenmere can start it instead\n";
+    }
+    for (const auto& item : ineligible) {
+        out << kTag << "  " << item.name << kDash << "background item " << item.label << kDash << item.reason << '\n';
+    }
+    for (const auto& conflict : conflicts) {
+        out << kTag << "  CONFLICT: " << conflict.managed.name << kDash << "background item " << conflict.identifier
+            << " starts it before the network; " << remedyText(conflict.remedy) << '\n';
+    }
+}
+
+}  // namespace holdenmere

@@ -1,0 +1,135 @@
+// Background items on the Startup Items page: listed in the same sections as
+// the other sources, the scan saved for the login pass, a failed read shown
+// as incomplete, a LaunchAgent behind an item taken over through the engine
+// (recorded first), and the Login Items pane where only System Settings can
+// switch an item off.
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+
+#include "app/desktop/startup_items_model.h"
+#include "app/desktop/widgets/startup_items_page.h"
+#include "tests/desktop/startup_test_support.h"
+#include "tests/support/background_items_text.h"
+
+using namespace holdenmere;
+using namespace holdenmere::desktop;
+
+class StartupBackgroundItemsTest : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<testing::TemporaryHome> home;
+    std::unique_ptr<testing::WatchedServices> services;
+    std::unique_ptr<DesktopPreferences> preferences;
+    std::unique_ptr<ConfigSession> session;
+    std::unique_ptr<StartupItemsModel> model;
+    std::string drive, notes, mail, agentPlist;
+
+    testing::FakeBackgroundItem record(const std::string& type, const std::string& identifier, const std::string& url,
+                                       std::optional<std::string> parent = std::nullopt) const {
+        return {identifier, type, "[enabled, allowed, notified] (0xb)", identifier, url, std::nullopt, std::nullopt,
+                std::move(parent), std::nullopt};
+    }
+
+private slots:
+    void init() {
+        home = std::make_unique<testing::TemporaryHome>();
+        services = std::make_unique<testing::WatchedServices>(home->path());
+        drive = testing::writeApp(home->path(), "Drive", "com.example.drive");
+        notes = testing::writeApp(home->path(), "Notes", "com.example.notes");
+        mail = testing::writeApp(home->path(), "Mail", "com.example.mail");
+        agentPlist = drive + "/Contents/Library/LaunchAgents/com.example.drive.agent.plist";
+        testing::writeBytes(agentPlist, testing::plistDocument(testing::stringEntry("Label", "com.example.drive.agent") +
+                                                               testing::stringEntry("BundleProgram", "Contents/MacOS/Drive") +
+                                                               "<key>RunAtLoad</key><true/>\n"));
+        services->fakeLaunchctl.loaded.insert("com.example.drive.agent");
+        services->backgroundTool.reading.output = testing::btmSection(
+            BackgroundItemScanner::currentUid(),
+            {record("app (0x2)", "2.com.example.drive", "file://" + drive + "/"),
+             record("agent (0x8)", "8.com.example.drive.agent",
+                    "Contents/Library/LaunchAgents/com.example.drive.agent.plist", "2.com.example.drive"),
+             record("login item (0x4)", "4.com.example.notes", "file://" + notes + "/"),
+             record("login item (0x4)", "4.com.example.mail", "file://" + mail + "/")});
+
+        HoldenmereConfig config;
+        ManagedApp managed = testing::managedApp("Mail", "com.example.mail");
+        managed.path = mail;
+        config.apps = {managed};
+        services->configStore().save(config);
+        preferences = std::make_unique<DesktopPreferences>(home->path(), DesktopPreferences::suiteFromEnvironment());
+        session = std::make_unique<ConfigSession>(services->configStore());
+        session->reload();
+        model = std::make_unique<StartupItemsModel>(*session, *services, *preferences);
+    }
+
+    void cleanup() {
+        model.reset();
+        session.reset();
+    }
+
+    void backgroundItemsAreListedInTheSameSectionsAndSaved() {
+        QVERIFY(testing::scanned(*model));
+        QVERIFY(model->startupDiscoveryCompleted());
+        QVERIFY(!model->startupDiscoveryIncomplete());
+        QCOMPARE(model->items().size(), std::size_t{2});
+        const StartupItemRow* driveRow = model->item("com.example.drive");
+        QVERIFY(driveRow != nullptr);
+        QCOMPARE(driveRow->sourceText(), QStringLiteral("Background item 8.com.example.drive.agent"));
+        QCOMPARE(driveRow->label, std::string("com.example.drive.agent"));
+        QVERIFY(!driveRow->opensLoginItemsSettings);
+        QVERIFY(model->item("com.example.notes")->opensLoginItemsSettings);
+
+        // Mail is managed: only System Settings can end its conflict.
+        QCOMPARE(model->conflicts().size(), std::size_t{1});
+        QVERIFY(model->conflicts()[0].opensLoginItemsSettings);
+        QCOMPARE(model->conflicts()[0].sourcesText(), QStringLiteral("background item 4.com.example.mail"));
+        StartupItemsPage page(*model);
+        QCOMPARE(page.buttonFor("com.example.mail")->text(), QStringLiteral("Open Login Items Settings"));
+        QCOMPARE(page.buttonFor("com.example.notes")->text(), QStringLiteral("Open Login Items Settings"));
+        QCOMPARE(page.buttonFor("com.example.drive")->text(), QStringLiteral("Take Over"));
+        QSignalSpy finished(model.get(), &StartupItemsModel::finished);
+        page.buttonFor("com.example.mail")->click();
+        QCOMPARE(services->settings.opened,
+                 std::vector<std::string>{std::string(BackgroundItemScanner::kLoginItemsSettingsURL)});
+        QCOMPARE(finished.size(), 1);
+        QVERIFY(services->fakeLaunchctl.changes().empty());
+
+        // The login pass reads what was found.
+        const auto saved = BackgroundItemStore::besideConfig(services->configStore().url).load();
+        QVERIFY(saved.has_value());
+        QCOMPARE(saved->result.items.size(), std::size_t{3});
+    }
+
+    void takingOverAnItemBackedByALaunchAgentRecordsItFirst() {
+        QVERIFY(testing::scanned(*model));
+        std::optional<HoldenmereConfig> atDisable;
+        services->watched.beforeChange = [&](const std::vector<std::string>& arguments) {
+            if (arguments[0] == "disable") atDisable = services->configStore().load();
+        };
+        QSignalSpy finished(model.get(), &StartupItemsModel::finished);
+        QVERIFY(model->takeOver("com.example.drive", false));
+        QVERIFY(finished.wait(10000));
+        QVERIFY2(finished.at(0).at(1).toBool(), qPrintable(finished.at(0).at(0).toString()));
+        QVERIFY(atDisable.has_value());
+        QCOMPARE(atDisable->takeovers.size(), std::size_t{1});
+        QCOMPARE(atDisable->takeovers[0].agents[0].label, std::string("com.example.drive.agent"));
+        QVERIFY(services->fakeLaunchctl.disabled.count("com.example.drive.agent") == 1);
+        QVERIFY(saved().apps.size() == 2);
+    }
+
+    void aFailedReadIsIncompleteAndNeverSaved() {
+        services->backgroundTool.reading = {std::nullopt, "sfltool dumpbtm did not finish within 60 s"};
+        QVERIFY(testing::scanned(*model));
+        QVERIFY(model->startupDiscoveryIncomplete());
+        QVERIFY(model->backgroundItemsProblem().contains(QStringLiteral("sfltool dumpbtm did not finish within 60 s")));
+        QVERIFY(model->item("com.example.drive") == nullptr);
+        QVERIFY(!BackgroundItemStore::besideConfig(services->configStore().url).load().has_value());
+    }
+
+private:
+    HoldenmereConfig saved() const { return services->configStore().load(); }
+};
+
+QTEST_MAIN(StartupBackgroundItemsTest)
+#include "startup_background_items_qtest.moc"

@@ -1,0 +1,218 @@
+#include "core/discovery/background_item_scanner.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/support/background_items_text.h"
+#include "tests/support/plist_files.h"
+#include "tests/support/temporary_directory.h"
+#include "tests/support/test_executables.h"
+
+namespace holdenmere {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::FakeBackgroundItem;
+using Scanner = BackgroundItemScanner;
+
+// Answers with canned text or a failure, as a test says.
+class CannedTool final : public BackgroundItemsTool {
+public:
+    Reading reading;
+    Reading dump() override { return reading; }
+};
+
+class BackgroundItemScan : public ::testing::Test {
+protected:
+    testing::TemporaryDirectory home;
+    fs::path drive = testing::writeAppBundle(home / "Applications", "Drive", "Drive", "com.example.drive");
+    fs::path notes = testing::writeAppBundle(home / "Applications", "Notes", "Notes", "com.example.notes");
+    fs::path own = testing::writeAppBundle(home / "Applications", "Holdenmere", "holdenmere", "com.tavik.holdenmere");
+
+    std::string url(const fs::path& path) const { return "file://" + path.string() + "/"; }
+
+    FakeBackgroundItem app(const std::string& name, const fs::path& bundle, const std::string& identifier) const {
+        return {name, "app (0x2)", "[disabled, allowed, notified] (0xa)", "2." + identifier, url(bundle),
+                std::nullopt, identifier, std::nullopt, std::nullopt};
+    }
+    // An agent inside Drive.app whose plist names `program` (relative to
+    // the app), registered by the app.
+    FakeBackgroundItem bundledAgent(const std::string& label, const std::string& program,
+                                    const std::string& extra = {}) const {
+        testing::writeFile(drive / "Contents/Library/LaunchAgents" / (label + ".plist"),
+                           testing::xmlPlist("<key>Label</key><string>" + label +
+                                             "</string><key>BundleProgram</key><string>" + program + "</string>" +
+                                             "<key>RunAtLoad</key><true/>" + extra));
+        return {label, "agent (0x8)", "[enabled, allowed, notified] (0xb)", "8." + label,
+                "Contents/Library/LaunchAgents/" + label + ".plist", std::nullopt, std::nullopt,
+                "2.com.example.drive", std::nullopt};
+    }
+
+    Scanner::Result interpret(const std::vector<FakeBackgroundItem>& items, const std::string& uid = "501") const {
+        return Scanner::interpret(BackgroundItemDump::parse(testing::btmSection(uid, items)), uid);
+    }
+};
+
+TEST_F(BackgroundItemScan, AnAgentOpeningItsAppIsAnItemSwitchedOffThroughLaunchd) {
+    const auto result = interpret({app("Drive", drive, "com.example.drive"),
+                                   bundledAgent("com.example.drive.agent", "Contents/MacOS/Drive")});
+    ASSERT_EQ(result.items.size(), 1u);
+    EXPECT_EQ(result.items[0].item, (StartupItem{"com.example.drive", "Drive", drive.string(),
+                                                 StartupItem::BackgroundItem{"8.com.example.drive.agent"}}));
+    EXPECT_EQ(result.items[0].remedy,
+              Scanner::Remedy(Scanner::LaunchAgent{
+                  "com.example.drive.agent",
+                  (drive / "Contents/Library/LaunchAgents/com.example.drive.agent.plist").string()}));
+    EXPECT_TRUE(result.ineligible.empty());
+}
+
+TEST_F(BackgroundItemScan, HelpersServicesAndSchedulesAreLeftAloneWithTheReason) {
+    auto helper = bundledAgent("com.example.drive.helper", "Contents/Resources/DriveHelper");
+    auto service = bundledAgent("com.example.drive.service", "Contents/MacOS/Drive",
+                                "<key>MachServices</key><dict><key>x</key><true/></dict>");
+    auto hourly = bundledAgent("com.example.drive.hourly", "Contents/MacOS/Drive",
+                               "<key>StartInterval</key><integer>3600</integer>");
+    FakeBackgroundItem unreadable{"Gone", "agent (0x8)", "[enabled, allowed, notified] (0xb)",
+                                  "8.com.example.drive.gone", "Contents/Library/LaunchAgents/gone.plist",
+                                  std::nullopt, std::nullopt, "2.com.example.drive", std::nullopt};
+    FakeBackgroundItem daemon{"vmnetd", "legacy daemon (0x10010)", "[enabled, allowed, notified] (0xb)",
+                              "16.com.example.drive.daemon", "file:///Library/LaunchDaemons/d.plist",
+                              "/Library/PrivilegedHelperTools/d", std::nullopt, "2.com.example.drive", std::nullopt};
+    const auto result = interpret({app("Drive", drive, "com.example.drive"), helper, service, hourly, unreadable, daemon});
+    EXPECT_TRUE(result.items.empty());
+    std::vector<IneligibleStartupItem> expected{
+        {"Drive", "com.example.drive", "8.com.example.drive.helper",
+         "can't take over: runs DriveHelper, a helper inside Drive, not the app itself"},
+        {"Drive", "com.example.drive", "8.com.example.drive.service",
+         "can't take over: provides a system service only launchd can start"},
+        {"Drive", "com.example.drive", "8.com.example.drive.hourly", "can't take over: runs on a schedule, not at login"},
+        {"Drive", "com.example.drive", "8.com.example.drive.gone", "can't take over: Holdenmere cannot tell what it runs"},
+        {"Drive", "com.example.drive", "16.com.example.drive.daemon", std::string(Scanner::kSystemWideReason)}};
+    EXPECT_EQ(result.ineligible, expected);
+}
+
+TEST_F(BackgroundItemScan, LoginItemsAbsoluteURLsOtherUsersDisabledAndOwnItems) {
+    FakeBackgroundItem loginItem{"Notes", "login item (0x4)", "[enabled, allowed, notified] (0xb)",
+                                 "4.com.example.notes", "file://" + notes.string() + "/", std::nullopt,
+                                 "com.example.notes", std::nullopt, std::nullopt};
+    FakeBackgroundItem nestedHelper = loginItem;
+    nestedHelper.identifier = "4.com.example.drive.launcher";
+    nestedHelper.url = "Contents/Library/LoginItems/Launcher.app";
+    nestedHelper.parentIdentifier = "2.com.example.drive";
+    testing::writeAppBundle(drive / "Contents/Library/LoginItems", "Launcher", "Launcher", "com.example.drive.launcher");
+    FakeBackgroundItem off = loginItem;
+    off.identifier = "4.com.example.off";
+    off.disposition = "[disabled, allowed, notified] (0xa)";
+    FakeBackgroundItem otherUser = loginItem;
+    otherUser.identifier = "4.com.example.other";
+    otherUser.uid = "502";
+    FakeBackgroundItem ownAgent{"Holdenmere", "legacy agent (0x10008)", "[enabled, allowed, notified] (0xb)",
+                                "8.com.tavik.holdenmere.agent", "file:///L/com.tavik.holdenmere.agent.plist",
+                                (own / "Contents/MacOS/holdenmere").string(), std::nullopt, std::nullopt, std::nullopt};
+    FakeBackgroundItem ownLogin{"Holdenmere", "login item (0x4)", "[enabled, allowed, notified] (0xb)",
+                                "4.com.tavik.holdenmere", url(own), std::nullopt, std::nullopt, std::nullopt,
+                                std::nullopt};
+
+    std::vector<FakeBackgroundItem> mine{app("Drive", drive, "com.example.drive"), loginItem, nestedHelper, off,
+                                         ownAgent, ownLogin};
+    auto text = testing::btmSection("501", mine) + testing::btmSection("502", {otherUser});
+    const auto result = Scanner::interpret(BackgroundItemDump::parse(text), "501");
+    ASSERT_EQ(result.items.size(), 1u);
+    EXPECT_EQ(result.items[0].item, (StartupItem{"com.example.notes", "Notes", notes.string(),
+                                                 StartupItem::BackgroundItem{"4.com.example.notes"}}));
+    // Only System Settings switches a login item off.
+    EXPECT_EQ(result.items[0].remedy, Scanner::Remedy(Scanner::OpenLoginItemsSettings{}));
+    EXPECT_EQ(result.ineligible,
+              (std::vector<IneligibleStartupItem>{{"Drive", "com.example.drive", "4.com.example.drive.launcher",
+                                                   "can't take over: runs Launcher, a helper inside Drive, not the app itself"}}));
+}
+
+TEST_F(BackgroundItemScan, ConflictsOfManagedAppsInTheirOrder) {
+    FakeBackgroundItem loginItem{"Notes", "login item (0x4)", "[enabled, allowed, notified] (0xb)",
+                                 "4.com.example.notes", url(notes), std::nullopt, std::nullopt, std::nullopt,
+                                 std::nullopt};
+    const auto result = interpret({app("Drive", drive, "com.example.drive"),
+                                   bundledAgent("com.example.drive.agent", "Contents/MacOS/Drive"), loginItem});
+    ManagedApp managedNotes{};
+    managedNotes.bundleIdentifier = "com.example.notes";
+    managedNotes.name = "Notes";
+    ManagedApp managedDrive{};
+    managedDrive.bundleIdentifier = "com.example.drive";
+    managedDrive.name = "Drive";
+    const auto conflicts = Scanner::conflicts(result, {managedNotes, managedDrive});
+    ASSERT_EQ(conflicts.size(), 2u);
+    EXPECT_EQ(conflicts[0].identifier, "4.com.example.notes");
+    EXPECT_EQ(conflicts[0].remedy, Scanner::Remedy(Scanner::OpenLoginItemsSettings{}));
+    EXPECT_EQ(conflicts[1].managed, managedDrive);
+    EXPECT_TRUE(std::holds_alternative<Scanner::LaunchAgent>(conflicts[1].remedy));
+}
+
+TEST(BackgroundItemScanner, AnyFailedOrUnrecognisedReadIsIncompleteNeverEmpty) {
+    CannedTool tool;
+    const Scanner scanner(tool, "501");
+    tool.reading = {std::nullopt, "could not start /usr/bin/sfltool: No such file or directory"};
+    auto scan = scanner.scan();
+    EXPECT_FALSE(scan.result);
+    EXPECT_EQ(scan.incomplete, "could not start /usr/bin/sfltool: No such file or directory");
+    tool.reading = {std::string("garbage\n"), {}};
+    EXPECT_EQ(scanner.scan().incomplete, "sfltool dumpbtm printed nothing Holdenmere recognises");
+    tool.reading = {testing::btmSection("502", {}), {}};
+    EXPECT_EQ(scanner.scan().incomplete, "sfltool dumpbtm printed no records for this user (UID 501)");
+    tool.reading = {testing::btmSection("501", {}), {}};
+    scan = scanner.scan();
+    ASSERT_TRUE(scan.result);
+    EXPECT_TRUE(scan.result->items.empty());
+}
+
+// The real tool's stand-in, run as a child process.
+class SystemBackgroundItemsToolTest : public ::testing::Test {
+protected:
+    testing::TemporaryDirectory folder;
+    fs::path state = folder / "sfltool.json";
+
+    BackgroundItemsTool::Reading dump(const nlohmann::json& contents, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+        std::ofstream(state) << contents.dump();
+        SystemBackgroundItemsTool tool(testing::fakeSfltoolPath(), limit,
+                                       environmentWith({"HOLDENMERE_FAKE_SFLTOOL_STATE=" + state.string()}));
+        return tool.dump();
+    }
+};
+
+TEST_F(SystemBackgroundItemsToolTest, PrintsTheRecordsOfTheCurrentUser) {
+    FakeBackgroundItem item{"Drive", "login item (0x4)", "[enabled, allowed, notified] (0xb)", "4.com.example.drive",
+                            "file:///Applications/Drive.app/", std::nullopt, std::nullopt, std::nullopt, std::nullopt};
+    auto reading = dump({{"records", {item}}});
+    ASSERT_TRUE(reading.output) << reading.failure;
+    auto parsed = BackgroundItemDump::parse(*reading.output);
+    EXPECT_EQ(parsed.sections, (std::vector<std::string>{Scanner::currentUid()}));
+    ASSERT_EQ(parsed.records.size(), 1u);
+    EXPECT_EQ(parsed.records[0].identifier, "4.com.example.drive");
+    EXPECT_EQ(testing::readFile(fs::path(state.string() + ".calls")), "dumpbtm\n");
+}
+
+TEST_F(SystemBackgroundItemsToolTest, MissingToolRefusalHangAndGarbageAreIncomplete) {
+    SystemBackgroundItemsTool missing(folder / "no-sfltool", std::chrono::seconds(1));
+    auto scan = Scanner(missing).scan();
+    EXPECT_FALSE(scan.result);
+    EXPECT_EQ(scan.incomplete, "could not start " + (folder / "no-sfltool").string() + ": No such file or directory");
+
+    auto refused = dump({{"exit", 1}, {"stderr", "sfltool: Operation not permitted\n"}});
+    EXPECT_FALSE(refused.output);
+    EXPECT_EQ(refused.failure, "sfltool dumpbtm failed with exit status 1: sfltool: Operation not permitted");
+
+    // An authorization request nobody answers.
+    auto hung = dump({{"hang", true}}, std::chrono::milliseconds(300));
+    EXPECT_FALSE(hung.output);
+    EXPECT_EQ(hung.failure, "sfltool dumpbtm did not finish within 0.3 s (an administrator's authorization nobody answered?)");
+
+    std::ofstream(state) << R"({"stdout": "Usage: something else entirely\n"})";
+    SystemBackgroundItemsTool garbage(testing::fakeSfltoolPath(), std::chrono::seconds(10),
+                                      environmentWith({"HOLDENMERE_FAKE_SFLTOOL_STATE=" + state.string()}));
+    EXPECT_EQ(Scanner(garbage).scan().incomplete, "sfltool dumpbtm printed nothing Holdenmere recognises");
+}
+
+}  // namespace
+}  // namespace holdenmere
