@@ -17,6 +17,7 @@
 #include "core/support/child_process.h"
 #include "tests/support/background_items_text.h"
 #include "tests/support/fake_launchctl.h"
+#include "tests/support/e2e_home.h"
 #include "tests/support/loopback_http_server.h"
 #include "tests/support/plist_files.h"
 #include "tests/support/system_events_login_items.h"
@@ -49,10 +50,7 @@ protected:
     std::filesystem::path sfltoolState() const { return home / "sfltool.json"; }
 
     void SetUp() override {
-        std::filesystem::create_directories(home / "tools");
-        std::filesystem::create_symlink(FakeLaunchctlTool::executable(), home / "tools/launchctl");
-        std::filesystem::create_symlink(testing::fakeOsascriptPath(), home / "tools/osascript");
-        std::filesystem::create_symlink(testing::fakeSfltoolPath(), home / "tools/sfltool");
+        testing::linkFakeTools(home.path());
         testing::SystemEventsLoginItems::save(home / "login-items.json", {});
 
         // Drive.app registered its own agent, which opens the app itself.
@@ -91,27 +89,14 @@ protected:
         for (int pid : apps.processIdentifiers(identifier)) ::kill(pid, SIGKILL);
     }
 
-    std::vector<std::string> environment() const {
-        return {"HOME=" + home.path().string(), "PATH=/usr/bin:/bin",
-                "HOLDENMERE_TOOLS_DIR=" + (home / "tools").string(),
-                "HOLDENMERE_FAKE_LAUNCHCTL_STATE=" + launchd.stateFolder().string(),
-                "HOLDENMERE_FAKE_SFLTOOL_STATE=" + sfltoolState().string(),
-                "FAKE_OSASCRIPT_STATE=" + (home / "login-items.json").string(),
-                "HOLDENMERE_HISTORY_PATH=" + (home / "history.json").string()};
-    }
-
     ChildProcessResult run(const std::vector<std::string>& arguments) {
-        ChildProcessRequest request;
-        request.executable = testing::holdenmerePath();
-        request.arguments = arguments;
-        request.environment = environment();
-        request.timeout = std::chrono::seconds(60);
-        return runChildProcess(request);
+        return testing::runInHome(home.path(), launchd, home / "login-items.json", arguments);
     }
 
     // What the desktop app does after a scan a person started.
     void saveScan() {
-        SystemBackgroundItemsTool tool(home / "tools/sfltool", std::chrono::seconds(10), environment());
+        SystemBackgroundItemsTool tool(home / "tools/sfltool", std::chrono::seconds(10),
+                                       testing::homeEnvironment(home.path(), launchd, home / "login-items.json"));
         const auto scan = BackgroundItemScanner(tool).scan();
         ASSERT_TRUE(scan.result) << scan.incomplete;
         BackgroundItemStore::besideConfig(configPath()).save({*scan.result, Date::now()});

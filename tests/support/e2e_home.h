@@ -21,7 +21,8 @@ inline std::filesystem::path systemExtensionsFile(const std::filesystem::path& h
 }
 
 // launchctl, osascript, systemextensionsctl (no system extension
-// installed), pluginkit, lsappinfo and defaults.
+// installed), pluginkit, lsappinfo, defaults and sfltool (its records in
+// {home}/sfltool.json).
 inline void linkFakeTools(const std::filesystem::path& home) {
     std::filesystem::create_directories(home / "tools");
     std::filesystem::create_symlink(FakeLaunchctlTool::executable(), home / "tools/launchctl");
@@ -30,6 +31,7 @@ inline void linkFakeTools(const std::filesystem::path& home) {
     std::filesystem::create_symlink(fakePluginkitPath(), home / "tools/pluginkit");
     std::filesystem::create_symlink(fakeLsappinfoPath(), home / "tools/lsappinfo");
     std::filesystem::create_symlink(fakeDefaultsPath(), home / "tools/defaults");
+    std::filesystem::create_symlink(fakeSfltoolPath(), home / "tools/sfltool");
     fake_systemextensionsctl::install(systemExtensionsFile(home), {});
 }
 
@@ -44,6 +46,7 @@ inline std::vector<std::string> homeEnvironment(const std::filesystem::path& hom
             std::string(fake_launchctl::kStateVariable) + "=" + launchd.stateFolder().string(),
             std::string(fake_systemextensionsctl::kStateVariable) + "=" + systemExtensionsFile(home).string(),
             std::string(fake_tool::kStateVariable) + "=" + home.string(),
+            "HOLDENMERE_FAKE_SFLTOOL_STATE=" + (home / "sfltool.json").string(),
             "FAKE_OSASCRIPT_STATE=" + loginItems.string(),
             "HOLDENMERE_HISTORY_PATH=" + (home / "history.json").string()};
 }
