@@ -153,14 +153,21 @@ void ServiceManagementScanner::scanExtensions(Result& result) const {
         return;
     }
     for (const auto& extension : *result.systemExtensions) {
-        StartupCandidate candidate;
-        candidate.source = StartupSource::serviceManagement;
-        candidate.handle = extension.bundleIdentifier;
-        candidate.name = extension.name.empty() ? extension.bundleIdentifier : extension.name;
         // A network system extension is a Network Extension provider; an
         // endpoint-security client holds the security entitlement.
-        if (extension.category == kNetworkCategory) candidate.extensionProtocol = "com.apple.networkextension";
-        candidate.holdsSecurityEntitlement = extension.category == kSecurityCategory;
+        const StartupCandidate candidate{
+            .source = StartupSource::serviceManagement,
+            .handle = extension.bundleIdentifier,
+            .name = extension.name.empty() ? extension.bundleIdentifier : extension.name,
+            .ownerBundleIdentifier = std::nullopt,
+            .programPath = std::nullopt,
+            .bundlePath = std::nullopt,
+            .launchdOnlyReason = std::nullopt,
+            .isSystemDomain = false,
+            .extensionProtocol = extension.category == kNetworkCategory
+                                     ? std::optional<std::string>("com.apple.networkextension")
+                                     : std::nullopt,
+            .holdsSecurityEntitlement = extension.category == kSecurityCategory};
         // "[activated waiting for user]" is installed but not yet allowed to run.
         const bool running = extension.enabled && extension.active;
         result.extensions.push_back(StartupEntry{StartupSource::serviceManagement, std::nullopt, candidate.name,
