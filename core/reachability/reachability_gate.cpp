@@ -137,6 +137,7 @@ ProbeResult ReachabilityGate::waitForNetwork(const GateSettings& settings, const
 
     ProbeResult result;
     const double start = clock_.uptime();
+    probe_.willProbe(url);
     probe_.warmUp(cap);
     result.warmUpDuration = clock_.uptime() - start;
 

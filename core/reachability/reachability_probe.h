@@ -17,6 +17,9 @@ public:
     // Starts one attempt. `completion` is called exactly once, possibly on
     // another thread and possibly after the caller stopped waiting for it.
     virtual void probe(const std::string& url, double timeout, Completion completion) = 0;
+    // Names the URL that the attempts to come will ask, before the warm-up,
+    // so that it prepares what that URL needs and nothing more.
+    virtual void willProbe(const std::string& url) { (void)url; }
     // Prepares whatever the first attempt would otherwise pay for.
     virtual void warmUp(double timeout) = 0;
     // One attempt, waited for.

@@ -17,18 +17,7 @@ int URLError::fromCurl(int curlCode, long osErrno) {
         case CURLE_COULDNT_CONNECT:
             // libcurl says only that the connection failed; the socket error
             // tells a refusal from a network that is not there.
-            switch (osErrno) {
-                case ENETUNREACH:
-                case ENETDOWN:
-                case EHOSTUNREACH:
-                case EHOSTDOWN:
-                case EADDRNOTAVAIL:
-                    return kNotConnectedToInternet;
-                case ETIMEDOUT:
-                    return kTimedOut;
-                default:
-                    return kCannotConnectToHost;
-            }
+            return fromConnectErrno(osErrno);
         case CURLE_SEND_ERROR:
         case CURLE_RECV_ERROR:
         case CURLE_GOT_NOTHING:
@@ -70,6 +59,21 @@ int URLError::fromCurl(int curlCode, long osErrno) {
             return kDataLengthExceedsMaximum;
         default:
             return kUnknown;
+    }
+}
+
+int URLError::fromConnectErrno(long osErrno) {
+    switch (osErrno) {
+        case ENETUNREACH:
+        case ENETDOWN:
+        case EHOSTUNREACH:
+        case EHOSTDOWN:
+        case EADDRNOTAVAIL:
+            return kNotConnectedToInternet;
+        case ETIMEDOUT:
+            return kTimedOut;
+        default:
+            return kCannotConnectToHost;
     }
 }
 

@@ -32,6 +32,10 @@ struct URLError {
     // counterpart is kUnknown.
     static int fromCurl(int curlCode, long osErrno);
 
+    // The code for a connection that could not be made, from the socket's
+    // error: a refusal, or a network that is not there.
+    static int fromConnectErrno(long osErrno);
+
     // The failure text of an error: the probe's own words for the codes it
     // names ("timed out", "cannot connect to host", ...), otherwise the
     // error's description followed by " (URLError {code})".

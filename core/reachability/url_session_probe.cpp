@@ -4,8 +4,11 @@
 #include <cmath>
 #include <mutex>
 
+#include "core/reachability/http_url.h"
 #include "core/reachability/libcurl.h"
+#include "core/reachability/plain_http_get.h"
 #include "core/reachability/url_error.h"
+#include "core/support/environment.h"
 
 namespace holdenmere {
 
@@ -58,7 +61,7 @@ namespace {
 
 std::size_t discardBody(char*, std::size_t size, std::size_t count, void*) { return size * count; }
 
-// Whether `url` is something libcurl can send a request to.
+// Whether libcurl can send a request to `url`.
 bool isWellFormed(const Libcurl& curl, const std::string& url) {
     CURLU* parsed = curl.urlNew();
     if (parsed == nullptr) return false;
@@ -67,27 +70,18 @@ bool isWellFormed(const Libcurl& curl, const std::string& url) {
     return wellFormed;
 }
 
-// Whether `url` is an http or https URL.
-bool isHTTP(const Libcurl& curl, const std::string& url) {
-    CURLU* parsed = curl.urlNew();
-    if (parsed == nullptr) return false;
-    char* scheme = nullptr;
-    bool http = false;
-    if (curl.urlSet(parsed, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK &&
-        curl.urlGet(parsed, CURLUPART_SCHEME, &scheme, 0) == CURLUE_OK && scheme != nullptr) {
-        const std::string_view name(scheme);
-        http = name == "http" || name == "https";
-    }
-    curl.freeText(scheme);
-    curl.urlCleanup(parsed);
-    return http;
+// Whether the environment sends http requests through a proxy, as libcurl
+// reads it: "http_proxy" (lower case only, as a CGI script's environment
+// may carry a request's "Proxy" header as HTTP_PROXY), then "all_proxy" or
+// "ALL_PROXY". Where one is set, libcurl goes through it, and applies
+// "no_proxy".
+bool environmentNamesHTTPProxy() {
+    return environmentValue("http_proxy") || environmentValue("all_proxy") || environmentValue("ALL_PROXY");
 }
 
 }  // namespace
 
-URLSessionProbe::URLSessionProbe() {
-    if (const Libcurl* curl = Libcurl::shared()) handles_ = std::make_unique<HandleCache>(*curl);
-}
+URLSessionProbe::URLSessionProbe(Transport transport) : transport_(transport) {}
 
 URLSessionProbe::~URLSessionProbe() {
     std::lock_guard lock(workersMutex_);
@@ -96,8 +90,38 @@ URLSessionProbe::~URLSessionProbe() {
     }
 }
 
+URLSessionProbe::HandleCache* URLSessionProbe::handles() {
+    std::call_once(handlesOnce_, [this] {
+        if (const Libcurl* curl = Libcurl::shared()) handles_ = std::make_unique<HandleCache>(*curl);
+    });
+    return handles_.get();
+}
+
+bool URLSessionProbe::usesLibrary(const std::string& url) const {
+    if (transport_ == Transport::library) return true;
+    const auto parsed = HTTPURL::parse(url);
+    if (!parsed || !(parsed->isHTTP() || parsed->isHTTPS())) return false;  // refused before any transport
+    // Names outside ASCII need IDNA, and credentials in the URL are sent
+    // as libcurl sends them.
+    return parsed->isHTTPS() || !parsed->hostIsASCII || parsed->hasUserInfo || environmentNamesHTTPProxy();
+}
+
+void URLSessionProbe::willProbe(const std::string& url) {
+    std::lock_guard lock(expectedMutex_);
+    expectedURL_ = url;
+}
+
 void URLSessionProbe::warmUp(double timeout) {
-    if (handles_ != nullptr) handles_->give(handles_->take(timeout), timeout);
+    std::string expected;
+    {
+        std::lock_guard lock(expectedMutex_);
+        expected = expectedURL_;
+    }
+    // Nothing to prepare for a plain connection; libcurl is loaded, and a
+    // handle made, only for a URL that will need them (or for any URL when
+    // none was named).
+    if (!expected.empty() && !usesLibrary(expected)) return;
+    if (HandleCache* cache = handles()) cache->give(cache->take(timeout), timeout);
 }
 
 void URLSessionProbe::probe(const std::string& url, double timeout, Completion completion) {
@@ -118,11 +142,22 @@ void URLSessionProbe::probe(const std::string& url, double timeout, Completion c
 }
 
 ProbeOutcome URLSessionProbe::probeNow(const std::string& url, double timeout) {
-    if (handles_ == nullptr) return ProbeOutcome::failure("the network library could not be loaded: " + Libcurl::loadError());
-    const Libcurl& curl = handles_->curl;
-    if (url.empty() || !isWellFormed(curl, url)) return ProbeOutcome::failure("malformed probe URL: " + url);
+    const auto parsed = HTTPURL::parse(url);
+    if (!parsed) return ProbeOutcome::failure("malformed probe URL: " + url);
+    if (!parsed->isHTTP() && !parsed->isHTTPS()) {
+        return ProbeOutcome::failure(URLError::describe(URLError::kUnsupportedURL, "unsupported URL"));
+    }
+    if (usesLibrary(url)) return probeWithLibrary(url, timeout);
+    return PlainHTTPGet::send(*parsed, timeout);
+}
 
-    CURL* handle = handles_->take(timeout);
+ProbeOutcome URLSessionProbe::probeWithLibrary(const std::string& url, double timeout) {
+    HandleCache* cache = handles();
+    if (cache == nullptr) return ProbeOutcome::failure("the network library could not be loaded: " + Libcurl::loadError());
+    const Libcurl& curl = cache->curl;
+    if (!isWellFormed(curl, url)) return ProbeOutcome::failure("malformed probe URL: " + url);
+
+    CURL* handle = cache->take(timeout);
     if (handle == nullptr) return ProbeOutcome::failure("could not create a request");
     curl.easyReset(handle);
 
@@ -161,13 +196,13 @@ ProbeOutcome URLSessionProbe::probeNow(const std::string& url, double timeout) {
     curl.easySetopt(handle, CURLOPT_HTTPHEADER, nullptr);
     curl.easySetopt(handle, CURLOPT_ERRORBUFFER, nullptr);
     curl.slistFreeAll(headers);
-    handles_->give(handle, timeout);
+    cache->give(handle, timeout);
 
     if (code != CURLE_OK) {
         // libcurl refuses an answer without a status line (HTTP/0.9) to an
         // http(s) URL as an "unsupported protocol"; to the probe it is what
         // any other reply that is not HTTP is: an answer it cannot parse.
-        const CURLcode reported = code == CURLE_UNSUPPORTED_PROTOCOL && isHTTP(curl, url) ? CURLE_WEIRD_SERVER_REPLY : code;
+        const CURLcode reported = code == CURLE_UNSUPPORTED_PROTOCOL ? CURLE_WEIRD_SERVER_REPLY : code;
         return ProbeOutcome::failure(describe(reported, osErrno, errorText));
     }
     if (status == 0) return ProbeOutcome::failure("non-HTTP response");

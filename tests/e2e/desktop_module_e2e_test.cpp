@@ -113,44 +113,65 @@ std::string librariesOf(const std::string& maps) {
     return names;
 }
 
-TEST_F(DesktopModule, TheLoginPassMapsNoGUILibrary) {
-    // The probe's port is closed: every attempt fails at once and the pass
-    // waits, with libcurl loaded, for as long as the test reads its map.
-    HoldenmereConfig config;
-    config.settings.probeURL = "http://127.0.0.1:" + std::to_string(testing::LoopbackHTTPServer::closedPort()) + "/";
-    config.settings.pollInterval = 2;
-    config.settings.maxAttempts = 30;
-    ConfigStore{configPath()}.save(config);
+// The libraries a pass has mapped once its first attempt has reached a
+// server that never answers: the pass is then in its network wait.
+std::string librariesOfAWaitingPass(const std::vector<std::string>& environment, const std::string& probeURL,
+                                    const testing::LoopbackHTTPServer& server, const std::filesystem::path& config) {
+    HoldenmereConfig settings;
+    settings.settings.probeURL = probeURL;
+    settings.settings.pollInterval = 2;
+    settings.settings.maxAttempts = 30;
+    ConfigStore{config}.save(settings);
 
     const std::string executable = testing::bundleExecutablePath();
     std::vector<char*> argv{const_cast<char*>(executable.c_str()), const_cast<char*>("--gate"), nullptr};
+    std::vector<std::string> variables = environment;
     std::vector<char*> envp;
-    for (auto& variable : environment) envp.push_back(variable.data());
+    for (auto& variable : variables) envp.push_back(variable.data());
     envp.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t pid = 0;
-    ASSERT_EQ(::posix_spawn(&pid, executable.c_str(), &actions, nullptr, argv.data(), envp.data()), 0);
+    const int spawned = ::posix_spawn(&pid, executable.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) return "could not start the pass";
 
-    std::string libraries;
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (std::chrono::steady_clock::now() < giveUp) {
-        std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
-        libraries = librariesOf(std::string(std::istreambuf_iterator<char>(maps), {}));
-        if (libraries.find("libcurl") != std::string::npos) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    while (server.arrivals().empty() && std::chrono::steady_clock::now() < giveUp) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    std::string libraries = librariesOf(std::string(std::istreambuf_iterator<char>(maps), {}));
     ::kill(pid, SIGKILL);
     int status = 0;
     ::waitpid(pid, &status, 0);
+    return server.arrivals().empty() ? "the pass never reached its network wait" : libraries;
+}
 
-    ASSERT_THAT(libraries, HasSubstr("libcurl")) << "the pass never reached its network wait";
-    EXPECT_THAT(libraries, Not(HasSubstr("libQt")));
-    EXPECT_THAT(libraries, Not(HasSubstr("HoldenmereDesktop")));
-    EXPECT_THAT(libraries, Not(HasSubstr("libicu")));
-    EXPECT_THAT(libraries, Not(HasSubstr("libX11")));
+TEST_F(DesktopModule, TheLoginPassMapsNoGUILibraryAndNoNetworkLibraryForAnHTTPProbe) {
+    using testing::LoopbackHTTPServer;
+    {
+        // An http probe URL is asked over the pass's own connection.
+        LoopbackHTTPServer server(LoopbackHTTPServer::Mode::silent);
+        const auto libraries = librariesOfAWaitingPass(environment, server.url(), server, configPath());
+        EXPECT_THAT(libraries, HasSubstr("libc.so"));
+        EXPECT_THAT(libraries, Not(HasSubstr("libcurl")));
+        EXPECT_THAT(libraries, Not(HasSubstr("libssl")));
+        EXPECT_THAT(libraries, Not(HasSubstr("libQt")));
+        EXPECT_THAT(libraries, Not(HasSubstr("HoldenmereDesktop")));
+        EXPECT_THAT(libraries, Not(HasSubstr("libicu")));
+        EXPECT_THAT(libraries, Not(HasSubstr("libX11")));
+    }
+    {
+        // An https one loads libcurl for TLS, and still nothing of the desktop.
+        LoopbackHTTPServer server(LoopbackHTTPServer::Mode::silent);
+        const auto url = "https://127.0.0.1:" + std::to_string(server.port()) + "/hotspot-detect.html";
+        const auto libraries = librariesOfAWaitingPass(environment, url, server, configPath());
+        EXPECT_THAT(libraries, HasSubstr("libcurl"));
+        EXPECT_THAT(libraries, Not(HasSubstr("libQt")));
+        EXPECT_THAT(libraries, Not(HasSubstr("HoldenmereDesktop")));
+    }
 }
 #endif
 
