@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -170,6 +172,36 @@ void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, con
     if (!sources.optOuts.empty() || sources.tally.configUnreadable) step.add(sources.countsLine());
 }
 
+// Work of the pass that goes on beside the main thread until its result is
+// wanted; done on the spot when no thread can be had.
+template <class Result>
+class Beside {
+public:
+    explicit Beside(std::function<Result()> work) : work_(std::move(work)) {
+        try {
+            thread_ = std::thread([this] { result_ = work_(); });
+        } catch (const std::system_error&) {
+            result_ = work_();
+        }
+    }
+    ~Beside() {
+        if (thread_.joinable()) thread_.join();
+    }
+    Beside(const Beside&) = delete;
+    Beside& operator=(const Beside&) = delete;
+
+    // Waits for the work when it is still going on. One caller at a time.
+    Result& get() {
+        if (thread_.joinable()) thread_.join();
+        return *result_;
+    }
+
+private:
+    std::function<Result()> work_;
+    std::optional<Result> result_;
+    std::thread thread_;
+};
+
 // A line of the pass: errors to standard error, the rest to standard output.
 void printLine(std::ostream& out, std::ostream& err, const std::string& line) {
     (line.starts_with("ERROR:") ? err : out) << kTag << line << '\n';
@@ -177,10 +209,7 @@ void printLine(std::ostream& out, std::ostream& err, const std::string& line) {
 
 // Managed apps that macOS also starts from a Login Item and that this pass
 // did not open itself: macOS got there first, so the gate did nothing.
-void warnAboutLoginItems(std::ostream& out, const LoginItemsAuditor& auditor, const HoldenmereConfig& config,
-                         const std::vector<LaunchRecord>& records) {
-    const auto conflicts =
-        LoginItemsAuditor::conflictsNotLaunchedThisRun(auditor.conflicts(config.apps), records);
+void printConflicts(std::ostream& out, const std::vector<LoginItemsAuditor::Conflict>& conflicts) {
     if (conflicts.empty()) return;
     out << kTag << "WARNING: " << conflicts.size() << " app(s) are ALSO macOS Login Items" << kDash
         << "macOS starts these before the network, so the gate has no effect on them:\n";
@@ -196,7 +225,11 @@ void warnAboutLoginItems(std::ostream& out, const LoginItemsAuditor& auditor, co
 void sweepReregistrations(std::ostream& out, const LoginItemsAuditor& auditor, GateServices& services,
                           const ConfigStore& store, const HoldenmereConfig& config, const HistoryStore& history) {
     if (config.startupConsent != StartupConsent::granted) return;
-    const auto launched = ReregistrationSweep::handedOver(config.apps, config, history.load());
+    // The history (up to 200 records) is read only when an app could have
+    // been handed over.
+    const auto launched = ReregistrationSweep::mayHandOver(config.apps, config)
+                              ? ReregistrationSweep::handedOver(config.apps, config, history.load())
+                              : std::vector<ManagedApp>{};
     const ReregistrationSweep sweep(auditor, services.clock);
     const auto remove = LoginOwnership::sweepRemoval(ConfigAccess::of(store), services.launchctl, services.scripts);
     for (const auto& removal : sweep.run(launched, config.blockedApps, remove)) {
@@ -243,6 +276,12 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     }
     out.flush();
 
+    // The history is read while the pass waits for the network, and the
+    // run's records are put in front of that reading at the end (unless the
+    // file changed in between, when it is read again).
+    const HistoryStore history = HistoryStore::resolving(environmentValue("HOLDENMERE_HISTORY_PATH"));
+    Beside<HistoryStore::Reading> historyReading([&history] { return history.read(); });
+
     // The run, under the whole pass's deadline. The runner works on a
     // thread of its own; when the deadline passes first the process ends
     // here, leaving the apps already opened open and recording nothing, but
@@ -267,27 +306,22 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     }
     worker.join();
 
-    // Record the run.
-    const HistoryStore history = HistoryStore::resolving(environmentValue("HOLDENMERE_HISTORY_PATH"));
-    try {
-        history.appendOrThrow(plan.allRecords());
-    } catch (const HistoryStoreError& error) {
-        out << kTag << "WARNING: this run was NOT recorded" << kDash << error.what() << '\n';
-    }
+    // Record the run. The file is written (and flushed to disk) beside the
+    // Login Items question and the startup-sources step, which touch
+    // neither the history nor the lines printed before theirs.
+    Beside<std::optional<std::string>> recording([&history, &historyReading, records = plan.allRecords()] {
+        try {
+            history.appendOrThrow(records, &historyReading.get());
+            return std::optional<std::string>();
+        } catch (const HistoryStoreError& error) {
+            return std::optional<std::string>(error.what());
+        }
+    });
 
-    // The probe's line and one line per app.
-    if (plan.probe) {
-        out << ProbeLogLine::text(*plan.probe, versionForLog(), services.clock.now()) << '\n';
-    } else {
-        out << kTag << "gate disabled\n";
-    }
-    for (const auto& record : plan.allRecords()) printRecord(out, record);
-    out.flush();
-
-    // Managed apps that macOS also starts from Login Items.
+    // Managed apps that macOS also starts from Login Items, asked before the
+    // startup-sources step may change them.
     const LoginItemsAuditor auditor(services.scripts);
-    warnAboutLoginItems(out, auditor, config, plan.records);
-    out.flush();
+    const auto conflicts = LoginItemsAuditor::conflictsNotLaunchedThisRun(auditor.conflicts(config.apps), plan.records);
 
     // Take startup over, under the step's own deadline: 30 s and 25 s for
     // each app or held item it may have to act on. Once it passes no new
@@ -298,11 +332,27 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     auto step = std::make_shared<StartupSourcesStep>();
     const double stepBudget = LoginOwnership::startupStepBudget(LoginOwnership::startupOptOuts(config)) +
                               25.0 * static_cast<double>(config.apps.size() + config.blockedApps.size());
+    const double stepStart = services.clock.uptime();
     std::thread stepWorker([step, &services, inputs] {
         runStartupSourcesStep(*step, services, inputs);
         step->done.raise();
     });
-    const bool stepInTime = waitWithDeadline(services.clock, services.mainLoop, step->done, stepBudget);
+
+    // The run's lines, in their order.
+    if (const auto& failure = recording.get()) {
+        out << kTag << "WARNING: this run was NOT recorded" << kDash << *failure << '\n';
+    }
+    if (plan.probe) {
+        out << ProbeLogLine::text(*plan.probe, versionForLog(), services.clock.now()) << '\n';
+    } else {
+        out << kTag << "gate disabled\n";
+    }
+    for (const auto& record : plan.allRecords()) printRecord(out, record);
+    printConflicts(out, conflicts);
+    out.flush();
+
+    const double stepLeft = stepBudget - (services.clock.uptime() - stepStart);
+    const bool stepInTime = waitWithDeadline(services.clock, services.mainLoop, step->done, std::max(0.0, stepLeft));
     if (!stepInTime) step->cancel.raise();
     const bool stepFinished = stepInTime || waitWithDeadline(services.clock, services.mainLoop, step->done, kStepGrace);
     if (stepFinished) stepWorker.join();

@@ -2,9 +2,14 @@
 // on every login; both must stay far below a millisecond on a large file.
 #include <benchmark/benchmark.h>
 
+#include <unistd.h>
+
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "core/config/config_codec.h"
+#include "core/config/history_store.h"
 #include "core/config/launch_record.h"
 
 namespace {
@@ -47,5 +52,25 @@ void BM_EncodeHistory(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(holdenmere::json::encodePretty(records));
 }
 BENCHMARK(BM_EncodeHistory);
+
+// The history a pass reads before it appends its records: 200 records as a
+// pass writes them, from a file.
+void BM_LoadHistory(benchmark::State& state) {
+    const auto folder = std::filesystem::temp_directory_path() / ("holdenmere-bench-" + std::to_string(::getpid()));
+    const holdenmere::HistoryStore store{folder / "history.json", holdenmere::HistoryStore::kDefaultLimit};
+    std::vector<holdenmere::LaunchRecord> records;
+    for (int index = 0; index < 200; ++index) {
+        records.push_back(holdenmere::LaunchRecord{"com.example.bench.App" + std::to_string(index % 10),
+                                                   "App" + std::to_string(index % 10),
+                                                   holdenmere::LaunchOutcome::launched,
+                                                   holdenmere::Date{785000000.0 + index},
+                                                   "launched [issued +0.0s] [late +0.0s]"});
+    }
+    store.appendOrThrow(records);
+    for (auto _ : state) benchmark::DoNotOptimize(store.loadOrThrow());
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * std::filesystem::file_size(store.url)));
+    std::filesystem::remove_all(folder);
+}
+BENCHMARK(BM_LoadHistory);
 
 }  // namespace

@@ -23,12 +23,18 @@ HistoryStore HistoryStore::resolving(const std::optional<std::string>& override)
     return HistoryStore{defaultURL(), kDefaultLimit};
 }
 
-std::vector<LaunchRecord> HistoryStore::loadOrThrow() const {
+namespace {
+
+// The records of the file and the stamp of the version read.
+std::vector<LaunchRecord> readOrThrow(const std::filesystem::path& url, files::Stamp& stamp) {
     std::string text;
     try {
-        text = files::read(url);
+        text = files::read(url, &stamp);
     } catch (const std::system_error& error) {
-        if (error.code().value() == ENOENT) return {};
+        if (error.code().value() == ENOENT) {
+            stamp = files::Stamp{};
+            return {};
+        }
         throw HistoryStoreError(HistoryStoreError::Kind::read, error.what());
     }
     try {
@@ -36,6 +42,24 @@ std::vector<LaunchRecord> HistoryStore::loadOrThrow() const {
     } catch (const json::DecodeError& error) {
         throw HistoryStoreError(HistoryStoreError::Kind::read, error.what());
     }
+}
+
+}  // namespace
+
+std::vector<LaunchRecord> HistoryStore::loadOrThrow() const {
+    files::Stamp stamp;
+    return readOrThrow(url, stamp);
+}
+
+HistoryStore::Reading HistoryStore::read() const {
+    Reading reading;
+    files::Stamp stamp;
+    try {
+        reading.records = readOrThrow(url, stamp);
+        reading.stamp = stamp;
+    } catch (const HistoryStoreError&) {
+    }
+    return reading;
 }
 
 std::vector<LaunchRecord> HistoryStore::load() const {
@@ -46,12 +70,23 @@ std::vector<LaunchRecord> HistoryStore::load() const {
     }
 }
 
-void HistoryStore::appendOrThrow(const std::vector<LaunchRecord>& records) const {
+void HistoryStore::appendOrThrow(const std::vector<LaunchRecord>& records, const Reading* earlier) const {
     std::vector<LaunchRecord> kept;
-    try {
-        kept = loadOrThrow();
-    } catch (const HistoryStoreError&) {
-        // A damaged history is replaced by this pass's records.
+    bool current = false;
+    if (earlier != nullptr && earlier->stamp) {
+        try {
+            current = files::stampOf(url) == *earlier->stamp;
+        } catch (const std::system_error&) {
+        }
+    }
+    if (current) {
+        kept = earlier->records;
+    } else {
+        try {
+            kept = loadOrThrow();
+        } catch (const HistoryStoreError&) {
+            // A damaged history is replaced by this pass's records.
+        }
     }
     json::Value encoded = json::Value::array();
     std::size_t count = 0;

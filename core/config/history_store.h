@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/config/launch_record.h"
+#include "core/support/files.h"
 
 namespace holdenmere {
 
@@ -43,10 +44,23 @@ struct HistoryStore {
     // The same, with an empty list on any error.
     std::vector<LaunchRecord> load() const;
 
+    // The records as the file holds them at one moment, and which version of
+    // the file that was, so that an append can start from a reading made
+    // earlier (a pass reads while it waits for the network) as long as the
+    // file has not changed since.
+    struct Reading {
+        std::vector<LaunchRecord> records;
+        std::optional<files::Stamp> stamp;  // none when the file could not be read or was damaged
+    };
+    // Never throws: a damaged or unreadable history reads as no records.
+    Reading read() const;
+
     // Puts one pass's records in front of the kept ones and keeps the newest
     // `limit`. A damaged history is replaced, never an obstacle to recording.
+    // With `earlier`, the kept records are that reading's while the file's
+    // stamp still matches it, and are read afresh otherwise.
     // Throws HistoryStoreError write.
-    void appendOrThrow(const std::vector<LaunchRecord>& records) const;
+    void appendOrThrow(const std::vector<LaunchRecord>& records, const Reading* earlier = nullptr) const;
     // The same for callers that have nowhere to report a failure.
     void append(const std::vector<LaunchRecord>& records) const;
 };

@@ -30,15 +30,33 @@ std::vector<ReregistrationSweep::Removal> ReregistrationSweep::run(const std::ve
     return removals;
 }
 
+namespace {
+
+// The bundle identifiers with a Login Item in the ledger.
+std::set<std::string> ledgeredLoginItems(const HoldenmereConfig& config) {
+    std::set<std::string> ledgered;
+    for (const auto& record : config.takeovers) {
+        if (!record.loginItems.empty()) ledgered.insert(record.bundleIdentifier);
+    }
+    return ledgered;
+}
+
+}  // namespace
+
+bool ReregistrationSweep::mayHandOver(const std::vector<ManagedApp>& managed, const HoldenmereConfig& config) {
+    if (config.startupConsent != StartupConsent::granted) return false;
+    const auto ledgered = ledgeredLoginItems(config);
+    return std::any_of(managed.begin(), managed.end(), [&](const ManagedApp& app) {
+        return app.importedFromLoginItem || ledgered.count(app.bundleIdentifier) != 0;
+    });
+}
+
 std::vector<ManagedApp> ReregistrationSweep::handedOver(const std::vector<ManagedApp>& managed,
                                                         const HoldenmereConfig& config,
                                                         const std::vector<LaunchRecord>& history) {
     std::vector<ManagedApp> result;
     if (config.startupConsent != StartupConsent::granted) return result;
-    std::set<std::string> ledgered;
-    for (const auto& record : config.takeovers) {
-        if (!record.loginItems.empty()) ledgered.insert(record.bundleIdentifier);
-    }
+    const auto ledgered = ledgeredLoginItems(config);
     std::set<std::string> listed;
     for (const auto& app : managed) {
         if (!app.importedFromLoginItem && ledgered.count(app.bundleIdentifier) == 0) continue;

@@ -60,6 +60,9 @@ struct ReregistrationSweep {
     // user's Login Items are left alone. An identifier is listed once.
     static std::vector<ManagedApp> handedOver(const std::vector<ManagedApp>& managed, const HoldenmereConfig& config,
                                               const std::vector<LaunchRecord>& history);
+    // Whether any of `managed` could be handed over whatever the history
+    // says; when none can, the history need not be read at all.
+    static bool mayHandOver(const std::vector<ManagedApp>& managed, const HoldenmereConfig& config);
 
     // A blocked app as a managed-app record for the sweep: its bundle
     // identifier, name and path; switched off, since it is never opened.

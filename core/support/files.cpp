@@ -59,13 +59,31 @@ void throwErrno(int code, std::string_view call, const std::filesystem::path& pa
     throw std::system_error(code, std::generic_category(), what);
 }
 
-std::string read(const std::filesystem::path& path) {
+static Stamp stampFrom(const struct stat& info) {
+    Stamp stamp;
+    stamp.exists = true;
+    stamp.device = info.st_dev;
+    stamp.inode = info.st_ino;
+    stamp.size = info.st_size;
+#if defined(__APPLE__)
+    stamp.modifiedNanoseconds = info.st_mtimespec.tv_sec * 1'000'000'000LL + info.st_mtimespec.tv_nsec;
+    stamp.changedNanoseconds = info.st_ctimespec.tv_sec * 1'000'000'000LL + info.st_ctimespec.tv_nsec;
+#else
+    stamp.modifiedNanoseconds = info.st_mtim.tv_sec * 1'000'000'000LL + info.st_mtim.tv_nsec;
+    stamp.changedNanoseconds = info.st_ctim.tv_sec * 1'000'000'000LL + info.st_ctim.tv_nsec;
+#endif
+    return stamp;
+}
+
+std::string read(const std::filesystem::path& path, Stamp* stamp) {
     int raw = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (raw < 0) throwErrno(errno, "open", path);
     FileDescriptor fd(raw);
     std::string contents;
     struct stat info {};
-    if (::fstat(fd.get(), &info) == 0 && info.st_size > 0) contents.reserve(static_cast<std::size_t>(info.st_size));
+    if (::fstat(fd.get(), &info) != 0) throwErrno(errno, "fstat", path);
+    if (stamp != nullptr) *stamp = stampFrom(info);
+    if (info.st_size > 0) contents.reserve(static_cast<std::size_t>(info.st_size));
     std::vector<char> buffer(64 * 1024);
     for (;;) {
         ssize_t count = ::read(fd.get(), buffer.data(), buffer.size());
@@ -77,6 +95,13 @@ std::string read(const std::filesystem::path& path) {
         contents.append(buffer.data(), static_cast<std::size_t>(count));
     }
     return contents;
+}
+
+Stamp stampOf(const std::filesystem::path& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) == 0) return stampFrom(info);
+    if (errno == ENOENT || errno == ENOTDIR) return Stamp{};
+    throwErrno(errno, "stat", path);
 }
 
 bool exists(const std::filesystem::path& path) {

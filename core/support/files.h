@@ -12,8 +12,27 @@ namespace holdenmere::files {
 // Throws std::system_error for errno `code`, described as "call(path): reason".
 [[noreturn]] void throwErrno(int code, std::string_view call, const std::filesystem::path& path);
 
+// Which version of a file a reading saw: a file replaced by a rename is
+// another file (device and inode), one written in place has another size or
+// change time. Equal stamps mean the file was not changed in between.
+struct Stamp {
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    long long modifiedNanoseconds = 0;
+    long long changedNanoseconds = 0;
+
+    friend bool operator==(const Stamp&, const Stamp&) = default;
+};
+
 // Reads the whole file. A missing file, a folder or an unreadable file throws.
-std::string read(const std::filesystem::path& path);
+// With `stamp`, it is set to the stamp of the file that was read.
+std::string read(const std::filesystem::path& path, Stamp* stamp = nullptr);
+
+// The stamp of the file at `path` now; one with `exists` false when there is
+// none. Throws for any other failure to look.
+Stamp stampOf(const std::filesystem::path& path);
 
 // Whether something (a file, a folder, a dangling link) exists at the path.
 bool exists(const std::filesystem::path& path);

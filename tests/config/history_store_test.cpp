@@ -72,6 +72,42 @@ TEST_F(HistoryStoreTest, DamagedHistoryIsUnreadableButReplacedOnAppend) {
     }
 }
 
+// A pass reads the history while it waits for the network and appends to
+// that reading at the end, unless the file changed in between.
+TEST_F(HistoryStoreTest, AnEarlierReadingIsAppendedToOnlyWhileTheFileIsAsItWas) {
+    EXPECT_EQ(store.read().stamp, files::Stamp{});  // no file yet: a reading of nothing, and usable
+    store.appendOrThrow({record(1), record(2)});
+    auto reading = store.read();
+    ASSERT_TRUE(reading.stamp);
+    EXPECT_EQ(reading.records, (std::vector<LaunchRecord>{record(1), record(2)}));
+
+    // Unchanged: the reading is what is kept, without reading the file again.
+    HistoryStore::Reading marked = reading;
+    marked.records = {record(50)};
+    store.appendOrThrow({record(3)}, &marked);
+    EXPECT_EQ(store.loadOrThrow(), (std::vector<LaunchRecord>{record(3), record(50)}));
+
+    // Changed since (another writer appended): read again, nothing lost.
+    reading = store.read();
+    store.appendOrThrow({record(4)});
+    store.appendOrThrow({record(5)}, &reading);
+    EXPECT_EQ(store.loadOrThrow(), (std::vector<LaunchRecord>{record(5), record(4), record(3), record(50)}));
+
+    // A reading of a damaged file stands for nothing: the file is replaced.
+    writeFile(store.url, "garbage");
+    reading = store.read();
+    EXPECT_FALSE(reading.stamp);
+    EXPECT_TRUE(reading.records.empty());
+    store.appendOrThrow({record(6)}, &reading);
+    EXPECT_EQ(store.loadOrThrow(), std::vector<LaunchRecord>{record(6)});
+
+    // A file removed since its reading is a change too.
+    reading = store.read();
+    std::filesystem::remove(store.url);
+    store.appendOrThrow({record(7)}, &reading);
+    EXPECT_EQ(store.loadOrThrow(), std::vector<LaunchRecord>{record(7)});
+}
+
 TEST_F(HistoryStoreTest, WriteFailureIsReportedAndAppendSwallowsIt) {
     HistoryStore blocked{folder / "file", 200};
     writeFile(blocked.url, "x");

@@ -155,10 +155,16 @@ TEST(ReregistrationSweepHandedOver, AppsWhoseLoginItemWasTakenOverAndThatTheLate
     std::vector<ManagedApp> managed{imported, ledgered, agentOnly, wasRunning, neverRecorded, ownChoice, imported};
 
     EXPECT_EQ(ReregistrationSweep::handedOver(managed, config, history), (std::vector<ManagedApp>{imported, ledgered}));
+    // Whether the history is worth reading at all.
+    EXPECT_TRUE(ReregistrationSweep::mayHandOver(managed, config));
+    EXPECT_TRUE(ReregistrationSweep::mayHandOver({ledgered}, config));
+    EXPECT_FALSE(ReregistrationSweep::mayHandOver({agentOnly, ownChoice}, config));
+    EXPECT_FALSE(ReregistrationSweep::mayHandOver({}, config));
 
     for (auto consent : {StartupConsent::undecided, StartupConsent::declined}) {
         config.startupConsent = consent;
         EXPECT_TRUE(ReregistrationSweep::handedOver(managed, config, history).empty());
+        EXPECT_FALSE(ReregistrationSweep::mayHandOver(managed, config));
     }
 }
 
