@@ -65,6 +65,10 @@ public:
     // possibly on another thread, within the options' time limit when they
     // set one.
     virtual void begin(const std::string& path, const OpenOptions& options, Completion completion) = 0;
+    // Starts preparing, in the background, what the questions of the
+    // launches to come will need (a pass calls it as it starts waiting for
+    // the network); nothing when there is nothing to prepare.
+    virtual void warmUp() {}
     // Opens and waits for the result.
     LaunchAttempt launch(const std::string& path, const OpenOptions& options);
 };
@@ -95,6 +99,9 @@ public:
     std::optional<std::vector<std::string>> arguments(int processIdentifier) override;
     bool exists(const std::string& path) override;
     void begin(const std::string& path, const OpenOptions& options, Completion completion) override;
+    // Away from macOS: reads the process table, so that the launches find
+    // it fresh when the network answers at once.
+    void warmUp() override;
 
 private:
     struct Implementation;

@@ -53,7 +53,6 @@ std::optional<std::string> bundleIdentifierOf(const Bundle& bundle) {
 }  // namespace
 
 struct SystemAppRunning::Implementation {
-    DelayedWorkQueue queue;
     SystemClock clock;
     std::mutex mutex;
     std::set<pid_t> children;  // started by us and not yet reaped
@@ -93,24 +92,31 @@ struct SystemAppRunning::Implementation {
     }
 
     // The processes whose executable lies inside a bundle, with the bundle's
-    // identifier. Read afresh unless read within kTableFreshFor: a pass asks
-    // for every app it opens, one after the other, and each reading goes
-    // over every process.
+    // identifier. Read afresh unless a reading began within kTableFreshFor:
+    // a pass asks for every app it opens, one after the other, and each
+    // reading goes over every process. A reading under way (the warm-up's)
+    // is waited for rather than repeated.
     std::map<pid_t, std::string> bundleProcesses() {
-        const double now = clock.uptime();
-        {
-            std::lock_guard lock(mutex);
-            if (tableReadAt && now - *tableReadAt < kTableFreshFor) return table;
+        std::unique_lock lock(mutex);
+        for (;;) {
+            if (tableReadAt && clock.uptime() - *tableReadAt < kTableFreshFor) return table;
+            if (!readingTable) break;
+            tableRead.wait(lock);
         }
+        readingTable = true;
+        const double started = clock.uptime();
+        lock.unlock();
         std::map<pid_t, std::string> read = readBundleProcesses();
-        std::lock_guard lock(mutex);
+        lock.lock();
         // What this process started since the reading began is kept.
         for (const auto& [pid, identifier] : table) {
             if (startedSinceReading.count(pid) != 0) read.emplace(pid, identifier);
         }
         startedSinceReading.clear();
         table = read;
-        tableReadAt = now;
+        tableReadAt = started;
+        readingTable = false;
+        tableRead.notify_all();
         return table;
     }
 
@@ -149,7 +155,9 @@ struct SystemAppRunning::Implementation {
 
     static constexpr double kTableFreshFor = 0.1;
     std::map<pid_t, std::string> table;
-    std::optional<double> tableReadAt;
+    std::optional<double> tableReadAt;  // when the reading behind `table` began
+    bool readingTable = false;
+    std::condition_variable tableRead;
     std::set<pid_t> startedSinceReading;
 
     void start(std::vector<std::string> argv, const std::optional<std::string>& identifier, const OpenOptions& options,
@@ -187,6 +195,10 @@ struct SystemAppRunning::Implementation {
 
     using Stamp = std::tuple<time_t, long, off_t, ino_t>;
     std::map<std::filesystem::path, std::pair<Stamp, std::optional<std::string>>> identifiers;
+
+    // Declared last, so destroyed first: work it is running (a hidden
+    // launch's checks, the warm-up's reading) ends before anything it uses.
+    DelayedWorkQueue queue;
 };
 
 // Starts the executable argv[0] and reports to `request`: at once, or,
@@ -286,6 +298,11 @@ std::optional<std::vector<std::string>> SystemAppRunning::arguments(int processI
         start = end + 1;
     }
     return result;
+}
+
+void SystemAppRunning::warmUp() {
+    Implementation* implementation = implementation_;
+    implementation->queue.schedule(0, [implementation] { (void)implementation->bundleProcesses(); });
 }
 
 bool SystemAppRunning::exists(const std::string& path) {

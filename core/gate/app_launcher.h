@@ -26,6 +26,9 @@ public:
     // so a slow app never holds back the next one's offset. A cancellation
     // ends the waiting: apps not yet begun are not opened, confirmations
     // still running are ended and reported as cancelled.
+    // Has the app access prepare what the launches will ask, while the pass
+    // waits for the network.
+    void warmUp() { system_.warmUp(); }
     std::vector<LaunchRecord> launchAll(const std::vector<ManagedApp>& apps, const Signal* cancellation = nullptr);
 
     // How long one wait for the confirmations lasts before the launcher

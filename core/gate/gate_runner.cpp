@@ -34,6 +34,7 @@ LaunchPlan GateRunner::run(const HoldenmereConfig& config, const Signal* cancell
         return plan;
     }
 
+    launcher_.warmUp();
     plan.probe = gate_.waitForNetwork(config.settings, {}, cancellation);
     const ProbeResult& probe = *plan.probe;
     if (probe.reachable) {

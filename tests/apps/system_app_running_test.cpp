@@ -63,6 +63,33 @@ TEST_F(SystemAppRunningTest, OpensABundleThatThenRuns) {
     EXPECT_EQ(system.processIdentifiers(id("lingering")), pids);
 }
 
+// The pass has the process table read while it waits for the network; the
+// launches after it use that reading while it is fresh, and wait for it
+// rather than read the table a second time.
+TEST_F(SystemAppRunningTest, AWarmedUpTableShowsWhatRunsAndWhatIsStartedSince) {
+    auto path = makeBundle("Lingering", id("lingering"), "LingeringApp");
+    {
+        SystemAppRunning other;  // an app opened by somebody else
+        ASSERT_EQ(other.launch(path, {}), LaunchAttempt::opened());
+    }
+    system.warmUp();
+    const auto pids = system.processIdentifiers(id("lingering"));
+    ASSERT_EQ(pids.size(), 1u);
+    auto second = makeBundle("Hidden", id("hidden"), "LingeringApp");
+    EXPECT_EQ(system.launch(second, {}), LaunchAttempt::opened());
+    EXPECT_TRUE(system.isRunning(id("hidden")));
+    EXPECT_EQ(system.processIdentifiers(id("lingering")), pids);
+
+    // Gone before its reading is done, or while it runs.
+    for (int round = 0; round < 20; ++round) {
+        SystemAppRunning brief;
+        brief.warmUp();
+        if (round % 2 == 0) {
+            EXPECT_TRUE(brief.isRunning(id("lingering")));
+        }
+    }
+}
+
 TEST_F(SystemAppRunningTest, AHiddenLaunchIsConfirmedWhileTheAppLives) {
     auto path = makeBundle("Hidden", id("hidden"), "LingeringApp");
     OpenOptions options;
