@@ -58,6 +58,14 @@ HistoryStore::Reading HistoryStore::read() const {
         reading.records = readOrThrow(url, stamp);
         reading.stamp = stamp;
     } catch (const HistoryStoreError&) {
+        return reading;
+    }
+    // Printed now, so that an append prints only its own records.
+    try {
+        reading.printed.reserve(reading.records.size());
+        for (const auto& record : reading.records) reading.printed.push_back(json::encodePrettyElement(encode(record)));
+    } catch (const json::DecodeError&) {
+        reading.printed.clear();
     }
     return reading;
 }
@@ -71,7 +79,6 @@ std::vector<LaunchRecord> HistoryStore::load() const {
 }
 
 void HistoryStore::appendOrThrow(const std::vector<LaunchRecord>& records, const Reading* earlier) const {
-    std::vector<LaunchRecord> kept;
     bool current = false;
     if (earlier != nullptr && earlier->stamp) {
         try {
@@ -79,26 +86,25 @@ void HistoryStore::appendOrThrow(const std::vector<LaunchRecord>& records, const
         } catch (const std::system_error&) {
         }
     }
-    if (current) {
-        kept = earlier->records;
-    } else {
+    std::vector<LaunchRecord> readNow;
+    if (!current) {
         try {
-            kept = loadOrThrow();
+            readNow = loadOrThrow();
         } catch (const HistoryStoreError&) {
             // A damaged history is replaced by this pass's records.
         }
     }
-    json::Value encoded = json::Value::array();
-    std::size_t count = 0;
-    for (const std::vector<LaunchRecord>* list : {&records, static_cast<const std::vector<LaunchRecord>*>(&kept)}) {
-        for (const auto& record : *list) {
-            if (count == limit) break;
-            encoded.push_back(encode(record));
-            ++count;
-        }
-    }
+    const std::vector<LaunchRecord>& kept = current ? earlier->records : readNow;
+    const bool keptPrinted = current && earlier->printed.size() == kept.size();
     try {
-        files::writeAtomically(url, json::encodePretty(encoded));
+        std::vector<std::string> elements;
+        for (std::size_t index = 0; index < records.size() && elements.size() < limit; ++index) {
+            elements.push_back(json::encodePrettyElement(encode(records[index])));
+        }
+        for (std::size_t index = 0; index < kept.size() && elements.size() < limit; ++index) {
+            elements.push_back(keptPrinted ? earlier->printed[index] : json::encodePrettyElement(encode(kept[index])));
+        }
+        files::writeAtomically(url, json::encodePrettyArray(elements));
     } catch (const std::system_error& error) {
         throw HistoryStoreError(HistoryStoreError::Kind::write, error.what());
     } catch (const json::DecodeError& error) {

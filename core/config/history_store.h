@@ -51,6 +51,7 @@ struct HistoryStore {
     struct Reading {
         std::vector<LaunchRecord> records;
         std::optional<files::Stamp> stamp;  // none when the file could not be read or was damaged
+        std::vector<std::string> printed;   // each record as the file prints it, or none
     };
     // Never throws: a damaged or unreadable history reads as no records.
     Reading read() const;

@@ -140,6 +140,12 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& changes
 
 ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
     ChildProcessResult result;
+    // A tool that is not there, or may not be run, is told without starting
+    // a process, in the words posix_spawn would use.
+    if (::access(request.executable.c_str(), X_OK) != 0) {
+        result.startError = "could not start " + request.executable.string() + ": " + std::strerror(errno);
+        return result;
+    }
     Pipe output;
     Pipe error;
     if (!output.valid() || !error.valid()) {

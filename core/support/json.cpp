@@ -1,5 +1,7 @@
 #include "core/support/json.h"
 
+
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -35,6 +37,37 @@ std::string encodePretty(const Value& value) {
     } catch (const nlohmann::json::exception& error) {
         throw DecodeError(withoutExceptionTag(error.what()));
     }
+}
+
+std::string encodePrettyElement(const Value& value) {
+    try {
+        return value.dump(2);
+    } catch (const nlohmann::json::exception& error) {
+        throw DecodeError(withoutExceptionTag(error.what()));
+    }
+}
+
+std::string encodePrettyArray(const std::vector<std::string>& elements) {
+    if (elements.empty()) return "[]\n";
+    std::size_t size = 4;
+    for (const auto& element : elements) size += element.size() + 4 + 2 * static_cast<std::size_t>(std::count(element.begin(), element.end(), '\n'));
+    std::string text;
+    text.reserve(size);
+    text += "[\n";
+    bool first = true;
+    for (const auto& element : elements) {
+        if (!first) text += ",\n";
+        first = false;
+        // One level deeper: every line of the element indented by one step.
+        // Strings never hold a raw line break (JSON escapes it).
+        text += "  ";
+        for (char c : element) {
+            text += c;
+            if (c == '\n') text += "  ";
+        }
+    }
+    text += "\n]\n";
+    return text;
 }
 
 std::string describeType(const Value& value) {

@@ -31,6 +31,12 @@ Value parse(std::string_view text);
 // final newline. Throws DecodeError when a string is not valid UTF-8.
 std::string encodePretty(const Value& value);
 
+// An array printed as encodePretty prints it, from its elements printed
+// apart (`encodePrettyElement`): a list kept in a file can be written again
+// without printing the elements it already held once more.
+std::string encodePrettyElement(const Value& value);
+std::string encodePrettyArray(const std::vector<std::string>& elements);
+
 // "an object", "a string", ... for messages.
 std::string describeType(const Value& value);
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "core/support/json.h"
 #include "tests/support/temporary_directory.h"
 
 namespace holdenmere {
@@ -106,6 +107,27 @@ TEST_F(HistoryStoreTest, AnEarlierReadingIsAppendedToOnlyWhileTheFileIsAsItWas) 
     std::filesystem::remove(store.url);
     store.appendOrThrow({record(7)}, &reading);
     EXPECT_EQ(store.loadOrThrow(), std::vector<LaunchRecord>{record(7)});
+}
+
+// Appending to a reading prints only the new records; the file must come out
+// byte for byte as printing the whole list at once does.
+TEST_F(HistoryStoreTest, AppendingToAReadingWritesTheSameBytes) {
+    EXPECT_EQ(json::encodePrettyArray({}), json::encodePretty(json::Value::array()));
+    std::vector<LaunchRecord> old;
+    for (int number = 0; number < 5; ++number) old.push_back(record(number));
+    old[2].detail = "line\nbreak \"quoted\" \xC3\xA9";
+    store.appendOrThrow(old);
+    const auto reading = store.read();
+    ASSERT_EQ(reading.printed.size(), old.size());
+
+    store.appendOrThrow({record(9)}, &reading);
+    const std::string viaReading = readFile(store.url);
+    std::vector<LaunchRecord> all{record(9)};
+    all.insert(all.end(), old.begin(), old.end());
+    json::Value whole = json::Value::array();
+    for (const auto& each : all) whole.push_back(encode(each));
+    EXPECT_EQ(viaReading, json::encodePretty(whole));
+    EXPECT_EQ(store.loadOrThrow(), all);
 }
 
 TEST_F(HistoryStoreTest, WriteFailureIsReportedAndAppendSwallowsIt) {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/temporary_directory.h"
+
 #include "tests/support/test_executables.h"
 
 namespace holdenmere {
@@ -75,6 +77,14 @@ TEST(ChildProcess, AMissingExecutableCannotStart) {
     EXPECT_EQ(result.ending, ChildProcessResult::Ending::couldNotStart);
     EXPECT_EQ(result.startError, "could not start /nonexistent/launchctl: No such file or directory");
     EXPECT_EQ(result.describe(5s), result.startError);
+
+    // A file that may not be run reads the same way.
+    testing::TemporaryDirectory folder;
+    testing::writeFile(folder / "tool", "#!/bin/sh\nexit 0\n");
+    request.executable = folder / "tool";
+    result = runChildProcess(request);
+    EXPECT_EQ(result.ending, ChildProcessResult::Ending::couldNotStart);
+    EXPECT_EQ(result.startError, "could not start " + request.executable.string() + ": Permission denied");
 }
 
 }  // namespace
