@@ -3,16 +3,18 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/support/text.h"
+
 namespace holdenmere {
 namespace {
 
-bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isHex(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+using text::isAsciiDigit;
+using text::isAsciiLetter;
+using text::isHexDigit;
 
 // Characters a URL may hold as they stand: unreserved, reserved and '%'.
 bool isURLCharacter(char c) {
-    if (isAlpha(c) || isDigit(c)) return true;
+    if (isAsciiLetter(c) || isAsciiDigit(c)) return true;
     switch (c) {
         case '-': case '.': case '_': case '~':
         case ':': case '/': case '?': case '#': case '[': case ']': case '@':
@@ -27,11 +29,11 @@ bool isURLCharacter(char c) {
 }  // namespace
 
 bool isAbsoluteURL(std::string_view text) {
-    if (text.empty() || !isAlpha(text.front())) return false;
+    if (text.empty() || !isAsciiLetter(text.front())) return false;
     for (std::size_t index = 0; index < text.size(); ++index) {
         char c = text[index];
         if (!isURLCharacter(c)) return false;
-        if (c == '%' && (index + 2 >= text.size() || !isHex(text[index + 1]) || !isHex(text[index + 2]))) {
+        if (c == '%' && (index + 2 >= text.size() || !isHexDigit(text[index + 1]) || !isHexDigit(text[index + 2]))) {
             return false;
         }
     }
@@ -39,7 +41,7 @@ bool isAbsoluteURL(std::string_view text) {
     for (std::size_t index = 1; index < text.size(); ++index) {
         char c = text[index];
         if (c == ':') return true;
-        if (!(isAlpha(c) || isDigit(c) || c == '+' || c == '-' || c == '.')) return false;
+        if (!(isAsciiLetter(c) || isAsciiDigit(c) || c == '+' || c == '-' || c == '.')) return false;
     }
     return false;
 }

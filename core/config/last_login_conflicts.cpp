@@ -8,6 +8,8 @@
 namespace holdenmere {
 namespace {
 
+using text::isAsciiDigit;
+
 // The two lines the login pass writes that this reader relies on:
 //
 //   pass line, anywhere in a line:
@@ -19,7 +21,6 @@ namespace {
 // recurses once per character, so one very long line in a damaged log would
 // overflow the stack, and the log is outside input.
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 // What `.` matches in an ECMAScript pattern over bytes: anything but a line end.
 bool isLineEnd(char c) { return c == '\n' || c == '\r'; }
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r'; }
@@ -27,7 +28,7 @@ bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\v' ||
 bool digitsAt(std::string_view text, std::size_t at, std::size_t count) {
     if (at + count > text.size()) return false;
     for (std::size_t i = 0; i < count; ++i) {
-        if (!isDigit(text[at + i])) return false;
+        if (!isAsciiDigit(text[at + i])) return false;
     }
     return true;
 }
@@ -39,7 +40,7 @@ std::size_t stampStart(std::string_view line, std::size_t close) {
     if (close == 0 || line[close - 1] != 'Z') return std::string_view::npos;
     std::size_t i = close - 1;  // at the Z
     std::size_t timeStart = i;
-    while (timeStart > 0 && (isDigit(line[timeStart - 1]) || line[timeStart - 1] == ':')) --timeStart;
+    while (timeStart > 0 && (isAsciiDigit(line[timeStart - 1]) || line[timeStart - 1] == ':')) --timeStart;
     if (timeStart == i) return std::string_view::npos;  // [0-9:]+ needs one
     // "[dddd-dd-ddT" is 12 bytes before the time.
     if (timeStart < 12) return std::string_view::npos;

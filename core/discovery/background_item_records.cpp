@@ -4,6 +4,8 @@
 #include <charconv>
 #include <tuple>
 
+#include "core/support/text.h"
+
 namespace holdenmere {
 namespace {
 
@@ -68,7 +70,7 @@ std::optional<std::string_view> numberedLine(std::string_view line) {
     const auto colon = line.find(':');
     if (colon == std::string_view::npos || colon == 1) return std::nullopt;
     const auto digits = line.substr(1, colon - 1);
-    if (!std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) return std::nullopt;
+    if (!std::all_of(digits.begin(), digits.end(), text::isAsciiDigit)) return std::nullopt;
     return trimmed(line.substr(colon + 1));
 }
 
@@ -206,7 +208,7 @@ std::string BackgroundItemRecord::unprefixedIdentifier() const {
     const auto dot = identifier.find('.');
     if (dot == std::string::npos || dot == 0) return identifier;
     const bool numeric = std::all_of(identifier.begin(), identifier.begin() + static_cast<std::ptrdiff_t>(dot),
-                                     [](char c) { return c >= '0' && c <= '9'; });
+                                     text::isAsciiDigit);
     return numeric ? identifier.substr(dot + 1) : identifier;
 }
 

@@ -1,9 +1,11 @@
 #include "core/reachability/http_answer.h"
 
+#include "core/support/text.h"
+
 namespace holdenmere {
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+using text::isAsciiDigit;
 
 constexpr std::string_view kProtocol = "HTTP/";
 
@@ -14,7 +16,7 @@ bool readStatusLine(std::string_view line, int& status) {
     std::size_t index = kProtocol.size();
     auto digits = [&] {
         const std::size_t start = index;
-        while (index < line.size() && isDigit(line[index])) ++index;
+        while (index < line.size() && isAsciiDigit(line[index])) ++index;
         return index > start;
     };
     if (!digits() || index >= line.size() || line[index] != '.') return false;
@@ -24,7 +26,7 @@ bool readStatusLine(std::string_view line, int& status) {
     if (index + 3 > line.size()) return false;
     status = 0;
     for (std::size_t end = index + 3; index < end; ++index) {
-        if (!isDigit(line[index])) return false;
+        if (!isAsciiDigit(line[index])) return false;
         status = status * 10 + (line[index] - '0');
     }
     return index == line.size() || line[index] == ' ';

@@ -1,22 +1,25 @@
 #include "core/reachability/http_url.h"
 
+#include "core/support/text.h"
+
 namespace holdenmere {
 namespace {
 
-bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isHex(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+using text::asciiLower;
+using text::isAsciiDigit;
+using text::isAsciiLetter;
+using text::isHexDigit;
+
 bool isSpaceOrControl(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte <= 0x20 || byte == 0x7f;
 }
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 // Every "%" starts an escape of two hex digits.
 bool escapesAreWhole(std::string_view text) {
     for (std::size_t index = 0; index < text.size(); ++index) {
         if (text[index] != '%') continue;
-        if (index + 2 >= text.size() || !isHex(text[index + 1]) || !isHex(text[index + 2])) return false;
+        if (index + 2 >= text.size() || !isHexDigit(text[index + 1]) || !isHexDigit(text[index + 2])) return false;
     }
     return true;
 }
@@ -31,7 +34,7 @@ bool isRegisteredName(std::string_view host, bool& ascii) {
             ascii = false;
             continue;
         }
-        if (isAlpha(c) || isDigit(c)) continue;
+        if (isAsciiLetter(c) || isAsciiDigit(c)) continue;
         switch (c) {
             case '-': case '.': case '_': case '~': case '%':
             case '!': case '$': case '&': case '\'': case '(': case ')':
@@ -51,7 +54,7 @@ bool isIPv6Literal(std::string_view literal) {
     const std::string_view address = literal.substr(0, zone);
     if (address.find(':') == std::string_view::npos) return false;
     for (char c : address) {
-        if (!(isHex(c) || c == ':' || c == '.')) return false;
+        if (!(isHexDigit(c) || c == ':' || c == '.')) return false;
     }
     if (zone == std::string_view::npos) return true;
     const std::string_view name = literal.substr(zone);
@@ -68,11 +71,11 @@ std::optional<HTTPURL> HTTPURL::parse(std::string_view text) {
 
     // scheme = ALPHA *( ALPHA / DIGIT / "+" / "-" / "." ), then "://"
     const std::size_t colon = text.find(':');
-    if (colon == std::string_view::npos || colon == 0 || !isAlpha(text.front())) return std::nullopt;
+    if (colon == std::string_view::npos || colon == 0 || !isAsciiLetter(text.front())) return std::nullopt;
     HTTPURL url;
     for (char c : text.substr(0, colon)) {
-        if (!(isAlpha(c) || isDigit(c) || c == '+' || c == '-' || c == '.')) return std::nullopt;
-        url.scheme.push_back(lower(c));
+        if (!(isAsciiLetter(c) || isAsciiDigit(c) || c == '+' || c == '-' || c == '.')) return std::nullopt;
+        url.scheme.push_back(asciiLower(c));
     }
     std::string_view rest = text.substr(colon + 1);
     if (!rest.starts_with("//")) return std::nullopt;
@@ -116,7 +119,7 @@ std::optional<HTTPURL> HTTPURL::parse(std::string_view text) {
         if (port.size() > 5) return std::nullopt;
         int value = 0;
         for (char c : port) {
-            if (!isDigit(c)) return std::nullopt;
+            if (!isAsciiDigit(c)) return std::nullopt;
             value = value * 10 + (c - '0');
         }
         if (value > 65535) return std::nullopt;

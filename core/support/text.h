@@ -6,6 +6,13 @@
 
 namespace holdenmere::text {
 
+// ASCII character classes that do not depend on the C locale, for reading
+// URLs, protocol lines and tool output.
+constexpr bool isAsciiLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+constexpr bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool isHexDigit(char c) { return isAsciiDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+constexpr char asciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 // The shortest decimal form that reads back as the same double: 90 -> "90",
 // 12.5 -> "12.5", 0.1 -> "0.1".
 std::string number(double value);
