@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -173,15 +174,17 @@ void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, con
 }
 
 // Work of the pass that goes on beside the main thread until its result is
-// wanted; done on the spot when no thread can be had.
+// wanted; done on the spot when no thread can be had. What the work throws
+// is thrown again from get(), on the thread that wants the result, rather
+// than ending the process from a thread of its own.
 template <class Result>
 class Beside {
 public:
     explicit Beside(std::function<Result()> work) : work_(std::move(work)) {
         try {
-            thread_ = std::thread([this] { result_ = work_(); });
+            thread_ = std::thread([this] { perform(); });
         } catch (const std::system_error&) {
-            result_ = work_();
+            perform();
         }
     }
     ~Beside() {
@@ -193,12 +196,22 @@ public:
     // Waits for the work when it is still going on. One caller at a time.
     Result& get() {
         if (thread_.joinable()) thread_.join();
+        if (failure_) std::rethrow_exception(failure_);
         return *result_;
     }
 
 private:
+    void perform() {
+        try {
+            result_ = work_();
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
+    }
+
     std::function<Result()> work_;
     std::optional<Result> result_;
+    std::exception_ptr failure_;
     std::thread thread_;
 };
 
