@@ -9,7 +9,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -36,9 +35,8 @@
 #include "core/apps/launch_request.h"
 #include "core/support/bundle.h"
 #include "core/support/clock.h"
+#include "core/support/spawn.h"
 #include "core/support/work_queue.h"
-
-extern char** environ;
 
 namespace holdenmere {
 
@@ -205,39 +203,16 @@ struct SystemAppRunning::Implementation {
 // for a hidden launch, once the stable checks have passed.
 void SystemAppRunning::Implementation::start(std::vector<std::string> argv, const std::optional<std::string>& identifier,
                                              const OpenOptions& options, const std::shared_ptr<LaunchRequest>& request) {
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY, 0);
-    }
-    sigset_t noSignals;
-    sigset_t defaultSignals;
-    sigemptyset(&noSignals);
-    sigemptyset(&defaultSignals);
-    for (int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&defaultSignals, signal);
-    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
-#if defined(POSIX_SPAWN_SETSID)
     // A session of its own: the app survives the login pass and its terminal.
-    flags |= POSIX_SPAWN_SETSID;
-#else
-    flags |= POSIX_SPAWN_SETPGROUP;
-    posix_spawnattr_setpgroup(&attributes, 0);
-#endif
-    posix_spawnattr_setflags(&attributes, flags);
-    posix_spawnattr_setsigmask(&attributes, &noSignals);
-    posix_spawnattr_setsigdefault(&attributes, &defaultSignals);
-
-    std::vector<char*> argvPointers;
-    for (auto& argument : argv) argvPointers.push_back(argument.data());
-    argvPointers.push_back(nullptr);
-
-    pid_t pid = 0;
+    SpawnSetup setup;
+    setup.nullDevice(STDIN_FILENO)
+        .nullDevice(STDOUT_FILENO)
+        .nullDevice(STDERR_FILENO)
+        .ownSession()
+        .defaultSignals({SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD});
+    int spawned = 0;
+    const pid_t pid = setup.spawn(argv, nullptr, spawned);
     const std::string& executable = argv.front();
-    int spawned = ::posix_spawn(&pid, executable.c_str(), &actions, &attributes, argvPointers.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
     if (spawned != 0) {
         request->deliver(LaunchAttempt::failed("could not start " + executable + ": " + std::strerror(spawned)));
         return;

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +12,8 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
+
+#include "core/support/spawn.h"
 
 extern char** environ;
 
@@ -76,14 +77,6 @@ bool drain(Stream& stream) {
         if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
         return false;
     }
-}
-
-std::vector<char*> pointers(std::vector<std::string>& strings) {
-    std::vector<char*> result;
-    result.reserve(strings.size() + 1);
-    for (auto& text : strings) result.push_back(text.data());
-    result.push_back(nullptr);
-    return result;
 }
 
 // Whether the child has ended, without reaping it: its process group stays
@@ -153,43 +146,21 @@ ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
         return result;
     }
 
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, output.writeEnd(), STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, request.combineOutput ? output.writeEnd() : error.writeEnd(),
-                                     STDERR_FILENO);
-
     // Own process group (so a time-out kills the tool's children too), default
     // signal dispositions and an empty mask whatever this process set up.
-    sigset_t noSignals;
-    sigset_t defaultSignals;
-    sigemptyset(&noSignals);
-    sigemptyset(&defaultSignals);
-    for (int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) sigaddset(&defaultSignals, signal);
-    short flags = POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
-#if defined(__APPLE__)
-    // Only the descriptors named in the file actions reach the tool.
-    flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
-#endif
-    posix_spawnattr_setflags(&attributes, flags);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setsigmask(&attributes, &noSignals);
-    posix_spawnattr_setsigdefault(&attributes, &defaultSignals);
+    SpawnSetup setup;
+    setup.nullDevice(STDIN_FILENO)
+        .descriptor(output.writeEnd(), STDOUT_FILENO)
+        .descriptor(request.combineOutput ? output.writeEnd() : error.writeEnd(), STDERR_FILENO)
+        .onlyNamedDescriptors()
+        .ownProcessGroup()
+        .defaultSignals({SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD});
 
     std::vector<std::string> argv{request.executable.string()};
     argv.insert(argv.end(), request.arguments.begin(), request.arguments.end());
-    auto argvPointers = pointers(argv);
-    std::vector<std::string> environment = request.environment ? *request.environment : environmentWith({});
-    auto environmentPointers = pointers(environment);
-
-    pid_t pid = 0;
-    int spawned = ::posix_spawn(&pid, request.executable.c_str(), &actions, &attributes, argvPointers.data(),
-                                environmentPointers.data());
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
+    const std::vector<std::string> environment = request.environment ? *request.environment : environmentWith({});
+    int spawned = 0;
+    const pid_t pid = setup.spawn(argv, &environment, spawned);
     if (spawned != 0) {
         result.startError = "could not start " + request.executable.string() + ": " + std::strerror(spawned);
         return result;
