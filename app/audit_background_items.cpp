@@ -25,12 +25,9 @@ void printBackgroundItems(std::ostream& out, BackgroundItemsTool& tool, const Co
         out << kTag << "BACKGROUND ITEMS: incomplete" << kDash << scan.incomplete << '\n';
         return;
     }
-    HoldenmereConfig config;
-    try {
-        config = store.load();
-    } catch (const ConfigStoreError&) {
-        // The configuration's own block has said so; every item is unmanaged.
-    }
+    // A configuration that cannot be read has been reported in its own
+    // block; every item is then unmanaged.
+    const HoldenmereConfig config = store.tryLoad().value_or(HoldenmereConfig{});
     const auto& result = *scan.result;
     const auto items = StartupDiscovery::unmanaged(result.startupItems(), config.apps);
     const auto ineligible = LoginOwnership::shownIneligible(result.ineligible, config.apps, config.blockedApps);

@@ -43,11 +43,8 @@ void printStartupInventory(std::ostream& out) {
     // Held items read as held; a configuration that cannot be read is
     // reported above and holds nothing here.
     auto system = makeSystemStartupInventory([] {
-        try {
-            return ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")).load().heldStartup;
-        } catch (const ConfigStoreError&) {
-            return std::vector<HeldStartupItem>{};
-        }
+        auto config = ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")).tryLoad();
+        return config ? config->heldStartup : std::vector<HeldStartupItem>{};
     });
     printInventory(out, system.inventory.scan());
 }

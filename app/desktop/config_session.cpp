@@ -115,12 +115,11 @@ bool ConfigSession::startFromDefaults() {
     }
     // The file may have been mended (or replaced by the login pass) since
     // it was found damaged: then it is kept as it is.
-    try {
-        config_ = store_.load();
+    if (auto mended = store_.tryLoad()) {
+        config_ = std::move(*mended);
         setDamage({});
         emit changed();
         return true;
-    } catch (const ConfigStoreError&) {
     }
     try {
         if (files::exists(store_.url)) {

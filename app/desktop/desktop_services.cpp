@@ -23,11 +23,9 @@ StartupInventory DesktopServices::startupInventory() {
     return makeStartupInventory(InventoryTools{launchctl(), *systemExtensions_, launchAgentDirectories(),
                                                "/Library/LaunchDaemons", BrackenspurLabels::fromEnvironment(),
                                                tools_.get(), homeDirectory(), [store = configStore()] {
-                                                   try {
-                                                       return store.load().heldStartup;
-                                                   } catch (const ConfigStoreError&) {
-                                                       return std::vector<HeldStartupItem>{};
-                                                   }
+                                                   auto config = store.tryLoad();
+                                                   return config ? config->heldStartup
+                                                                 : std::vector<HeldStartupItem>{};
                                                }});
 }
 

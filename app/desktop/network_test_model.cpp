@@ -50,11 +50,8 @@ void NetworkTestModel::start() {
     summary_.clear();
 
     // The settings as saved now, not as last shown.
-    GateSettings settings = session_.config().settings;
-    try {
-        settings = session_.store().load().settings;
-    } catch (const ConfigStoreError&) {
-    }
+    const auto saved = session_.store().tryLoad();
+    const GateSettings settings = saved ? saved->settings : session_.config().settings;
 
     run_ = std::make_shared<Run>();
     run_->probe = services_.makeProbe();

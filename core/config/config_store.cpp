@@ -40,6 +40,14 @@ HoldenmereConfig ConfigStore::load() const {
     }
 }
 
+std::optional<HoldenmereConfig> ConfigStore::tryLoad() const {
+    try {
+        return load();
+    } catch (const ConfigStoreError&) {
+        return std::nullopt;
+    }
+}
+
 void ConfigStore::save(const HoldenmereConfig& config) const {
     try {
         files::writeAtomically(url, json::encodePretty(config_codec::encode(config)));

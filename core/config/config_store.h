@@ -39,6 +39,9 @@ struct ConfigStore {
     // exists (nothing is written). Throws ConfigStoreError read; a file that
     // cannot be read is left exactly as it is.
     HoldenmereConfig load() const;
+    // The same, or nothing for callers that carry on without the file
+    // (whose damage is told elsewhere) rather than report it.
+    [[nodiscard]] std::optional<HoldenmereConfig> tryLoad() const;
     // Writes the whole config atomically, creating missing folders. Throws
     // ConfigStoreError write; the previous file then stays intact.
     void save(const HoldenmereConfig& config) const;

@@ -79,13 +79,9 @@ std::vector<LaunchRecord> HistoryStore::load() const {
 }
 
 void HistoryStore::appendOrThrow(const std::vector<LaunchRecord>& records, const Reading* earlier) const {
-    bool current = false;
-    if (earlier != nullptr && earlier->stamp) {
-        try {
-            current = files::stampOf(url) == *earlier->stamp;
-        } catch (const std::system_error&) {
-        }
-    }
+    // The earlier reading stands for the file only while the file is the
+    // one that was read; when that cannot be told it is read again.
+    const bool current = earlier != nullptr && earlier->stamp && files::stampOf(url) == earlier->stamp;
     std::vector<LaunchRecord> readNow;
     if (!current) {
         try {

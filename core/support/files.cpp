@@ -97,11 +97,11 @@ std::string read(const std::filesystem::path& path, Stamp* stamp) {
     return contents;
 }
 
-Stamp stampOf(const std::filesystem::path& path) {
+std::optional<Stamp> stampOf(const std::filesystem::path& path) {
     struct stat info {};
     if (::stat(path.c_str(), &info) == 0) return stampFrom(info);
     if (errno == ENOENT || errno == ENOTDIR) return Stamp{};
-    throwErrno(errno, "stat", path);
+    return std::nullopt;
 }
 
 bool exists(const std::filesystem::path& path) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -31,8 +32,8 @@ struct Stamp {
 std::string read(const std::filesystem::path& path, Stamp* stamp = nullptr);
 
 // The stamp of the file at `path` now; one with `exists` false when there is
-// none. Throws for any other failure to look.
-Stamp stampOf(const std::filesystem::path& path);
+// none, and nothing when it cannot be looked at.
+[[nodiscard]] std::optional<Stamp> stampOf(const std::filesystem::path& path);
 
 // Whether something (a file, a folder, a dangling link) exists at the path.
 bool exists(const std::filesystem::path& path);
