@@ -252,54 +252,53 @@ void sweepReregistrations(std::ostream& out, const LoginItemsAuditor& auditor, G
     }
 }
 
-}  // namespace
-
-int runGate(std::ostream& out, std::ostream& err) {
-    SystemGateServices system;
-    return runGate(out, err, system.services);
-}
-
-int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
-    // The configuration; nothing happens without it.
-    const ConfigStore store = ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH"));
+// The configuration as the pass uses it, brought up to date.
+struct LoadedConfig {
+    ConfigStore store;
     HoldenmereConfig config;
-    try {
-        config = store.load();
-    } catch (const ConfigStoreError& error) {
-        err << kTag << "ERROR: config unreadable at " << store.url.string() << ": " << error.what()
-            << ". Launching nothing. Open Holdenmere to repair it.\n";
-        return exit_status::kConfigUnreadable;
-    }
-
-    // Whether the file was written before the ledger existed; any save below
+    // The file was written before the ledger existed; any save below
     // writes the ledger's keys.
-    const bool predatesLedger = config.predatesLedger;
+    bool predatesLedger = false;
+    std::set<std::string> systemDaemonAppPaths;
+    std::vector<ManagedApp> movedToBlocked;
+};
 
-    // Bring it up to date.
-    const std::set<std::string> systemDaemonAppPaths = services.systemDaemonAppPaths();
-    auto migration = LoginOwnership::migrate(config, systemDaemonAppPaths);
+// Reads the configuration and migrates it, saving it when that changed
+// anything. Nothing, after the error is printed, when it cannot be read:
+// then nothing happens at all.
+std::optional<LoadedConfig> loadAndMigrate(std::ostream& out, std::ostream& err, GateServices& services) {
+    LoadedConfig loaded{ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")), {}, false, {}, {}};
+    try {
+        loaded.config = loaded.store.load();
+    } catch (const ConfigStoreError& error) {
+        err << kTag << "ERROR: config unreadable at " << loaded.store.url.string() << ": " << error.what()
+            << ". Launching nothing. Open Holdenmere to repair it.\n";
+        return std::nullopt;
+    }
+    loaded.predatesLedger = loaded.config.predatesLedger;
+    loaded.systemDaemonAppPaths = services.systemDaemonAppPaths();
+    auto migration = LoginOwnership::migrate(loaded.config, loaded.systemDaemonAppPaths);
     for (const auto& line : migration.logLines) out << kTag << line << '\n';
-    config = std::move(migration.config);
+    loaded.config = std::move(migration.config);
+    loaded.movedToBlocked = std::move(migration.movedToBlocked);
     if (migration.changed()) {
         try {
-            store.save(config);
+            loaded.store.save(loaded.config);
         } catch (const ConfigStoreError& error) {
             out << kTag << "WARNING: could not save the migrated config" << kDash << error.what() << '\n';
         }
     }
     out.flush();
+    return loaded;
+}
 
-    // The history is read while the pass waits for the network, and the
-    // run's records are put in front of that reading at the end (unless the
-    // file changed in between, when it is read again).
-    const HistoryStore history = HistoryStore::resolving(environmentValue("HOLDENMERE_HISTORY_PATH"));
-    Beside<HistoryStore::Reading> historyReading([&history] { return history.read(); });
-
-    // The run, under the whole pass's deadline. The runner works on a
-    // thread of its own; when the deadline passes first the process ends
-    // here, leaving the apps already opened open and recording nothing, but
-    // not before the held helpers are started (unless the runner already
-    // began starting them), since nothing else would start them this session.
+// The run, under the whole pass's deadline. The runner works on a thread of
+// its own; when the deadline passes first the process ends here, leaving
+// the apps already opened open and recording nothing, but not before the
+// held helpers are started (unless the runner already began starting
+// them), since nothing else would start them this session.
+LaunchPlan runUnderDeadline(std::ostream& out, std::ostream& err, GateServices& services,
+                            const HoldenmereConfig& config) {
     auto pass = std::make_unique<Pass>(services);
     auto done = std::make_shared<Signal>();
     LaunchPlan plan;
@@ -318,8 +317,119 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
         std::_Exit(exit_status::kFailure);
     }
     worker.join();
+    return plan;
+}
 
-    // Record the run. The file is written (and flushed to disk) beside the
+// The startup-sources step on its thread, under its own deadline: 30 s and
+// 25 s for each app or held item it may have to act on.
+struct StartupSourcesRun {
+    std::shared_ptr<StartupSourcesStep> step = std::make_shared<StartupSourcesStep>();
+    double budget = 0;
+    double start = 0;
+    std::thread worker;
+
+    StartupSourcesRun() = default;
+    StartupSourcesRun(const StartupSourcesRun&) = delete;
+    StartupSourcesRun& operator=(const StartupSourcesRun&) = delete;
+    ~StartupSourcesRun() {
+        if (worker.joinable()) worker.join();
+    }
+};
+
+void startStartupSources(StartupSourcesRun& run, GateServices& services, const LoadedConfig& loaded,
+                         const LaunchPlan& plan) {
+    StartupSourcesInputs inputs{loaded.store,
+                                {plan.records, loaded.systemDaemonAppPaths, {}, loaded.predatesLedger}};
+    for (const auto& app : loaded.movedToBlocked) inputs.pass.switchedOff.insert(app.bundleIdentifier);
+    const auto& config = loaded.config;
+    run.budget = LoginOwnership::startupStepBudget(LoginOwnership::startupOptOuts(config)) +
+                 25.0 * static_cast<double>(config.apps.size() + config.blockedApps.size());
+    run.start = services.clock.uptime();
+    run.worker = std::thread([step = run.step, &services, inputs] {
+        runStartupSourcesStep(*step, services, inputs);
+        step->done.raise();
+    });
+}
+
+// The run's lines, in their order: whether it was recorded, the probe, one
+// line per app and held helper, and the Login Items conflicts.
+void printRun(std::ostream& out, GateServices& services, const std::optional<std::string>& recordingFailure,
+              const LaunchPlan& plan, const std::vector<LoginItemsAuditor::Conflict>& conflicts) {
+    if (recordingFailure) out << kTag << "WARNING: this run was NOT recorded" << kDash << *recordingFailure << '\n';
+    if (plan.probe) {
+        out << ProbeLogLine::text(*plan.probe, versionForLog(), services.clock.now()) << '\n';
+    } else {
+        out << kTag << "gate disabled\n";
+    }
+    for (const auto& record : plan.allRecords()) printRecord(out, record);
+    printConflicts(out, conflicts);
+    out.flush();
+}
+
+// Waits out the step's deadline. Once it passes no new change starts; the
+// one in flight (each tool call has its own time limit) finishes and is
+// reported. Then the step's lines are printed and its records appended.
+void finishStartupSources(std::ostream& out, std::ostream& err, GateServices& services, StartupSourcesRun& run,
+                          const HistoryStore& history, const LaunchPlan& plan) {
+    auto& step = *run.step;
+    const double left = run.budget - (services.clock.uptime() - run.start);
+    const bool inTime = waitWithDeadline(services.clock, services.mainLoop, step.done, std::max(0.0, left));
+    if (!inTime) step.cancel.raise();
+    const bool finished = inTime || waitWithDeadline(services.clock, services.mainLoop, step.done, kStepGrace);
+    if (finished) run.worker.join();
+    auto [lines, records] = step.take();
+    for (const auto& line : lines) printLine(out, err, line);
+    if (!records.empty()) {
+        try {
+            history.appendOrThrow(records);
+        } catch (const HistoryStoreError& error) {
+            out << kTag << "WARNING: the startup-sources records were NOT saved" << kDash << error.what() << '\n';
+        }
+    }
+    if (!inTime) {
+        out << kTag << "WARNING: the startup-sources step did not finish in time; it is retried at the next login\n";
+    }
+    out.flush();
+    err.flush();
+    if (!finished) {
+        // Only a change still waiting on a tool past its own time limit gets
+        // here; its recovery entry was saved before it started. End here
+        // rather than tear the pass's services down under it.
+        (void)std::fflush(nullptr);
+        std::_Exit(GateRunner::exitCode(plan));
+    }
+}
+
+// Opens the desktop app quietly when the settings ask for it.
+void openDesktopIfAsked(std::ostream& out, GateServices& services, const HoldenmereConfig& config) {
+    if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle, services.processIdentifier,
+                                                           services.apps, services.clock, services.mainLoop)) {
+        out << kTag << *line << '\n';
+    }
+    out.flush();
+}
+
+}  // namespace
+
+int runGate(std::ostream& out, std::ostream& err) {
+    SystemGateServices system;
+    return runGate(out, err, system.services);
+}
+
+int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
+    const auto loaded = loadAndMigrate(out, err, services);
+    if (!loaded) return exit_status::kConfigUnreadable;
+    const HoldenmereConfig& config = loaded->config;
+
+    // The history is read while the pass waits for the network, and the
+    // run's records are put in front of that reading at the end (unless the
+    // file changed in between, when it is read again).
+    const HistoryStore history = HistoryStore::resolving(environmentValue("HOLDENMERE_HISTORY_PATH"));
+    Beside<HistoryStore::Reading> historyReading([&history] { return history.read(); });
+
+    const LaunchPlan plan = runUnderDeadline(out, err, services, config);
+
+    // The run is recorded (the file written and flushed to disk) beside the
     // Login Items question and the startup-sources step, which touch
     // neither the history nor the lines printed before theirs.
     Beside<std::optional<std::string>> recording([&history, &historyReading, records = plan.allRecords()] {
@@ -336,76 +446,17 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     const LoginItemsAuditor auditor(services.scripts);
     const auto conflicts = LoginItemsAuditor::conflictsNotLaunchedThisRun(auditor.conflicts(config.apps), plan.records);
 
-    // Take startup over, under the step's own deadline: 30 s and 25 s for
-    // each app or held item it may have to act on. Once it passes no new
-    // change starts; the one in flight (each tool call has its own time
-    // limit) finishes and is reported.
-    StartupSourcesInputs inputs{store, {plan.records, systemDaemonAppPaths, {}, predatesLedger}};
-    for (const auto& app : migration.movedToBlocked) inputs.pass.switchedOff.insert(app.bundleIdentifier);
-    auto step = std::make_shared<StartupSourcesStep>();
-    const double stepBudget = LoginOwnership::startupStepBudget(LoginOwnership::startupOptOuts(config)) +
-                              25.0 * static_cast<double>(config.apps.size() + config.blockedApps.size());
-    const double stepStart = services.clock.uptime();
-    std::thread stepWorker([step, &services, inputs] {
-        runStartupSourcesStep(*step, services, inputs);
-        step->done.raise();
-    });
+    StartupSourcesRun startupSources;
+    startStartupSources(startupSources, services, *loaded, plan);
+    printRun(out, services, recording.get(), plan, conflicts);
+    finishStartupSources(out, err, services, startupSources, history, plan);
 
-    // The run's lines, in their order.
-    if (const auto& failure = recording.get()) {
-        out << kTag << "WARNING: this run was NOT recorded" << kDash << *failure << '\n';
-    }
-    if (plan.probe) {
-        out << ProbeLogLine::text(*plan.probe, versionForLog(), services.clock.now()) << '\n';
-    } else {
-        out << kTag << "gate disabled\n";
-    }
-    for (const auto& record : plan.allRecords()) printRecord(out, record);
-    printConflicts(out, conflicts);
-    out.flush();
-
-    const double stepLeft = stepBudget - (services.clock.uptime() - stepStart);
-    const bool stepInTime = waitWithDeadline(services.clock, services.mainLoop, step->done, std::max(0.0, stepLeft));
-    if (!stepInTime) step->cancel.raise();
-    const bool stepFinished = stepInTime || waitWithDeadline(services.clock, services.mainLoop, step->done, kStepGrace);
-    if (stepFinished) stepWorker.join();
-    auto [stepLines, stepRecords] = step->take();
-    for (const auto& line : stepLines) printLine(out, err, line);
-    if (!stepRecords.empty()) {
-        try {
-            history.appendOrThrow(stepRecords);
-        } catch (const HistoryStoreError& error) {
-            out << kTag << "WARNING: the startup-sources records were NOT saved" << kDash << error.what() << '\n';
-        }
-    }
-    if (!stepInTime) {
-        out << kTag << "WARNING: the startup-sources step did not finish in time; it is retried at the next login\n";
-    }
-    out.flush();
-    err.flush();
-    if (!stepFinished) {
-        // Only a change still waiting on a tool past its own time limit gets
-        // here; its recovery entry was saved before it started. End here
-        // rather than tear the pass's services down under it.
-        (void)std::fflush(nullptr);
-        std::_Exit(GateRunner::exitCode(plan));
-    }
-
-    // Open the desktop app quietly when the settings ask for it.
-    if (auto line = OpenAtLogin::openHoldenmereIfRequested(config.settings, services.bundle, services.processIdentifier,
-                                                           services.apps, services.clock, services.mainLoop)) {
-        out << kTag << *line << '\n';
-    }
-    out.flush();
+    openDesktopIfAsked(out, services, config);
 
     // Apps that put their Login Item back as they start, as the
     // configuration now stands (the step may have imported some).
-    HoldenmereConfig current = config;
-    try {
-        current = store.load();
-    } catch (const ConfigStoreError&) {
-    }
-    sweepReregistrations(out, auditor, services, store, current, history);
+    const HoldenmereConfig current = loaded->store.tryLoad().value_or(config);
+    sweepReregistrations(out, auditor, services, loaded->store, current, history);
     out.flush();
 
     return GateRunner::exitCode(plan);
