@@ -1,13 +1,11 @@
 #include "app/audit_background_items.h"
 
 #include "core/discovery/startup_discovery.h"
+#include "core/support/log_text.h"
 #include "core/takeover/login_ownership.h"
 
 namespace holdenmere {
 namespace {
-
-constexpr const char* kTag = "[Holdenmere] ";
-constexpr const char* kDash = " \xE2\x80\x94 ";
 
 std::string remedyText(const BackgroundItemScanner::Remedy& remedy) {
     if (const auto* agent = std::get_if<BackgroundItemScanner::LaunchAgent>(&remedy)) {

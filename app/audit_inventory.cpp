@@ -2,15 +2,13 @@
 
 #include "core/config/config_store.h"
 #include "core/support/environment.h"
+#include "core/support/log_text.h"
 #include "core/support/text.h"
 #include "core/takeover/inventory_text.h"
 #include "core/takeover/system_inventory.h"
 
 namespace holdenmere {
 namespace {
-
-constexpr const char* kTag = "[Holdenmere] ";
-constexpr const char* kDash = " \xE2\x80\x94 ";
 
 std::string chip(const std::string& text) { return "[" + text + "]"; }
 

@@ -3,6 +3,7 @@
 #include "app/audit_inventory.h"
 #include "app/audit_background_items.h"
 #include "app/command_line.h"
+#include "core/support/log_text.h"
 #include "core/takeover/system_tools.h"
 #include "core/config/config_store.h"
 #include "core/config/last_login_conflicts.h"
@@ -12,9 +13,6 @@
 
 namespace holdenmere {
 namespace {
-
-constexpr const char* kTag = "[Holdenmere] ";
-constexpr const char* kDash = " \xE2\x80\x94 ";
 
 template <class Items>
 std::string names(const Items& items) {

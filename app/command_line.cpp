@@ -4,6 +4,7 @@
 #include "app/gate_mode.h"
 #include "app/repair_helpers_mode.h"
 #include "app/restore_startup_mode.h"
+#include "core/support/log_text.h"
 #include "core/takeover/system_tools.h"
 
 #include <exception>
@@ -24,7 +25,6 @@ CLIMode gCurrentMode = CLIMode::app();
 bool gOpenedQuietly = false;
 DesktopEntry gDesktopEntry;
 
-constexpr const char* kTag = "[Holdenmere] ";
 
 int printVersion(std::ostream& out) {
     out << CLIMode::versionText() << '\n';

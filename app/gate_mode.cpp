@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "app/command_line.h"
+#include "core/support/log_text.h"
 #include "core/takeover/system_tools.h"
 #include "core/apps/app_running.h"
 #include "core/config/config_store.h"
@@ -42,8 +43,6 @@
 namespace holdenmere {
 namespace {
 
-constexpr const char* kTag = "[Holdenmere] ";
-constexpr const char* kDash = " \xE2\x80\x94 ";
 // How long a step that ran out of time gets to finish the change it is
 // making: longer than any one change's tool calls may take.
 constexpr double kStepGrace = 45.0;

@@ -5,14 +5,13 @@
 #include "app/command_line.h"
 #include "core/config/config_store.h"
 #include "core/launchd/helper_repair.h"
+#include "core/support/log_text.h"
 #include "core/takeover/startup_change_engine.h"
 #include "core/takeover/startup_transaction.h"
 
 namespace holdenmere {
 namespace {
 
-constexpr const char* kTag = "[Holdenmere] ";
-constexpr const char* kDash = " \xE2\x80\x94 ";
 // Who repaired, as the run log names it.
 constexpr const char* kLogSource = "cli";
 

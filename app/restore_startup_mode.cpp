@@ -4,15 +4,10 @@
 #include "core/config/config_store.h"
 #include "core/launchd/agent_installer.h"
 #include "core/support/environment.h"
+#include "core/support/log_text.h"
 #include "core/takeover/startup_restorer.h"
 
 namespace holdenmere {
-namespace {
-
-constexpr const char* kTag = "[Holdenmere] ";
-constexpr const char* kDash = " \xE2\x80\x94 ";
-
-}  // namespace
 
 RestoreStartupRun RestoreStartupRun::atPath(bool dryRun, const std::filesystem::path& configPath,
                                             const std::filesystem::path& loginAgentPlist) {

@@ -18,9 +18,6 @@
 namespace holdenmere::desktop {
 namespace {
 
-constexpr const char* kDash = " \xE2\x80\x94 ";
-constexpr std::string_view kTag = "[Holdenmere] ";
-
 QString text(const std::string& value) { return QString::fromStdString(value); }
 
 

@@ -9,11 +9,10 @@
 #include <set>
 
 #include "core/apps/hidden_launch_confirmation.h"
+#include "core/support/log_text.h"
 
 namespace holdenmere {
 namespace {
-
-constexpr const char* kDash = " \xE2\x80\x94 ";
 
 std::string oneDecimal(double value) {
     char buffer[48];

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "core/support/log_text.h"
+
 namespace holdenmere {
 
 std::string GateRunner::unreachablePrefix(double elapsed) {
@@ -43,7 +45,7 @@ LaunchPlan GateRunner::run(const HoldenmereConfig& config, const Signal* cancell
     } else if (config.settings.launchAnywayOnTimeout) {
         plan.records = launcher_.launchAll(config.apps, cancellation);
         for (auto& record : plan.records) {
-            record.detail = unreachablePrefix(probe.elapsed) + " \xE2\x80\x94 " + record.detail;
+            record.detail = unreachablePrefix(probe.elapsed) + kDash + record.detail;
         }
     } else {
         for (const auto& app : config.apps) {

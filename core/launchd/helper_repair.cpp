@@ -5,11 +5,10 @@
 #include <system_error>
 
 #include "core/support/files.h"
+#include "core/support/log_text.h"
 
 namespace holdenmere {
 namespace {
-
-constexpr const char* kDash = " \xE2\x80\x94 ";
 
 std::string helperName(const HelperRepair::Candidate& candidate) { return candidate.appName + kDash + candidate.label; }
 

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
+#include "core/support/log_text.h"
 #include "core/takeover/login_ownership.h"
 
 namespace holdenmere {
 namespace {
 
-constexpr const char* kDash = " \xE2\x80\x94 ";
 using Status = StartupChangeOutcome::Status;
 
 bool recorded(const HoldenmereConfig& config, const std::string& bundleIdentifier, const std::string& label) {

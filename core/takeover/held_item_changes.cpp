@@ -5,12 +5,12 @@
 #include <memory>
 
 #include "core/takeover/startup_change_engine.h"
+#include "core/support/log_text.h"
 #include "core/takeover/startup_switch.h"
 
 namespace holdenmere {
 namespace {
 
-constexpr const char* kDash = " \xE2\x80\x94 ";
 constexpr const char* kStartsAtLogin = "startsAtLogin";
 
 using Status = StartupChangeOutcome::Status;

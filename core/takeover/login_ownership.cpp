@@ -6,12 +6,11 @@
 #include <filesystem>
 
 #include "core/discovery/startup_discovery.h"
+#include "core/support/log_text.h"
 #include "core/support/text.h"
 
 namespace holdenmere {
 namespace {
-
-constexpr const char* kDash = " \xE2\x80\x94 ";
 
 template <typename Record>
 std::set<std::string> bundleIdentifiers(const std::vector<Record>& records) {

@@ -4,13 +4,13 @@
 #include <map>
 
 #include "core/discovery/startup_discovery.h"
+#include "core/support/log_text.h"
 #include "core/support/text.h"
 #include "core/takeover/login_ownership.h"
 
 namespace holdenmere {
 namespace {
 
-constexpr const char* kDash = " \xE2\x80\x94 ";
 using Status = StartupChangeOutcome::Status;
 
 template <typename Item>

@@ -4,6 +4,7 @@
 
 #include "core/discovery/login_items_auditor.h"
 #include "core/launchd/helper_delay.h"
+#include "core/support/log_text.h"
 #include "core/support/text.h"
 #include "core/takeover/login_ownership.h"
 #include "core/takeover/startup_restorer.h"
@@ -11,7 +12,6 @@
 namespace holdenmere {
 namespace {
 
-constexpr const char* kDash = " \xE2\x80\x94 ";
 using Status = StartupChangeOutcome::Status;
 
 std::string heldLine(const std::string& name, DelayedHelper::Mode mode) {

@@ -4,13 +4,13 @@
 #include <algorithm>
 
 #include "core/discovery/session_restore_scanner.h"
+#include "core/support/log_text.h"
 #include "core/takeover/startup_actions.h"
 #include "core/takeover/startup_switch.h"
 
 namespace holdenmere {
 namespace {
 
-constexpr const char* kDash = " \xE2\x80\x94 ";
 using Status = StartupChangeOutcome::Status;
 
 const HeldStartupItem* heldItem(const HoldenmereConfig& config, const StartupEntry& entry) {

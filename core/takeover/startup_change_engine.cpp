@@ -8,11 +8,10 @@
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/discovery/startup_discovery.h"
 #include "core/support/files.h"
+#include "core/support/log_text.h"
 
 namespace holdenmere {
 namespace {
-
-constexpr const char* kDash = " \xE2\x80\x94 ";
 
 using Status = StartupChangeOutcome::Status;
 

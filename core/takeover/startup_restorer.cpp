@@ -3,12 +3,12 @@
 #include <algorithm>
 
 #include "core/launchd/launchctl_running.h"
+#include "core/support/log_text.h"
 #include "core/takeover/startup_switch.h"
 
 namespace holdenmere {
 namespace {
 
-constexpr const char* kDash = " \xE2\x80\x94 ";
 constexpr const char* kKept = "; kept in the ledger";
 constexpr const char* kOptedOut = "you excluded it from giving back; kept in the ledger";
 

@@ -4,12 +4,12 @@
 #include <algorithm>
 
 #include "core/takeover/login_ownership.h"
+#include "core/support/log_text.h"
 #include "core/takeover/startup_switch.h"
 
 namespace holdenmere {
 namespace {
 
-constexpr const char* kDash = " \xE2\x80\x94 ";
 constexpr double kStepBase = 30;
 constexpr double kStepPerItem = 25;
 

@@ -4,12 +4,9 @@
 #include <exception>
 #include <system_error>
 
+#include "core/support/log_text.h"
+
 namespace holdenmere {
-namespace {
-
-constexpr const char* kDash = " \xE2\x80\x94 ";
-
-}  // namespace
 
 ConfigAccess ConfigAccess::of(const ConfigStore& store) {
     return ConfigAccess{store.url, [store] { return store.load(); },
