@@ -6,15 +6,16 @@
 #include <string>
 #include <vector>
 
+#include "core/discovery/login_items_simulation.h"
 #include "core/discovery/script_running.h"
 #include "core/launchd/launchctl_running.h"
+#include "core/launchd/launchd_simulation.h"
 
 namespace holdenmere::desktop {
 
-// launchd for a UI fixture, kept in memory: which labels are loaded and
-// which are disabled. "enable", "disable", "bootout" and "bootstrap" change
-// it as launchd would; nothing reaches the real launchd. Safe to call from
-// any thread.
+// launchd for a UI fixture, simulated in memory: "enable", "disable",
+// "bootout" and "bootstrap" change it as launchd would; nothing reaches the
+// real launchd. Safe to call from any thread.
 class MemoryLaunchctl final : public LaunchctlRunning {
 public:
     void setLoaded(const std::string& label, bool loaded);
@@ -26,32 +27,25 @@ public:
     bool isLoaded(std::string_view label) override;
     bool isDisabled(std::string_view label) override;
     std::optional<std::set<std::string>> disabledLabels() override;
-    // The disabled labels; a fixture marks nothing enabled.
     std::optional<std::map<std::string, bool>> disabledMarks() override;
 
 private:
     std::mutex mutex_;
-    std::set<std::string> loaded_;
-    std::set<std::string> disabled_;
-    std::map<std::string, std::string> labelOfPlist_;
+    SimulatedLaunchd launchd_;
 };
 
-// System Events' Login Items for a UI fixture, kept in memory: answers the
-// scripts of the Login Items auditor (list paths, list hidden flags, delete
-// by path or name, make new) and nothing else. Safe to call from any thread.
+// System Events' Login Items for a UI fixture, simulated in memory: the
+// auditor's scripts are answered and "delete" and "make new" change the
+// list; a script System Events would refuse fails. Safe to call from any
+// thread.
 class MemoryLoginItems final : public ScriptRunning {
 public:
-    struct Item {
-        std::string path;
-        bool hidden = false;
-    };
-
-    void add(Item item);
+    void add(SimulatedLoginItem item);
     std::optional<std::string> run(const std::string& script) override;
 
 private:
     std::mutex mutex_;
-    std::vector<Item> items_;
+    SimulatedLoginItems loginItems_;
 };
 
 }  // namespace holdenmere::desktop

@@ -10,25 +10,19 @@
 #include <vector>
 
 #include "core/launchd/launchctl_running.h"
+#include "core/launchd/launchd_simulation.h"
 
 namespace holdenmere::testing {
 
-// launchd's state for one user, kept in memory: which labels are loaded and
-// which are disabled. "enable", "disable", "bootout" and "bootstrap" change
-// it as launchd would; every call is recorded, so tests can assert the exact
-// argument vectors in order. `exitStatus` makes a subcommand fail instead.
-class FakeLaunchctlRunning final : public LaunchctlRunning {
+// launchd for one user, simulated in memory ("enable", "disable",
+// "bootout" and "bootstrap" change it as launchd would); every call is
+// recorded, so tests can assert the exact argument vectors in order.
+// `exitStatus` makes a subcommand fail instead.
+class FakeLaunchctlRunning final : public LaunchctlRunning, public SimulatedLaunchd {
 public:
-    std::set<std::string> loaded;
-    std::set<std::string> disabled;
-    // Labels that "bootstrap" of a plist path loads: plist path -> label.
-    std::map<std::string, std::string> labelOfPlist;
     // A non-zero status here makes that subcommand ("enable", "bootstrap", …)
     // fail without changing anything.
     std::map<std::string, std::int32_t> exitStatus;
-    // Labels whose disabled mark "enable" does not clear although it exits 0,
-    // as launchd does for a service that a configuration profile disables.
-    std::set<std::string> stuckDisabled;
     // When false, disabledLabels() is absent and isDisabled() is false, as
     // when launchd's output cannot be read.
     bool disabledListReadable = true;
@@ -36,9 +30,6 @@ public:
     // launchd between the reads of one change.
     std::function<void()> beforeDisabledList;
     std::optional<std::vector<std::string>> services;
-    // Labels launchd marks enabled: "enable" leaves such a mark, as launchd
-    // does, and a test can set one up for a job whose plist says "Disabled".
-    std::set<std::string> enabledMarks;
 
     std::vector<std::vector<std::string>> calls() const {
         std::lock_guard lock(mutex_);
@@ -57,32 +48,10 @@ public:
     std::int32_t run(const std::vector<std::string>& arguments) override {
         std::lock_guard lock(mutex_);
         calls_.push_back(arguments);
-        if (arguments.empty()) return 64;
-        const std::string& verb = arguments[0];
-        if (auto it = exitStatus.find(verb); it != exitStatus.end() && it->second != 0) return it->second;
-        const std::string prefix = launchdDomain() + "/";
-        auto labelOf = [&](const std::string& target) {
-            return target.starts_with(prefix) ? target.substr(prefix.size()) : target;
-        };
-        if (verb == "enable" && arguments.size() == 2) {
-            if (stuckDisabled.count(labelOf(arguments[1])) == 0) {
-                disabled.erase(labelOf(arguments[1]));
-                enabledMarks.insert(labelOf(arguments[1]));
-            }
-        } else if (verb == "disable" && arguments.size() == 2) {
-            disabled.insert(labelOf(arguments[1]));
-            enabledMarks.erase(labelOf(arguments[1]));
-        } else if (verb == "bootout" && arguments.size() == 2) {
-            if (loaded.erase(labelOf(arguments[1])) == 0) return 113;  // "Could not find specified service"
-        } else if (verb == "bootstrap" && arguments.size() == 3) {
-            auto it = labelOfPlist.find(arguments[2]);
-            if (it == labelOfPlist.end()) return 5;  // "Bootstrap failed: 5: Input/output error"
-            if (disabled.count(it->second) != 0) return 5;
-            loaded.insert(it->second);
-        } else if (verb == "print" && arguments.size() == 2) {
-            return loaded.count(labelOf(arguments[1])) != 0 ? 0 : 113;
+        if (!arguments.empty()) {
+            if (auto it = exitStatus.find(arguments[0]); it != exitStatus.end() && it->second != 0) return it->second;
         }
-        return 0;
+        return apply(arguments);
     }
     bool isLoaded(std::string_view label) override {
         std::lock_guard lock(mutex_);
@@ -106,10 +75,7 @@ public:
         std::lock_guard lock(mutex_);
         calls_.push_back({"print-disabled", launchdDomain()});
         if (!disabledListReadable) return std::nullopt;
-        std::map<std::string, bool> marks;
-        for (const auto& label : enabledMarks) marks[label] = false;
-        for (const auto& label : disabled) marks[label] = true;
-        return marks;
+        return marks();
     }
     std::optional<std::vector<std::string>> serviceLabels() override {
         std::lock_guard lock(mutex_);

@@ -35,7 +35,7 @@
 
 namespace {
 
-using holdenmere::testing::ScriptAnswer;
+using holdenmere::ScriptAnswer;
 using holdenmere::testing::SystemEventsLoginItems;
 
 constexpr const char* kNotAuthorized = "execution error: Not authorized to send Apple events to System Events. (-1743)";
