@@ -61,6 +61,7 @@ StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts
     const LaunchAgentScanner scanner(launchctl, agentDirectories);
     scan.agentItems = scanner.startupItems();
     scan.ineligible = scanner.ineligibleItems();
+    if (environment.systemDaemonAppPaths) scan.systemDaemonApps = environment.systemDaemonAppPaths();
     for (const auto& item : scan.agentItems) {
         const auto& agent = std::get<StartupItem::LaunchAgent>(item.source);
         ManagedApp app;
@@ -167,8 +168,15 @@ void StartupItemsModel::derive() {
     }
     all.insert(all.end(), scan_.agentItems.begin(), scan_.agentItems.end());
     items_.clear();
+    std::vector<IneligibleRow> daemonRun;
     for (const auto& item : StartupDiscovery::unmanaged(StartupDiscovery::merged(all, backgroundStartupItems(scan_)), config.apps)) {
         if (blocked.count(item.bundleIdentifier) != 0) continue;
+        if (item.path && StartupSafety::runBySystemDaemon(*item.path, scan_.systemDaemonApps)) {
+            const auto* agent = std::get_if<StartupItem::LaunchAgent>(&item.source);
+            daemonRun.push_back(IneligibleRow{item.name, item.bundleIdentifier, agent ? agent->label : *item.path,
+                                              std::string(StartupSafety::kRunBySystemDaemon), false});
+            continue;
+        }
         StartupItemRow row;
         row.bundleIdentifier = item.bundleIdentifier;
         row.name = item.name;
@@ -205,6 +213,7 @@ void StartupItemsModel::derive() {
         if (item.bundleIdentifier) continue;
         ineligible_.push_back(IneligibleRow{item.name, {}, item.path, "not an app, left in Login Items", false});
     }
+    ineligible_.insert(ineligible_.end(), daemonRun.begin(), daemonRun.end());
 
     std::vector<LaunchAgentScanner::AgentConflict> agentConflicts;
     for (const auto& app : config.apps) {

@@ -5,6 +5,7 @@
 #include <QStringList>
 
 #include <map>
+#include <set>
 #include <memory>
 #include <string>
 #include <vector>
@@ -32,6 +33,7 @@ struct StartupScan {
     bool loginItemsUnreadable = false;  // System Events did not answer
     std::vector<StartupItem> agentItems;  // LaunchAgents that open an app and are switched on
     std::map<std::string, SafetyTier> agentTiers;  // by label: what switching each off means
+    std::set<std::string> systemDaemonApps;  // apps system LaunchDaemons run: never offered
     std::vector<IneligibleStartupItem> ineligible;
     // The background items, or nothing when sfltool could not be read
     // (`backgroundIncomplete` says why).

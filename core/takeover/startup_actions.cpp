@@ -55,6 +55,14 @@ void reportRemoval(const StartupChangeOutcome& outcome, const std::string& name,
 
 }  // namespace
 
+std::optional<ActionOutcome> StartupActions::daemonRefusal(const ManagedApp& app) const {
+    if (!StartupSafety::runBySystemDaemon(app.path, services_.environment)) return std::nullopt;
+    ActionOutcome outcome;
+    outcome.fail(app.name + " was not taken over: " + std::string(StartupSafety::kRunBySystemDaemon) +
+                 ". Nothing changed.");
+    return outcome;
+}
+
 ActionOutcome StartupActions::inTransaction(
     const std::function<void(StartupChangeEngine&, ActionOutcome&)>& work) const {
     ActionOutcome outcome;
@@ -77,6 +85,7 @@ SafetyTier StartupActions::agentTier(const ManagedApp& app, const Agent& agent) 
 }
 
 ActionOutcome StartupActions::takeOverLoginItem(const ManagedApp& row, const std::string& loginItemPath) const {
+    if (auto refusal = daemonRefusal(row)) return *refusal;
     return inTransaction([&](StartupChangeEngine& engine, ActionOutcome& outcome) {
         const auto items = engine.loginItems();
         if (!items) {
@@ -104,6 +113,7 @@ ActionOutcome StartupActions::takeOverLoginItem(const ManagedApp& row, const std
 }
 
 ActionOutcome StartupActions::takeOverAgent(const ManagedApp& row, const Agent& agent, bool confirmed) const {
+    if (auto refusal = daemonRefusal(row)) return *refusal;
     ManagedApp app = row;
     app.importedFromStartup = true;
     // Nothing is asked of the system for what the rules do not allow.

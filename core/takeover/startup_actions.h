@@ -112,6 +112,8 @@ private:
     // Runs `work` in a transaction of its own; the outcome tells when the
     // transaction could not begin.
     ActionOutcome inTransaction(const std::function<void(StartupChangeEngine&, ActionOutcome&)>& work) const;
+    // The refusal to take over an app that a system LaunchDaemon runs.
+    std::optional<ActionOutcome> daemonRefusal(const ManagedApp& app) const;
 
     Services services_;
 };

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "core/discovery/startup_discovery.h"
+#include "core/discovery/system_daemon_scanner.h"
 #include "core/discovery/system_extensions.h"
 #include "core/support/environment.h"
 #include "core/takeover/system_tools.h"
@@ -192,7 +193,20 @@ StartupSafety::Environment StartupSafety::systemEnvironment(std::function<std::v
         return !error && entries != std::filesystem::directory_iterator();
     };
     environment.homeDirectory = [] { return homeDirectory().string(); };
+    environment.systemDaemonAppPaths = [] { return SystemDaemonScanner{}.appPaths(); };
     return environment;
+}
+
+bool StartupSafety::runBySystemDaemon(const std::string& appPath, const Environment& environment) {
+    return environment.systemDaemonAppPaths && runBySystemDaemon(appPath, environment.systemDaemonAppPaths());
+}
+
+bool StartupSafety::runBySystemDaemon(const std::string& appPath, const std::set<std::string>& daemonAppPaths) {
+    if (appPath.empty()) return false;
+    const std::string path = StartupDiscovery::standardizedPath(appPath);
+    return std::any_of(daemonAppPaths.begin(), daemonAppPaths.end(), [&](const std::string& daemonApp) {
+        return StartupDiscovery::standardizedPath(daemonApp) == path;
+    });
 }
 
 }  // namespace holdenmere

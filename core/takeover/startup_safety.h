@@ -3,6 +3,7 @@
 #include <array>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,7 +38,19 @@ struct StartupSafety {
         // The app bundle at this path carries system extensions.
         std::function<bool(const std::string& appPath)> bundleHasSystemExtensions;
         std::function<std::string()> homeDirectory;
+        // The app bundles whose programs system LaunchDaemons run: launchd
+        // starts those before any login, so Holdenmere cannot gate them.
+        std::function<std::set<std::string>()> systemDaemonAppPaths;
     };
+
+    // Whether a system LaunchDaemon runs the app at `appPath`: launchd
+    // starts it whatever Holdenmere does, so it is never taken over.
+    static bool runBySystemDaemon(const std::string& appPath, const Environment& environment);
+    // The same against the paths `Environment::systemDaemonAppPaths` gave.
+    static bool runBySystemDaemon(const std::string& appPath, const std::set<std::string>& daemonAppPaths);
+    // Why such an app is not offered or taken over.
+    static constexpr std::string_view kRunBySystemDaemon =
+        "run by a system LaunchDaemon; launchd starts it, Holdenmere cannot gate it";
 
     // The refusal if there is one, else the warnings if there are any, else allowed.
     static SafetyTier tier(const Candidate& candidate, const Environment& environment);

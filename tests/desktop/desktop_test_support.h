@@ -93,6 +93,12 @@ public:
     ScriptRunning& scripts() override { return fakeScripts; }
     std::vector<std::filesystem::path> launchAgentDirectories() override { return {home_ / "Library/LaunchAgents"}; }
     std::optional<std::filesystem::path> agentExecutable() override { return executable; }
+    // The machine's own rules, with the system LaunchDaemons' apps set here.
+    StartupSafety::Environment safetyEnvironment() override {
+        auto environment = StartupSafety::systemEnvironment();
+        environment.systemDaemonAppPaths = [apps = systemDaemonApps] { return apps; };
+        return environment;
+    }
 
     HoldenmereLoginAgentStatus loginAgentStatus() override {
         return loginAgent ? *loginAgent : DesktopServices::loginAgentStatus();
@@ -121,6 +127,7 @@ public:
     FakeLaunchctlRunning fakeLaunchctl;
     FakeScriptRunning fakeScripts;
     std::vector<bool> startAtLoginRequests;
+    std::set<std::string> systemDaemonApps;
     int scans = 0;
 
 private:

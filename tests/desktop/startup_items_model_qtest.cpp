@@ -133,6 +133,16 @@ private slots:
         QVERIFY(services->fakeLaunchctl.changes().empty());
     }
 
+    void anAppASystemDaemonRunsIsLeftAloneWithTheReason() {
+        services->systemDaemonApps = {parcel};
+        QVERIFY(testing::scanned(*model));
+        QVERIFY(model->item("com.example.parcel") == nullptr);
+        const auto& last = model->ineligible().back();
+        QCOMPARE(last.bundleIdentifier, std::string("com.example.parcel"));
+        QCOMPARE(last.label, std::string("com.example.parcel.launcher"));
+        QCOMPARE(last.reason, std::string("run by a system LaunchDaemon; launchd starts it, Holdenmere cannot gate it"));
+    }
+
     void takingOverALoginItemRecordsItBeforeRemovingIt() {
         QVERIFY(testing::scanned(*model));
         std::optional<HoldenmereConfig> atRemoval;

@@ -107,6 +107,28 @@ TEST_F(StartupActionsTest, TakingALaunchAgentOverKeepsToItsSafetyTier) {
     EXPECT_TRUE(testing::recordsAgent(file.stored, "com.example.sync.agent"));
 }
 
+// launchd starts an app a system LaunchDaemon runs before any login: taking
+// it over would only end its Login Item or agent, and the next login pass
+// would drop it from the managed apps.
+TEST_F(StartupActionsTest, AnAppASystemDaemonRunsIsNeverTakenOver) {
+    auto environment = StartupSafety::systemEnvironment();
+    environment.systemDaemonAppPaths = [this] { return std::set<std::string>{notes + "/", sync}; };
+    const StartupActions guarded{{file.access(), launchctl, scripts, environment}};
+    const std::string refusal = " was not taken over: run by a system LaunchDaemon; launchd starts it, Holdenmere "
+                                "cannot gate it. Nothing changed.";
+
+    const auto item = guarded.takeOverLoginItem(app("com.example.notes", "Notes", notes), notes);
+    const auto agent = guarded.takeOverAgent(app("com.example.sync", "Sync", sync),
+                                             {"com.example.sync.agent", (folder / "sync.plist").string()}, true);
+    EXPECT_FALSE(item.ok);
+    EXPECT_EQ(item.lines, std::vector<std::string>{"Notes" + refusal});
+    EXPECT_FALSE(agent.ok);
+    EXPECT_EQ(agent.lines, std::vector<std::string>{"Sync" + refusal});
+    EXPECT_TRUE(scripts.scripts().empty());
+    EXPECT_TRUE(launchd.calls().empty());
+    EXPECT_EQ(file.saves, 0);
+}
+
 TEST_F(StartupActionsTest, StoppingMacOSFromStartingAManagedAppEndsEachSourceRecordedFirst) {
     file.stored.apps = {app("com.example.notes", "Notes", notes)};
     const std::vector<StartupActions::Agent> agents{{"com.example.notes.agent", "/L/notes.plist"}};

@@ -44,6 +44,7 @@ struct Machine {
             [this](const std::string& path) { return helpers.count(path) != 0; },
             [this](const std::string& app) { return appsWithExtensions.count(app) != 0; },
             [] { return std::string("/Users/ada"); },
+            [] { return std::set<std::string>{}; },
         };
     }
 };
