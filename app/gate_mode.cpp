@@ -27,7 +27,7 @@
 #include "core/gate/cli_mode.h"
 #include "core/gate/gate_runner.h"
 #include "core/gate/open_at_login.h"
-#include "core/launchd/helper_delay.h"
+#include "core/takeover/held_helper_start.h"
 #include "core/reachability/network_change_listening.h"
 #include "core/reachability/probe_log_line.h"
 #include "core/reachability/url_session_probe.h"
@@ -66,15 +66,18 @@ void printRecord(std::ostream& out, const LaunchRecord& record) {
 // What one pass builds over its services. The held helpers are started
 // once, by the runner or, when the pass deadline passes first, by the main
 // thread.
+// Held helpers are started through the startup-change engine, under the
+// startup mutation lock, and only while nothing was given back since the
+// configuration was read at the pass's start.
 struct Pass {
-    explicit Pass(GateServices& services)
-        : helperDelay(services.launchctl),
-          helpers(helperDelay),
+    Pass(GateServices& services, const ConfigStore& store, std::uint64_t giveBackGeneration)
+        : heldHelpers(ConfigAccess::of(store), services.launchctl, services.scripts, giveBackGeneration),
+          helpers(heldHelpers),
           gate(services.probe, services.clock, services.networkChanges),
           launcher(services.apps, services.clock, services.mainLoop),
           runner(gate, launcher, services.clock, &helpers) {}
 
-    HelperDelay helperDelay;
+    HeldHelperStarting heldHelpers;
     HelperStartingOnce helpers;
     ReachabilityGate gate;
     AppLauncher launcher;
@@ -138,23 +141,32 @@ struct StartupSourcesStep {
 struct StartupSourcesInputs {
     ConfigStore store;
     LoginOwnership::PassInputs pass;
+    std::uint64_t giveBackGeneration = 0;
 };
 
 void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, const StartupSourcesInputs& inputs) {
     auto begun = StartupTransaction::begin(ConfigAccess::of(inputs.store), StartupTransaction::Wait::untilFree,
                                            &step.cancel);
     if (const auto* failure = std::get_if<StartupTransaction::Failure>(&begun)) {
-        step.add("ERROR: " + failure->text(inputs.store.url) + ". Nothing changed.");
+        // Out of time while another holder kept the lock: the pass says so
+        // once the step's deadline has passed.
+        if (failure->kind != StartupTransaction::Failure::Kind::outOfTime) {
+            step.add("ERROR: " + failure->text(inputs.store.url) + ". Nothing changed.");
+        }
         if (failure->kind == StartupTransaction::Failure::Kind::configUnreadable) {
             LoginOwnership::StartupSourcesTally tally;
             tally.configUnreadable = true;
             step.add(LoginOwnership::countsLine({}, tally));
         }
+        step.add(LoginOwnership::doneLine(inputs.pass.records, 0));
         return;
     }
     auto& transaction = std::get<StartupTransaction>(begun);
     StartupChangeEngine engine(transaction, services.launchctl, services.scripts, &step.cancel);
     engine.useSwitches(services.switches);
+    // Decided from the configuration the pass read at its start: a give-back
+    // made since then stops the step's changes.
+    engine.decideUnder(inputs.giveBackGeneration);
     const LaunchAgentScanner scanner(services.launchctl);
 
     const auto sources = LoginOwnership::startupSourcesPass(engine);
@@ -234,21 +246,28 @@ void printConflicts(std::ostream& out, const std::vector<LoginItemsAuditor::Conf
 // minutes after the pass and removed again each time. Only where startup
 // take-over is granted; otherwise there is nothing to watch and the pass
 // does not wait.
+// Each removal is decided again under the lock: a give-back since the pass
+// started ends the sweep, and an app no longer managed is no longer watched.
 void sweepReregistrations(std::ostream& out, const LoginItemsAuditor& auditor, GateServices& services,
-                          const ConfigStore& store, const HoldenmereConfig& config, const HistoryStore& history) {
+                          const ConfigStore& store, const HoldenmereConfig& config, std::uint64_t giveBackGeneration,
+                          const HistoryStore& history) {
     if (config.startupConsent != StartupConsent::granted) return;
+    if (config.giveBackGeneration != giveBackGeneration) return;
     // The history (up to 200 records) is read only when an app could have
     // been handed over.
     const auto launched = ReregistrationSweep::mayHandOver(config.apps, config)
                               ? ReregistrationSweep::handedOver(config.apps, config, history.load())
                               : std::vector<ManagedApp>{};
     const ReregistrationSweep sweep(auditor, services.clock);
-    const auto remove = LoginOwnership::sweepRemoval(ConfigAccess::of(store), services.launchctl, services.scripts);
-    for (const auto& removal : sweep.run(launched, config.blockedApps, remove)) {
+    LoginOwnership::SweepStop stop;
+    const auto remove = LoginOwnership::sweepRemoval(ConfigAccess::of(store), services.launchctl, services.scripts,
+                                                     giveBackGeneration, stop);
+    for (const auto& removal : sweep.run(launched, config.blockedApps, remove, &stop.signal)) {
         out << kTag << "re-registered: " << removal.app.name << " put itself back in Login Items" << kDash
             << (removal.outcome == LoginItemRemoval::failed ? "could NOT remove it" : "removed again") << '\n';
         out.flush();
     }
+    if (stop.signal.isRaised()) out << kTag << "re-registration sweep stopped" << kDash << stop.reason << '\n';
 }
 
 // The configuration as the pass uses it, brought up to date.
@@ -297,8 +316,9 @@ std::optional<LoadedConfig> loadAndMigrate(std::ostream& out, std::ostream& err,
 // held helpers are started (unless the runner already began starting
 // them), since nothing else would start them this session.
 LaunchPlan runUnderDeadline(std::ostream& out, std::ostream& err, GateServices& services,
-                            const HoldenmereConfig& config) {
-    auto pass = std::make_unique<Pass>(services);
+                            const LoadedConfig& loaded) {
+    const HoldenmereConfig& config = loaded.config;
+    auto pass = std::make_unique<Pass>(services, loaded.store, config.giveBackGeneration);
     auto done = std::make_shared<Signal>();
     LaunchPlan plan;
     std::thread worker([&pass, &plan, &config, done] {
@@ -338,7 +358,8 @@ struct StartupSourcesRun {
 void startStartupSources(StartupSourcesRun& run, GateServices& services, const LoadedConfig& loaded,
                          const LaunchPlan& plan) {
     StartupSourcesInputs inputs{loaded.store,
-                                {plan.records, loaded.systemDaemonAppPaths, {}, loaded.predatesLedger}};
+                                {plan.records, loaded.systemDaemonAppPaths, {}, loaded.predatesLedger},
+                                loaded.config.giveBackGeneration};
     for (const auto& app : loaded.movedToBlocked) inputs.pass.switchedOff.insert(app.bundleIdentifier);
     const auto& config = loaded.config;
     run.budget = LoginOwnership::startupStepBudget(LoginOwnership::startupOptOuts(config)) +
@@ -426,7 +447,7 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     const HistoryStore history = HistoryStore::resolving(environmentValue("HOLDENMERE_HISTORY_PATH"));
     Beside<HistoryStore::Reading> historyReading([&history] { return history.read(); });
 
-    const LaunchPlan plan = runUnderDeadline(out, err, services, config);
+    const LaunchPlan plan = runUnderDeadline(out, err, services, *loaded);
 
     // The run is recorded (the file written and flushed to disk) beside the
     // Login Items question and the startup-sources step, which touch
@@ -455,7 +476,7 @@ int runGate(std::ostream& out, std::ostream& err, GateServices& services) {
     // Apps that put their Login Item back as they start, as the
     // configuration now stands (the step may have imported some).
     const HoldenmereConfig current = loaded->store.tryLoad().value_or(config);
-    sweepReregistrations(out, auditor, services, loaded->store, current, history);
+    sweepReregistrations(out, auditor, services, loaded->store, current, config.giveBackGeneration, history);
     out.flush();
 
     return GateRunner::exitCode(plan);

@@ -62,6 +62,7 @@ bool ConfigSession::change(const std::function<bool(HoldenmereConfig&)>& edit) {
     if (const auto* failure = std::get_if<StartupTransaction::Failure>(&begun)) {
         switch (failure->kind) {
             case StartupTransaction::Failure::Kind::lockBusy:
+            case StartupTransaction::Failure::Kind::outOfTime:
                 emit failed(lockBusyText());
                 break;
             case StartupTransaction::Failure::Kind::lockUnavailable:

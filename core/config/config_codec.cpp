@@ -1,5 +1,7 @@
 #include "core/config/config_codec.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 namespace holdenmere::config_codec {
@@ -205,6 +207,9 @@ HoldenmereConfig decodeValue(const Value& value) {
         config.reopenWindowsOriginal = decodeReopenWindows(*reopen, "reopenWindowsOriginal");
     }
     config.heldStartup = reader.optionalArray("heldStartup", decodeHeldStartupItem);
+    if (reader.find("giveBackGeneration") != nullptr) {
+        config.giveBackGeneration = static_cast<std::uint64_t>(std::max<std::int64_t>(0, reader.integer("giveBackGeneration")));
+    }
     if (const Value* consent = reader.find("startupConsent")) {
         config.startupConsent =
             decodeEnum<StartupConsent>(*consent, "startupConsent", "startup consent", startupConsentFromRaw);
@@ -240,6 +245,7 @@ Value encode(const HoldenmereConfig& config) {
         {"leftToMacOS", config.leftToMacOS},
         {"restoreOptOuts", config.restoreOptOuts},
         {"heldStartup", encodeArray(config.heldStartup, [](const HeldStartupItem& item) { return encode(item); })},
+        {"giveBackGeneration", config.giveBackGeneration},
     };
     if (config.reopenWindowsOriginal) {
         const auto& record = *config.reopenWindowsOriginal;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -152,6 +153,12 @@ struct HoldenmereConfig {
     std::vector<std::string> restoreOptOuts;
     std::optional<ReopenWindowsRecord> reopenWindowsOriginal;
     std::vector<HeldStartupItem> heldStartup;
+    // Raised by every give-back before the first item goes back. A login
+    // pass carries the value it read at its start, and the startup-change
+    // engine stops the pass's changes once the file holds another: what the
+    // user was told was given back is never taken again by a pass that
+    // decided before it.
+    std::uint64_t giveBackGeneration = 0;
     // Not stored: the file was written before the ledger existed (it has no
     // "takeovers" key), so changes of that version may be unrecorded. Saving
     // the configuration once ends it.

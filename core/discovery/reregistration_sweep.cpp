@@ -21,8 +21,15 @@ std::vector<ReregistrationSweep::Removal> ReregistrationSweep::run(const std::ve
     for (;;) {
         for (const auto& conflict : auditor.conflicts(apps)) {
             if (stop.isRaised() || clock->uptime() > deadline) return removals;
-            removals.push_back(Removal{conflict.managed, remove(conflict.managed, conflict.loginItem)});
+            if (auto outcome = remove(conflict.managed, conflict.loginItem)) {
+                removals.push_back(Removal{conflict.managed, *outcome});
+            } else {
+                std::erase_if(apps, [&](const ManagedApp& app) {
+                    return app.bundleIdentifier == conflict.managed.bundleIdentifier;
+                });
+            }
         }
+        if (apps.empty()) break;
         const double left = deadline - clock->uptime();
         if (left <= 0 || stop.isRaised()) break;
         if (!clock->sleep(std::min(left, interval), stop)) break;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
@@ -35,8 +36,11 @@ struct ReregistrationSweep {
 
     // Removes one Login Item of an app. The startup-change engine's removal
     // is passed in, so that each one is recorded before it is made and holds
-    // the startup mutation lock only for its own length.
-    using Remove = std::function<LoginItemRemoval(const ManagedApp& app, const LoginItemsAuditor::LoginItem& item)>;
+    // the startup mutation lock only for its own length. Nothing when the
+    // removal is no longer wanted (the app was given back or is no longer
+    // managed): the app is not watched any more.
+    using Remove = std::function<std::optional<LoginItemRemoval>(const ManagedApp& app,
+                                                                 const LoginItemsAuditor::LoginItem& item)>;
 
     // Watches the launched apps and the blocked apps for the whole window,
     // never less: a round reads the conflicts, removes each conflicting item

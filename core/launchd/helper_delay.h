@@ -8,8 +8,6 @@
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
-#include "core/config/launch_record.h"
-#include "core/launchd/helper_starting.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/launchd/login_agent_status.h"
 #include "core/support/date.h"
@@ -36,10 +34,10 @@ struct HelperDelayPolicy {
 // Holds a managed app's own LaunchAgent off at login: its label stays
 // disabled in launchd, and each login pass starts it once the network
 // answers and disables it again, so that the next login waits again.
-// Holding a helper and letting it go again are changes of startup state,
-// made by the startup-change engine (record first, then switch); this class
-// starts the held helpers and converts their records.
-class HelperDelay final : public HelperStarting {
+// Holding a helper, starting it and letting it go again are changes of
+// startup state, made by the startup-change engine (record first, then
+// switch); this class converts the records.
+class HelperDelay final {
 public:
     // The outcome of changing a recorded helper's mode.
     struct Conversion {
@@ -54,11 +52,7 @@ public:
         friend bool operator==(const Conversion&, const Conversion&) = default;
     };
 
-    using FileExists = std::function<bool(const std::string& path)>;
-
-    // `fileExists` answers whether a helper's plist is there; the file
-    // system by default.
-    explicit HelperDelay(LaunchctlRunning& launchctl, FileExists fileExists = {});
+    explicit HelperDelay(LaunchctlRunning& launchctl) : launchctl_(launchctl) {}
 
     bool isDisabled(std::string_view label);
 
@@ -66,19 +60,8 @@ public:
     // and as "delay" only while the login agent runs at login.
     Conversion convert(const DelayedHelper& helper, DelayedHelper::Mode mode, HoldenmereLoginAgentStatus loginAgent);
 
-    // Starts one recorded helper for this session and disables it again for
-    // the next login; the record the login pass keeps for it.
-    LaunchRecord startAfter(const DelayedHelper& helper, Date now);
-
-    // startAfter for every recorded helper, in the configuration's order.
-    std::vector<LaunchRecord> startAfterGate(const HoldenmereConfig& config, Date now) override;
-
 private:
-    // "launchctl {verb} failed (exit {status})" when the status is not 0.
-    std::optional<std::string> runChecked(const std::string& verb, const std::vector<std::string>& arguments);
-
     LaunchctlRunning& launchctl_;
-    FileExists fileExists_;
 };
 
 }  // namespace holdenmere

@@ -65,6 +65,7 @@ StartupChangeOutcome switchHeld(StartupChangeEngine& engine, StartupSwitch& sour
         outcome.reason = std::string(StartupChangeEngine::kOwnItem);
         return outcome;
     }
+    step.purpose = off ? StartupStep::Purpose::reassert : StartupStep::Purpose::giveBack;
     step.alreadyRecorded = true;
     step.isDone = offState(source, item.handle, off, failure);
     step.apply = [&source, handle = item.handle, off] { return off ? source.switchOff(handle) : source.switchOn(handle); };
@@ -150,6 +151,7 @@ StartupChangeOutcome StartupChangeEngine::quitRestoredApp(AppQuitting& apps, con
     if (isOwnBundle(item.handle)) return refused(subject, kOwnItem);
     StartupStep step;
     step.subject = subject;
+    step.purpose = StartupStep::Purpose::reassert;
     step.alreadyRecorded = true;
     step.isDone = [&apps, handle = item.handle]() -> std::optional<bool> { return !apps.isRunning(handle); };
     step.apply = [&apps, handle = item.handle] { return apps.quit(handle); };
@@ -200,6 +202,7 @@ StartupChangeOutcome StartupChangeEngine::giveBackReopenWindows(ReopenWindowsSet
     };
     StartupStep step;
     step.subject = "reopen windows when logging back in";
+    step.purpose = StartupStep::Purpose::giveBack;
     step.alreadyRecorded = true;
     step.isDone = isBack;
     step.unreadableBefore = "the setting could not be read, so nothing was changed";

@@ -179,11 +179,24 @@ struct LoginOwnership {
     static PassResult ownershipPass(StartupChangeEngine& engine, const LaunchAgentScanner& agentScanner,
                                     const StartupSafety::Environment& environment, const PassInputs& inputs);
 
+    // Ends the re-registration sweep early, with the reason, once startup
+    // was given back or take-over withdrawn since the pass started.
+    struct SweepStop {
+        Signal signal;
+        std::string reason;
+    };
+
     // The re-registration sweep's removal: each one a transaction of its own
     // (the startup mutation lock taken for that removal only, never for the
-    // sweep's whole window), recorded first through the engine.
+    // sweep's whole window), recorded first through the engine, and made
+    // only while still wanted as the configuration reads then: decided under
+    // `giveBackGeneration` (what the pass read at its start), with consent
+    // granted and the app still managed or blocked. An app no longer
+    // watched gives nothing; a give-back or a withdrawn consent raises
+    // `stop`.
     static ReregistrationSweep::Remove sweepRemoval(ConfigAccess access, LaunchctlRunning& launchctl,
-                                                    ScriptRunning& scripts);
+                                                    ScriptRunning& scripts, std::uint64_t giveBackGeneration,
+                                                    SweepStop& stop);
 
     // --- Re-asserting held startup items ----------------------------------
 

@@ -369,17 +369,31 @@ LoginOwnership::PassResult LoginOwnership::ownershipPass(StartupChangeEngine& en
 }
 
 ReregistrationSweep::Remove LoginOwnership::sweepRemoval(ConfigAccess access, LaunchctlRunning& launchctl,
-                                                         ScriptRunning& scripts) {
-    return [access = std::move(access), &launchctl, &scripts](const ManagedApp& app,
-                                                              const LoginItem& item) -> LoginItemRemoval {
-        auto begun = StartupTransaction::begin(access, StartupTransaction::Wait::untilFree);
+                                                         ScriptRunning& scripts, std::uint64_t giveBackGeneration,
+                                                         SweepStop& stop) {
+    return [access = std::move(access), &launchctl, &scripts, giveBackGeneration,
+            &stop](const ManagedApp& app, const LoginItem& item) -> std::optional<LoginItemRemoval> {
+        auto begun = StartupTransaction::begin(access, StartupTransaction::Wait::untilFree, &stop.signal);
         auto* transaction = std::get_if<StartupTransaction>(&begun);
         if (transaction == nullptr) return LoginItemRemoval::failed;
         StartupChangeEngine engine(*transaction, launchctl, scripts);
+        engine.decideUnder(giveBackGeneration);
         const auto outcome = engine.removeLoginItem({app.bundleIdentifier, app.name}, item.path);
+        const bool consentWithdrawn = transaction->config().startupConsent != StartupConsent::granted;
         transaction->end();
-        return outcome.madeChange() || outcome.status == Status::unchanged ? LoginItemRemoval::removed
-                                                                           : LoginItemRemoval::failed;
+        if (outcome.madeChange() || outcome.status == Status::unchanged) return LoginItemRemoval::removed;
+        if (engine.superseded() || (outcome.status == Status::notChanged && consentWithdrawn)) {
+            if (!stop.signal.isRaised()) {
+                stop.reason = outcome.reason;
+                stop.signal.raise();
+            }
+            return std::nullopt;
+        }
+        if (outcome.reason == StartupChangeEngine::kNoLongerManaged ||
+            outcome.reason == StartupChangeEngine::kLeftToMacOS) {
+            return std::nullopt;
+        }
+        return LoginItemRemoval::failed;
     };
 }
 

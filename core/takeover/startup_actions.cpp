@@ -227,9 +227,8 @@ ActionOutcome StartupActions::setHelperMode(const DelayedHelper& helper, std::op
         const DelayedHelper recorded = *record;
         if (!mode) {
             // Given back first; the record goes once it is back on.
-            const auto result = engine.switchOnJob(
-                recorded.name + kDash + recorded.label, recorded.label, recorded.plistPath,
-                [label = recorded.label](HoldenmereConfig& config) {
+            const auto result = engine.releaseHelper(
+                recorded, [label = recorded.label](HoldenmereConfig& config) {
                     std::erase_if(config.delayedHelpers, [&](const DelayedHelper& existing) { return existing.label == label; });
                     // Asked to start with macOS: no longer one to keep off.
                     std::erase(config.keptOff, label);

@@ -66,6 +66,19 @@ StartupChangeOutcome StartupChangeEngine::run(const StartupStep& step) {
         outcome.reason = std::string(kOutOfTime);
         return outcome;
     }
+    if (auto reason = unwanted(step.purpose, step.forApp)) {
+        outcome.reason = std::move(*reason);
+        return outcome;
+    }
+    // A pass that decided before this give-back must not take the item
+    // again: the generation is raised before the item goes back.
+    if (step.purpose == StartupStep::Purpose::giveBack) {
+        if (auto failure = noteGiveBack()) {
+            outcome.reason = "the give-back could not be noted in the configuration (" + *failure +
+                             "), so nothing was changed";
+            return outcome;
+        }
+    }
     if (step.isDone) {
         const auto done = step.isDone();
         if (!done) {
@@ -86,7 +99,8 @@ StartupChangeOutcome StartupChangeEngine::run(const StartupStep& step) {
     }
     if (step.record) {
         if (auto failure = transaction_.commit(step.record)) {
-            outcome.reason = std::string(kRecordNotSaved) + " (" + *failure + ")";
+            const std::string_view text = step.recordNotSaved.empty() ? kRecordNotSavedElsewhere : step.recordNotSaved;
+            outcome.reason = std::string(text) + " (" + *failure + ")";
             return outcome;
         }
         outcome.recorded = true;
@@ -116,6 +130,46 @@ StartupChangeOutcome StartupChangeEngine::run(const StartupStep& step) {
         commitAfter(step.whenNotTaken, false);
     }
     return outcome;
+}
+
+std::optional<std::string> StartupChangeEngine::noteGiveBack() {
+    if (giveBackNoted_) return std::nullopt;
+    // Set, not added: the transaction applies its changes again to every
+    // fresh read it commits on.
+    const std::uint64_t next = config().giveBackGeneration + 1;
+    if (auto failure = transaction_.commit([next](HoldenmereConfig& fresh) {
+            fresh.giveBackGeneration = std::max(fresh.giveBackGeneration, next);
+        })) {
+        return failure;
+    }
+    giveBackNoted_ = true;
+    return std::nullopt;
+}
+
+std::optional<std::string> StartupChangeEngine::unwanted(StartupStep::Purpose purpose, const std::string& forApp) {
+    using Purpose = StartupStep::Purpose;
+    if (!decidedUnder_ || purpose == Purpose::giveBack || purpose == Purpose::change) return std::nullopt;
+    if (superseded_) return std::string(kGivenBackSince);
+    if (auto failure = transaction_.refresh()) {
+        return "the configuration could not be read again (" + *failure + "), so nothing was changed";
+    }
+    const HoldenmereConfig& fresh = config();
+    if (fresh.giveBackGeneration != *decidedUnder_) {
+        superseded_ = true;
+        return std::string(kGivenBackSince);
+    }
+    if (purpose != Purpose::takeOver) return std::nullopt;
+    if (fresh.startupConsent != StartupConsent::granted) return std::string(kConsentWithdrawn);
+    if (forApp.empty()) return std::nullopt;
+    auto sameApp = [&](const auto& app) { return app.bundleIdentifier == forApp; };
+    if (std::find(fresh.leftToMacOS.begin(), fresh.leftToMacOS.end(), forApp) != fresh.leftToMacOS.end()) {
+        return std::string(kLeftToMacOS);
+    }
+    if (std::none_of(fresh.apps.begin(), fresh.apps.end(), sameApp) &&
+        std::none_of(fresh.blockedApps.begin(), fresh.blockedApps.end(), sameApp)) {
+        return std::string(kNoLongerManaged);
+    }
+    return std::nullopt;
 }
 
 StartupChangeOutcome StartupChangeEngine::refused(std::string subject, std::string_view reason) const {
@@ -181,6 +235,9 @@ StartupChangeOutcome StartupChangeEngine::removeLoginItem(const App& app, const 
 
     StartupStep step;
     step.subject = subject;
+    step.purpose = StartupStep::Purpose::takeOver;
+    step.forApp = app.bundleIdentifier;
+    step.recordNotSaved = kRecordNotSavedLoginItems;
     step.record = [app, removed](HoldenmereConfig& config) {
         config.recordLoginItem(app.bundleIdentifier, app.name, removed);
     };
@@ -208,6 +265,7 @@ StartupChangeOutcome StartupChangeEngine::giveBackLoginItem(const App& app, cons
     }
     StartupStep step;
     step.subject = subject;
+    step.purpose = StartupStep::Purpose::giveBack;
     step.alreadyRecorded = true;
     step.isDone = loginItemListed(item.path, true);
     step.unreadableBefore = std::string(kLoginItemsUnreadable);
@@ -246,6 +304,9 @@ StartupChangeOutcome StartupChangeEngine::takeOverAgent(const App& app, const st
 
     StartupStep step;
     step.subject = subject;
+    step.purpose = StartupStep::Purpose::takeOver;
+    step.forApp = app.bundleIdentifier;
+    step.recordNotSaved = kRecordNotSaved;
     step.isDone = labelDisabled(label, true);
     step.unreadableBefore = std::string(kDisabledListUnreadable);
     step.record = [app, label, plistPath](HoldenmereConfig& config) {
@@ -287,6 +348,7 @@ StartupChangeOutcome StartupChangeEngine::holdJob(HeldStartupItem item, const Sa
 
     StartupStep step;
     step.subject = subject;
+    step.recordNotSaved = kRecordNotSaved;
     step.record = [item](HoldenmereConfig& config) { config.hold(item); };
     if (wasOff) {
         // Nothing to switch: holding it is the whole change.
@@ -314,13 +376,21 @@ StartupChangeOutcome StartupChangeEngine::reassertJob(const HeldStartupItem& ite
     if (isOwnLabel(item.handle) || (item.ownerBundleIdentifier && isOwnBundle(*item.ownerBundleIdentifier))) {
         return refused(subject, kOwnItem);
     }
+    // Off is what launchd would do at login: a plist whose "Disabled" keeps
+    // the job off needs no mark, and gets none.
+    auto isOff = [this, label = item.handle, plistPath = item.plistPath]() -> std::optional<bool> {
+        const auto marks = launchctl_.disabledMarks();
+        if (!marks) return std::nullopt;
+        return !jobRuns(label, plistPath, *marks);
+    };
     StartupStep step;
     step.subject = subject;
+    step.purpose = StartupStep::Purpose::reassert;
     step.alreadyRecorded = true;
-    step.isDone = labelDisabled(item.handle, true);
+    step.isDone = isOff;
     step.unreadableBefore = std::string(kDisabledListUnreadable);
     step.apply = [this, label = item.handle] { return launchctlRun({"disable", launchdServiceTarget(label)}); };
-    step.confirm = labelDisabled(item.handle, true);
+    step.confirm = isOff;
     step.notTaken = "it is still enabled in launchd";
     step.unreadableAfter = std::string(kDisabledListUnconfirmed);
     return run(step);
@@ -340,6 +410,7 @@ StartupChangeOutcome StartupChangeEngine::holdHelper(const DelayedHelper& helper
 
     StartupStep step;
     step.subject = subject;
+    step.recordNotSaved = kRecordNotSaved;
     step.record = [helper, wasOff](HoldenmereConfig& config) {
         auto held = std::find_if(config.delayedHelpers.begin(), config.delayedHelpers.end(),
                                  [&](const DelayedHelper& existing) { return existing.label == helper.label; });
@@ -369,6 +440,7 @@ StartupChangeOutcome StartupChangeEngine::switchOnJob(const std::string& subject
     auto note = std::make_shared<std::string>();
     StartupStep step;
     step.subject = subject;
+    step.purpose = StartupStep::Purpose::giveBack;
     step.alreadyRecorded = true;
     step.isDone = [this]() -> std::optional<bool> {
         if (!launchctl_.disabledLabels()) return std::nullopt;
@@ -394,6 +466,43 @@ StartupChangeOutcome StartupChangeEngine::switchOnJob(const std::string& subject
     step.whenDone = forget;
     StartupChangeOutcome outcome = run(step);
     if (outcome.status == Status::changed && !note->empty()) outcome.reason = *note;
+    return outcome;
+}
+
+StartupChangeOutcome StartupChangeEngine::releaseHelper(const DelayedHelper& helper, const StartupStep::Change& forget) {
+    const std::string subject = helper.name + kDash + helper.label;
+    if (isOwnLabel(helper.label) || isOwnBundle(helper.appBundleIdentifier)) return refused(subject, kOwnItem);
+    auto notTaken = std::make_shared<std::string>();
+    StartupStep step;
+    step.subject = subject;
+    step.purpose = StartupStep::Purpose::giveBack;
+    step.alreadyRecorded = true;
+    step.isDone = [this]() -> std::optional<bool> {
+        if (!launchctl_.disabledLabels()) return std::nullopt;
+        return false;  // enabled and loaded again whatever it shows now
+    };
+    step.unreadableBefore = std::string(kDisabledListUnreadable);
+    step.apply = [this, helper]() -> std::optional<std::string> {
+        if (auto failure = launchctlRun({"enable", launchdServiceTarget(helper.label)})) return failure;
+        if (launchctl_.isLoaded(helper.label)) return std::nullopt;
+        if (!fileExists_(helper.plistPath)) return std::string(kHelperPlistMissing) + helper.plistPath;
+        return launchctlRun({"bootstrap", launchdDomain(), helper.plistPath});
+    };
+    step.confirm = [this, label = helper.label, notTaken]() -> std::optional<bool> {
+        const auto disabled = launchctl_.disabledLabels();
+        if (!disabled) return std::nullopt;
+        const bool loaded = launchctl_.isLoaded(label);
+        if (!loaded) {
+            *notTaken = std::string(kHelperNotLoaded);
+        } else if (disabled->count(label) != 0) {
+            *notTaken = "helper is still disabled in launchd";
+        }
+        return loaded && disabled->count(label) == 0;
+    };
+    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
+    step.whenDone = forget;
+    StartupChangeOutcome outcome = run(step);
+    if (outcome.status == Status::failed && outcome.reason.empty()) outcome.reason = *notTaken;
     return outcome;
 }
 

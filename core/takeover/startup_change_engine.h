@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <set>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
+#include "core/config/launch_record.h"
 #include "core/discovery/login_items_auditor.h"
 #include "core/discovery/startup_entry.h"
 #include "core/launchd/launchctl_running.h"
@@ -56,7 +58,19 @@ struct StartupStep {
     using ReadState = std::function<std::optional<bool>()>;
     using Change = std::function<void(HoldenmereConfig&)>;
 
+    // What the change is for, which decides what must still hold when it is
+    // made (see StartupChangeEngine::decideUnder).
+    enum class Purpose {
+        change,    // a change the user asked for just now
+        takeOver,  // switching an app's startup off on its behalf
+        reassert,  // switching a held item off again, or starting a held helper
+        giveBack,  // putting a recorded item back
+    };
+
     std::string subject;
+    Purpose purpose = Purpose::change;
+    // The app a take-over is made for: it must still be managed or blocked.
+    std::string forApp;
     // Whether the state already is as wanted; nothing when it cannot be read.
     ReadState isDone;
     std::string unreadableBefore;  // the reason when `isDone` cannot tell
@@ -72,6 +86,8 @@ struct StartupStep {
     // The step's recovery entry is in the ledger before it runs (a give-back,
     // a re-assert): `recorded` starts true.
     bool alreadyRecorded = false;
+    // The reason when the recovery entry could not be saved.
+    std::string_view recordNotSaved;
 };
 
 // The one way startup state is changed: Login Items, launchd jobs, held
@@ -93,6 +109,23 @@ public:
 
     StartupChangeEngine(StartupTransaction& transaction, LaunchctlRunning& launchctl, ScriptRunning& scripts,
                         const Signal* cancellation = nullptr, FileExists fileExists = {});
+
+    // The caller decided what to change from a configuration whose
+    // give-back generation was `giveBackGeneration` (a login pass, from the
+    // file it read at its start). From now on, immediately before each
+    // change, the engine reads the configuration again under the lock and
+    // asks whether the change is still wanted: the generation unchanged (a
+    // give-back since then stops every further change of this engine), and
+    // for a take-over the consent still granted and the app still managed
+    // or blocked and not left to macOS.
+    void decideUnder(std::uint64_t giveBackGeneration) { decidedUnder_ = giveBackGeneration; }
+    // A give-back happened since the caller decided: nothing more changes.
+    bool superseded() const { return superseded_; }
+    // Raises the give-back generation in the file (once per engine), so that
+    // a pass that decided before this give-back changes nothing after it.
+    // Every give-back step does so before it changes anything; the error's
+    // text when it could not be saved.
+    [[nodiscard]] std::optional<std::string> noteGiveBack();
 
     StartupTransaction& transaction() { return transaction_; }
     const HoldenmereConfig& config() const { return transaction_.config(); }
@@ -117,7 +150,21 @@ public:
         "The command ran but the Login Items could not be read from System Events to confirm it.";
     static constexpr std::string_view kOutOfTime = "out of time, so nothing was changed; retried at the next login";
     static constexpr std::string_view kOwnItem = "Holdenmere's own item. Switching it off would stop the login pass.";
-    static constexpr std::string_view kRecordNotSaved = "the recovery record could not be saved, so nothing was changed";
+    static constexpr std::string_view kRecordNotSaved =
+        "the recovery record could not be saved, so launchd was not changed";
+    static constexpr std::string_view kRecordNotSavedLoginItems =
+        "the recovery record could not be saved, so the Login Items were not changed";
+    static constexpr std::string_view kRecordNotSavedElsewhere =
+        "the recovery record could not be saved, so nothing was changed";
+    static constexpr std::string_view kGivenBackSince =
+        "startup was given back since this pass started, so nothing was changed";
+    static constexpr std::string_view kConsentWithdrawn =
+        "startup take-over is no longer allowed, so nothing was changed";
+    static constexpr std::string_view kNoLongerManaged =
+        "the app is no longer managed or blocked in Holdenmere, so nothing was changed";
+    static constexpr std::string_view kLeftToMacOS = "left to macOS at your choice, so nothing was changed";
+    static constexpr std::string_view kHelperPlistMissing = "helper plist not found at ";
+    static constexpr std::string_view kHelperNotLoaded = "helper is not loaded in launchd";
 
     // Whether a label or a bundle is Holdenmere's own.
     static bool isOwnLabel(std::string_view label);
@@ -151,8 +198,10 @@ public:
     // otherwise. One that is off already is held without a change, so that
     // the next login keeps it off and a give-back leaves it off.
     StartupChangeOutcome holdJob(HeldStartupItem item, const SafetyTier& tier, bool confirmed);
-    // Switches a held launchd job off again where launchd lists it enabled;
-    // its held record is its recovery entry.
+    // Switches a held launchd job off again where launchd runs it in the
+    // user's session (by its marks and its plist's "Disabled"); its held
+    // record is its recovery entry. A job its plist keeps off is left
+    // without a mark.
     StartupChangeOutcome reassertJob(const HeldStartupItem& item);
     // Holds a helper ("delay" or "off"): recorded as a DelayedHelper first;
     // one that launchd had off already is also noted in "keptOff", so that
@@ -163,8 +212,18 @@ public:
     // and held jobs.
     StartupChangeOutcome switchOnJob(const std::string& subject, const std::string& label,
                                      const std::string& plistPath, const StartupStep::Change& forget);
+    // Gives a held helper back: switched on and loaded from its plist, then
+    // `forget` runs on the ledger. A helper left unloaded (its plist gone,
+    // or bootstrap failing) or still disabled fails and stays recorded.
+    StartupChangeOutcome releaseHelper(const DelayedHelper& helper, const StartupStep::Change& forget);
     // Switches a job on that an earlier version left off without a record.
     StartupChangeOutcome enableJob(const std::string& subject, const std::string& label);
+
+    // Starts a held helper for this session after the network answered and
+    // disables it again for the next login; the record the pass keeps for
+    // it (held_helper_start.cpp). Only a helper the configuration still
+    // holds, read afresh, is started, and never one of Holdenmere's own.
+    LaunchRecord startHeldHelper(const DelayedHelper& helper, Date now);
 
     // --- Held items of the other sources (held_item_changes.cpp) ---------
 
@@ -202,6 +261,9 @@ public:
 
 private:
     StartupChangeOutcome refused(std::string subject, std::string_view reason) const;
+    // Why a change of `purpose` (for `forApp`) is no longer wanted, read
+    // afresh under the lock; nothing when it may go ahead.
+    std::optional<std::string> unwanted(StartupStep::Purpose purpose, const std::string& forApp);
     // The refusal a tier gives without (or with) the user's confirmation.
     std::optional<StartupChangeOutcome> outsideTier(const std::string& subject, const SafetyTier& tier,
                                                     bool confirmed) const;
@@ -216,6 +278,9 @@ private:
     const Signal* cancellation_;
     FileExists fileExists_;
     const StartupSwitches* switches_ = nullptr;
+    std::optional<std::uint64_t> decidedUnder_;
+    bool superseded_ = false;
+    bool giveBackNoted_ = false;
 };
 
 }  // namespace holdenmere

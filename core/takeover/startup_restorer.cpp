@@ -1,6 +1,7 @@
 #include "core/takeover/startup_restorer.h"
 
 #include <algorithm>
+#include <set>
 
 #include "core/launchd/launchctl_running.h"
 #include "core/support/log_text.h"
@@ -18,6 +19,16 @@ using Status = StartupChangeOutcome::Status;
 
 bool listed(const std::vector<std::string>& identifiers, std::string_view identifier) {
     return std::find(identifiers.begin(), identifiers.end(), identifier) != identifiers.end();
+}
+
+// A helper given back leaves the ledger whole: its record, and the note
+// that it was off when it was held, which would otherwise keep it off when
+// it is held again later while on.
+StartupStep::Change forgetHelper(const std::string& label) {
+    return [label](HoldenmereConfig& fresh) {
+        std::erase_if(fresh.delayedHelpers, [&](const DelayedHelper& held) { return held.label == label; });
+        std::erase(fresh.keptOff, label);
+    };
 }
 
 // The previous states that mean the item was off before it was held.
@@ -69,6 +80,9 @@ public:
         // Everything is decided on the ledger as it stood at the start; each
         // give-back then commits its own change of the ledger.
         const HoldenmereConfig config = engine_.config();
+        // A give-back, whatever it finds to give: a login pass that decided
+        // before it changes nothing after it.
+        if (!dryRun_) noteLedgerFailure(engine_.noteGiveBack());
         loginItems(config);
         agents(config);
         helpers(config);
@@ -127,8 +141,10 @@ private:
                                  [identifier = record.bundleIdentifier, label = agent.label](HoldenmereConfig& fresh) {
                                      fresh.forgetAgent(identifier, label);
                                  });
-                } else if (agent.inferred || agent.unconfirmed) {
+                } else if (agent.inferred) {
                     leaveAgentOff(record, agent);
+                } else if (agent.unconfirmed && !settle(record, agent)) {
+                    continue;
                 } else if (dryRun_) {
                     add({Source::launchAgents, record.name, "switch " + agent.label + " back on",
                          Outcome::wouldGiveBack});
@@ -146,11 +162,39 @@ private:
         }
     }
 
-    // An agent that Holdenmere found off, or whose switch-off it could not
-    // confirm, may have been switched off by someone else: it stays off.
+    // An agent switched off while launchd's disabled list could not be read
+    // to confirm it: launchd now tells, as the next login pass would ask it.
+    // Off means Holdenmere's switch took, and it is given back (true); on
+    // means it never took, and only the entry goes; unreadable keeps the
+    // entry for a later try. A dry run asks launchd nothing.
+    bool settle(const TakeoverRecord& record, const DisabledAgent& agent) {
+        if (dryRun_) {
+            add({Source::launchAgents, record.name,
+                 "switch " + agent.label + " back on if launchd lists it switched off (never confirmed)",
+                 Outcome::wouldGiveBack});
+            return false;
+        }
+        if (!disabled_) disabled_ = engine_.disabledLabels();
+        if (!*disabled_) {
+            std::string reason(StartupChangeEngine::kDisabledListUnreadable);
+            if (reason.ends_with('.')) reason.pop_back();
+            add({Source::launchAgents, record.name, agent.label + ": " + reason + kKept, Outcome::failed});
+            return false;
+        }
+        if ((*disabled_)->count(agent.label) != 0) return true;
+        noteLedgerFailure(engine_.transaction().commit(
+            [identifier = record.bundleIdentifier, label = agent.label](HoldenmereConfig& fresh) {
+                fresh.forgetAgent(identifier, label);
+            }));
+        add({Source::launchAgents, record.name, agent.label + " is on already; its switch-off never took",
+             Outcome::givenBack});
+        return false;
+    }
+
+    // An agent that Holdenmere found off may have been switched off by
+    // someone else: it stays off.
     void leaveAgentOff(const TakeoverRecord& record, const DisabledAgent& agent) {
-        const std::string why = agent.inferred ? " was found switched off, maybe not by Holdenmere"
-                                               : " may not have been switched off by Holdenmere (it was never confirmed)";
+        const std::string why = " was found switched off, maybe not by Holdenmere";
         const std::string detail = agent.label + why + ", so it stays off; " + howToSwitchOn(agent.label);
         if (dryRun_) {
             add({Source::launchAgents, record.name, "would leave " + detail, Outcome::leftOff});
@@ -170,22 +214,13 @@ private:
                 add({Source::heldHelpers, helper.name, helper.label + ": " + kOptedOut, Outcome::optedOut});
             } else if (StartupChangeEngine::isOwnLabel(helper.label) ||
                        StartupChangeEngine::isOwnBundle(helper.appBundleIdentifier)) {
-                leaveOwnItem(Source::heldHelpers, helper.name, helper.label,
-                             [label = helper.label](HoldenmereConfig& fresh) {
-                                 std::erase_if(fresh.delayedHelpers,
-                                               [&](const DelayedHelper& held) { return held.label == label; });
-                             });
+                leaveOwnItem(Source::heldHelpers, helper.name, helper.label, forgetHelper(helper.label));
             } else if (listed(config.keptOff, helper.label)) {
                 helperLeftOff(helper);
             } else if (dryRun_) {
                 add({Source::heldHelpers, helper.name, "switch " + helper.label + " back on", Outcome::wouldGiveBack});
             } else {
-                const auto outcome = engine_.switchOnJob(
-                    helper.name + kDash + helper.label, helper.label, helper.plistPath,
-                    [label = helper.label](HoldenmereConfig& fresh) {
-                        std::erase_if(fresh.delayedHelpers,
-                                      [&](const DelayedHelper& held) { return held.label == label; });
-                    });
+                const auto outcome = engine_.releaseHelper(helper, forgetHelper(helper.label));
                 add(entryOf(Source::heldHelpers, helper.name, helper.label, helper.label + " switched back on",
                             helper.label + " is on already", outcome),
                     outcome);
@@ -200,9 +235,7 @@ private:
             add({Source::heldHelpers, helper.name, detail + "; would leave it off", Outcome::leftOff});
             return;
         }
-        noteLedgerFailure(engine_.transaction().commit([label = helper.label](HoldenmereConfig& fresh) {
-            std::erase_if(fresh.delayedHelpers, [&](const DelayedHelper& held) { return held.label == label; });
-        }));
+        noteLedgerFailure(engine_.transaction().commit(forgetHelper(helper.label)));
         add({Source::heldHelpers, helper.name, detail, Outcome::leftOff});
     }
 
@@ -336,6 +369,8 @@ private:
     StartupChangeEngine& engine_;
     bool dryRun_;
     StartupRestorer::Report report_;
+    // launchd's disabled list, read once when an unconfirmed entry needs it.
+    std::optional<std::optional<std::set<std::string>>> disabled_;
 };
 
 }  // namespace
@@ -375,6 +410,11 @@ StartupRestorer::GiveBack StartupRestorer::giveEverythingBack(
     if (!dryRun) {
         if (auto failure =
                 engine.transaction().commit([](HoldenmereConfig& config) { config.declineStartupConsent(); })) {
+            result.optOutFailure = *failure;
+            return result;
+        }
+        // A login pass that decided before now changes nothing after it.
+        if (auto failure = engine.noteGiveBack()) {
             result.optOutFailure = *failure;
             return result;
         }

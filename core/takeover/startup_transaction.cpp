@@ -21,6 +21,8 @@ std::string StartupTransaction::Failure::text(const std::filesystem::path& confi
             return "startup mutation lock unavailable" + std::string(kDash) + reason;
         case Kind::configUnreadable:
             return "config unreadable at " + configPath.string() + ": " + reason;
+        case Kind::outOfTime:
+            return "the startup mutation lock was still held elsewhere when the time for changes ran out";
     }
     return reason;
 }
@@ -39,7 +41,7 @@ StartupTransaction::Begun StartupTransaction::begin(ConfigAccess access, Wait wa
         } catch (const std::system_error& error) {
             const bool held = error.code().value() == EWOULDBLOCK;
             if (polling && held && !cancellation->waitFor(0.05)) continue;
-            if (polling && held) return Failure{Failure::Kind::lockBusy, "the time for changes ran out"};
+            if (polling && held) return Failure{Failure::Kind::outOfTime, {}};
             return Failure{held && wait == Wait::never ? Failure::Kind::lockBusy : Failure::Kind::lockUnavailable,
                            error.what()};
         }

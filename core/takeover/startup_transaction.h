@@ -35,7 +35,9 @@ public:
 
     // Why a transaction could not begin. Nothing was changed.
     struct Failure {
-        enum class Kind { lockBusy, lockUnavailable, configUnreadable };
+        // `outOfTime`: the lock was still held elsewhere when the
+        // cancellation was raised.
+        enum class Kind { lockBusy, lockUnavailable, configUnreadable, outOfTime };
         Kind kind = Kind::lockUnavailable;
         std::string reason;  // the failing call's own text
 
@@ -48,7 +50,9 @@ public:
 
     // Takes the lock (waiting for it, or failing at once when another
     // process holds it), then reads the configuration. With a cancellation
-    // the wait asks again every 50 ms and gives up once it is raised.
+    // the wait asks again every 50 ms and gives up once it is raised: a
+    // thread blocked in flock could not be woken by a deadline, and a login
+    // pass must never hang behind another holder.
     [[nodiscard]] static Begun begin(ConfigAccess access, Wait wait, const Signal* cancellation = nullptr);
     // A transaction over a configuration without taking the lock, for a
     // caller that already holds it for its whole run.

@@ -13,6 +13,8 @@
 
 #include "core/config/config_store.h"
 #include "core/config/history_store.h"
+#include "core/takeover/startup_restorer.h"
+#include "core/takeover/startup_transaction.h"
 #include "tests/support/fake_app_running.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_launchctl_running.h"
@@ -61,6 +63,22 @@ protected:
     }
 
     std::vector<LaunchRecord> history() const { return HistoryStore{home / "history.json", 200}.load(); }
+
+    // What --restore-startup or the desktop app's Give Everything Back does,
+    // from another process: under the startup mutation lock, through the
+    // same launchd and System Events.
+    std::vector<std::string> giveBack(bool everything) {
+        auto begun = StartupTransaction::begin(ConfigAccess::of(ConfigStore{home / "config.json"}),
+                                               StartupTransaction::Wait::untilFree);
+        auto& transaction = std::get<StartupTransaction>(begun);
+        StartupChangeEngine engine(transaction, launchctl, scripts, nullptr, [](const std::string&) { return true; });
+        const auto report = everything
+                                ? StartupRestorer::giveEverythingBack(engine, false, [] { return std::nullopt; }).report
+                                : StartupRestorer::giveBack(engine, false);
+        std::vector<std::string> lines;
+        for (const auto& entry : report.entries) lines.push_back(entry.line());
+        return lines;
+    }
 };
 
 TEST_F(GateModeTest, ManagedAppsThatMacOSStartedFromLoginItemsAreWarnedAbout) {
@@ -122,6 +140,86 @@ TEST_F(GateModeTest, AppsThatPutTheirLoginItemBackAreRemovedForTwoMinutes) {
     // The sweep watched its whole window in five-second naps.
     auto waits = clock.waits();
     EXPECT_GE(std::count(waits.begin(), waits.end(), 5.0), 23);
+}
+
+// The sweep must not undo what the user was told was given back: once the
+// ledger is given back, the Login Item stays, and the sweep says why it
+// stopped.
+TEST_F(GateModeTest, AGiveBackDuringTheSweepStaysGivenBack) {
+    HoldenmereConfig config;
+    config.apps = {app("Drive")};
+    config.apps[0].importedFromLoginItem = true;
+    config.startupConsent = StartupConsent::granted;
+    ConfigStore{home / "config.json"}.save(config);
+    const std::vector<FakeLoginItem> found{FakeLoginItem{config.apps[0].path, true}};
+    scripts.loginItems.items = found;
+    std::vector<std::string> given;
+    clock.at(clock.uptime() + 12, [&] { given = giveBack(false); });
+
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(runGate(out, err, services), 0) << err.str();
+    const std::string text = out.str();
+    EXPECT_THAT(text, HasSubstr("[Holdenmere] taken over: Drive \xE2\x80\x94 a managed app's Login Item; removed\n"));
+    ASSERT_EQ(given.size(), 1u) << text;
+    EXPECT_THAT(given[0], HasSubstr("given back: Drive"));
+    EXPECT_THAT(text, HasSubstr("[Holdenmere] re-registration sweep stopped \xE2\x80\x94 startup was given back "
+                                "since this pass started, so nothing was changed\n"));
+    EXPECT_THAT(text, Not(HasSubstr("re-registered: Drive")));
+    EXPECT_EQ(scripts.loginItems.items, found);
+    const HoldenmereConfig after = ConfigStore{home / "config.json"}.load();
+    EXPECT_TRUE(after.takeovers.empty());
+    EXPECT_EQ(after.giveBackGeneration, 1u);
+}
+
+// Held helpers are started after the network answers; one given back while
+// the pass waited is launchd's again and stays switched on. Holdenmere's own
+// jobs listed as held helpers are never switched.
+TEST_F(GateModeTest, AGiveBackWhileThePassWaitsKeepsHeldHelpersGivenBack) {
+    HoldenmereConfig config;
+    config.apps = {app("Mail")};
+    const DelayedHelper helper{"com.example.Mail.helper", (home / "helper.plist").string(), "com.example.Mail",
+                               "Mail", DelayedHelper::Mode::delay};
+    const DelayedHelper own{"com.tavik.holdenmere.agent", (home / "own.plist").string(), "com.example.Mail", "Mail",
+                            DelayedHelper::Mode::delay};
+    config.delayedHelpers = {helper, own};
+    config.startupConsent = StartupConsent::granted;
+    ConfigStore{home / "config.json"}.save(config);
+    testing::writeFile(helper.plistPath, testing::xmlPlist("<key>Label</key><string>com.example.Mail.helper</string>"));
+    launchctl.labelOfPlist[helper.plistPath] = helper.label;
+    launchctl.disabled = {helper.label};
+    // The network answers at the third attempt; the user gives everything
+    // back after the first.
+    probe.script({{ProbeOutcome::failure("HTTP 503"), 0.01, false}, {ProbeOutcome::failure("HTTP 503"), 0.01, false}});
+    std::vector<std::string> given;
+    clock.at(clock.uptime() + 0.5, [&] { given = giveBack(true); });
+
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(runGate(out, err, services), 0) << err.str();
+    const std::string text = out.str();
+    ASSERT_FALSE(given.empty()) << text;
+    EXPECT_THAT(text, HasSubstr("[Holdenmere] Mail helper: disabled \xE2\x80\x94 startup was given back since this "
+                                "pass started, so nothing was changed\n"));
+    EXPECT_FALSE(launchctl.disabled.count(helper.label)) << "given back, then switched off again";
+    EXPECT_TRUE(launchctl.loaded.count(helper.label));
+    for (const auto& call : launchctl.changes()) {
+        EXPECT_EQ(call.back().find("com.tavik.holdenmere"), std::string::npos) << call[0];
+    }
+    EXPECT_TRUE(ConfigStore{home / "config.json"}.load().delayedHelpers.empty());
+}
+
+TEST_F(GateModeTest, HoldenmeresOwnJobListedAsAHeldHelperIsNeverSwitched) {
+    HoldenmereConfig config;
+    config.delayedHelpers = {{"com.tavik.holdenmere.agent", (home / "own.plist").string(), "com.tavik.holdenmere",
+                              "Holdenmere", DelayedHelper::Mode::delay}};
+    ConfigStore{home / "config.json"}.save(config);
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(runGate(out, err, services), 0) << err.str();
+    EXPECT_THAT(out.str(), HasSubstr("[Holdenmere] Holdenmere helper: failed \xE2\x80\x94 Holdenmere's own job, "
+                                     "which it never switches; left as it is\n"));
+    EXPECT_TRUE(launchctl.changes().empty());
 }
 
 TEST_F(GateModeTest, TheGateListensForNetworkChangesWhileItWaits) {

@@ -228,11 +228,11 @@ TEST_F(OwnershipPass, AChangeWhoseRecordIsNotSavedIsNotMade) {
     file.failingSaves = {1, 3};
     auto result = pass();
     EXPECT_THAT(result.lines, Contains("Mail" + kDash +
-                                       "its Login Item stays: the recovery record could not be saved, so nothing was "
-                                       "changed (Could not write config: disk full)"));
+                                       "its Login Item stays: the recovery record could not be saved, so the Login "
+                                       "Items were not changed (Could not write config: disk full)"));
     EXPECT_THAT(result.lines, Contains("Sync" + kDash +
                                        "LaunchAgent com.example.sync.agent is NOT disabled: the recovery record could "
-                                       "not be saved, so nothing was changed (Could not write config: disk full)"));
+                                       "not be saved, so launchd was not changed (Could not write config: disk full)"));
     EXPECT_EQ(result.loginItemsNotRemoved, 1);
     EXPECT_EQ(scripts.paths(), std::vector<std::string>{mail});
     EXPECT_EQ(disables(), Calls{disableOf("com.example.cloud.agent")});

@@ -133,9 +133,58 @@ TEST_F(StartupRestorerTest, GivesBackExactlyWhatHoldenmereSwitchedOff) {
     const auto changesBefore = launchd.changes().size();
     const int saves = file.saves;
     giveBack(false);
-    EXPECT_EQ(file.saves, saves);
+    EXPECT_EQ(file.saves, saves + 1) << "only the give-back generation is saved again";
     EXPECT_EQ(launchd.changes().size(), changesBefore);
     for (const auto& script : scripts.scripts()) EXPECT_EQ(script.find("make new"), std::string::npos);
+}
+
+// An agent switched off while launchd's list could not be read to confirm
+// it: at give-back launchd tells whether the switch took, as the next pass
+// would have asked it.
+TEST_F(StartupRestorerTest, AnUnconfirmedSwitchOffIsSettledByWhatLaunchdSaysNow) {
+    struct Case {
+        std::string name;
+        bool readable;
+        bool disabledNow;
+        std::string line;
+        bool kept;
+    };
+    const std::string agent = "com.example.mail.agent";
+    for (const auto& c : std::vector<Case>{
+             {"off: Holdenmere's switch took", true, true,
+              "LaunchAgents: given back: Mail" + kDash + agent + " switched back on", false},
+             {"on: it never took", true, false,
+              "LaunchAgents: given back: Mail" + kDash + agent + " is on already; its switch-off never took", false},
+             {"launchd cannot tell", false, true,
+              "LaunchAgents: FAILED: Mail" + kDash + agent +
+                  ": launchd's disabled list could not be read, so nothing was changed; kept in the ledger",
+              true},
+         }) {
+        SCOPED_TRACE(c.name);
+        config.takeovers = {{"com.example.mail", "Mail", {}, {{agent, "/L/com.example.mail.agent.plist", false, true}}}};
+        config.delayedHelpers.clear();
+        config.heldStartup.clear();
+        config.reopenWindowsOriginal.reset();
+        launchd.disabled.clear();
+        if (c.disabledNow) launchd.disabled.insert(agent);
+        launchd.disabledListReadable = c.readable;
+        const auto report = giveBack(false);
+        ASSERT_EQ(report.entries.size(), 1u);
+        EXPECT_EQ(report.entries[0].line(), c.line);
+        EXPECT_EQ(testing::recordsAgent(file.stored, agent), c.kept);
+        launchd.disabledListReadable = true;
+        EXPECT_EQ(launchd.disabled.count(agent) != 0, c.kept) << "as found: on, or untold and untouched";
+    }
+}
+
+// Giving a helper back forgets that it was off when it was held, so that
+// holding it again later while on gives it back on.
+TEST_F(StartupRestorerTest, AHelperGivenBackLeavesNoKeptOffNoteBehind) {
+    config.keptOff = {"com.example.mail.helper", "com.example.other"};
+    giveBack(false);
+    EXPECT_EQ(file.stored.keptOff, (std::vector<std::string>{"com.example.other"}));
+    EXPECT_TRUE(file.stored.delayedHelpers.empty());
+    EXPECT_TRUE(launchd.disabled.count("com.example.mail.helper")) << "it was off when held: it stays off";
 }
 
 TEST_F(StartupRestorerTest, DryRunAsksNothingAndChangesNothing) {
@@ -178,6 +227,7 @@ TEST_F(StartupRestorerTest, FailuresAndUnreadableStateStayInTheLedger) {
     HoldenmereConfig expected = before;
     expected.takeovers.erase(expected.takeovers.begin() + 3);         // Sync: found off, stays off
     expected.heldStartup.erase(expected.heldStartup.begin() + 1);     // WasOff: was off when found
+    expected.giveBackGeneration = 1;  // a give-back happened, whatever it could give
     EXPECT_EQ(file.stored, expected);
 
     // launchd's disabled list unreadable: nothing is switched on.
@@ -196,7 +246,7 @@ TEST_F(StartupRestorerTest, AFailedLedgerSaveAfterAGiveBackIsReported) {
     config.delayedHelpers.clear();
     config.heldStartup.clear();
     config.reopenWindowsOriginal.reset();
-    file.failingSaves = {1};
+    file.failingSaves = {2};  // the first notes the give-back
     auto report = giveBack(false);
     EXPECT_EQ(report.ledgerFailure, "Could not write config: disk full");
     EXPECT_EQ(lines(report), std::vector<std::string>{"Login Items: given back: Mail" + kDash +
@@ -251,7 +301,9 @@ TEST(StartupRestorerHang, AHangingLaunchctlIsAFailureKeptInTheLedger) {
     EXPECT_EQ(report.entries[0].line(), "LaunchAgents: FAILED: Sync" + kDash +
                                             "com.example.sync.agent: launchctl enable failed (exit -1); kept in the "
                                             "ledger");
-    EXPECT_EQ(file.stored, before);
+    HoldenmereConfig expected = before;
+    expected.giveBackGeneration = 1;
+    EXPECT_EQ(file.stored, expected);
     EXPECT_TRUE(tool.state().disabled.at("com.example.sync.agent"));
 }
 

@@ -5,6 +5,7 @@
 #include "tests/support/config_file.h"
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_script_running.h"
+#include "tests/support/plist_files.h"
 #include "tests/support/temporary_directory.h"
 
 namespace holdenmere {
@@ -61,6 +62,24 @@ TEST_F(StartupSourcesPass, SwitchesHeldJobsThatCameBackOnOffAgain) {
     EXPECT_EQ(records[0].outcome, LaunchOutcome::disabled);
     EXPECT_EQ(records[1].detail, "switched on again since the last login; switched off again");
     EXPECT_EQ(file.saves, 0);  // the held records are their own recovery entries
+}
+
+// Held while its plist's "Disabled" kept it off: launchd does not run it,
+// so there is nothing to re-assert, and no disabled mark is left behind for
+// a give-back to find.
+TEST_F(StartupSourcesPass, AJobItsPlistKeepsOffIsLeftWithoutAMark) {
+    const auto plist = folder / "com.example.plistoff.plist";
+    testing::writeFile(plist, testing::xmlPlist("<key>Label</key><string>com.example.plistoff</string>"
+                                                "<key>Program</key><string>/usr/local/bin/off</string>"
+                                                "<key>RunAtLoad</key><true/><key>Disabled</key><true/>"));
+    HeldStartupItem item = held(StartupSource::launchdJob, "com.example.plistoff", "PlistOff");
+    item.previous = "off";
+    item.plistPath = plist.string();
+    file.stored.heldStartup = {item};
+    launchd.disabled.clear();
+    const auto result = run();
+    EXPECT_TRUE(launchd.changes().empty());
+    for (const auto& line : result.lines) EXPECT_EQ(line.find("switched on again"), std::string::npos) << line;
 }
 
 TEST_F(StartupSourcesPass, FailuresAndAnUnreadableDisabledList) {
