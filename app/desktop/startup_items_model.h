@@ -32,6 +32,9 @@ struct StartupScan {
     std::vector<LoginItemsAuditor::LoginItem> loginItems;
     bool loginItemsUnreadable = false;  // System Events did not answer
     std::vector<StartupItem> agentItems;  // LaunchAgents that open an app and are switched on
+    // launchd's disabled list could not be read: LaunchAgents that open an
+    // app may be switched on or off, and none is listed.
+    bool agentStatesUnknown = false;
     std::map<std::string, SafetyTier> agentTiers;  // by label: what switching each off means
     std::set<std::string> systemDaemonApps;  // apps system LaunchDaemons run: never offered
     std::vector<IneligibleStartupItem> ineligible;
@@ -137,6 +140,8 @@ public:
     QString loginItemsProblem() const;
     // Why the background items are missing, or empty.
     QString backgroundItemsProblem() const;
+    // Why the LaunchAgents that open apps are missing, or empty.
+    QString launchAgentsProblem() const;
     // The background scan has finished; it has finished without a result.
     bool startupDiscoveryCompleted() const { return scanned_; }
     bool startupDiscoveryIncomplete() const { return scanned_ && !scan_.background; }

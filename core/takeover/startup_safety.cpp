@@ -193,7 +193,9 @@ StartupSafety::Environment StartupSafety::systemEnvironment(std::function<std::v
         return !error && entries != std::filesystem::directory_iterator();
     };
     environment.homeDirectory = [] { return homeDirectory().string(); };
-    environment.systemDaemonAppPaths = [] { return SystemDaemonScanner{}.appPaths(); };
+    // What the desktop offers and refuses; the login pass, which acts on
+    // its own, also weighs the daemons it could not read.
+    environment.systemDaemonAppPaths = [] { return SystemDaemonScanner{}.appPaths().paths; };
     return environment;
 }
 

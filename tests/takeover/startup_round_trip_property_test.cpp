@@ -143,7 +143,7 @@ public:
         StartupTransaction transaction = file.begin();
         StartupChangeEngine engine(transaction, launchctl, scripts);
         const auto result = LoginOwnership::ownershipPass(engine, scanner, StartupSafety::systemEnvironment(),
-                                                          {records(firstPass), {}, {}, predatesLedger});
+                                                          {records(firstPass), {}, {}, predatesLedger, {}});
         transaction.end();
         launchd.beforeDisabledList = nullptr;
         launchd.disabledListReadable = true;
