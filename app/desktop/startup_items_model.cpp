@@ -85,6 +85,11 @@ StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts
 }
 
 QString StartupItemRow::sourceText() const {
+    if (source == Source::backgroundItem && opensItselfAtLogin) {
+        return QStringLiteral(
+            "Opens itself at login \u00B7 switch it off in System Settings \u203A General \u203A "
+            "Login Items");
+    }
     if (source == Source::backgroundItem) return QStringLiteral("Background item %1").arg(text(backgroundIdentifier));
     return source == Source::loginItem ? QStringLiteral("Login Item") : QStringLiteral("LaunchAgent %1").arg(text(label));
 }

@@ -65,13 +65,15 @@ struct StartupItemRow {
     std::string plistPath;  // a LaunchAgent's
     std::string backgroundIdentifier;      // a background item's
     bool opensLoginItemsSettings = false;  // only System Settings switches it off
+    bool opensItselfAtLogin = false;       // a background item that is the app's own registration
     bool hidden = false;    // a Login Item opened hidden
     SafetyTier tier;        // switching a LaunchAgent off; Login Items are always allowed
     std::vector<std::string> chips;
     bool leftToMacOS = false;
     std::optional<std::filesystem::path> iconPath;
 
-    // "Login Item", "LaunchAgent {label}" or "Background item {identifier}".
+    // "Login Item", "LaunchAgent {label}" or "Background item {identifier}";
+    // for an app that opens itself at login, that and where to switch it off.
     QString sourceText() const;
     friend bool operator==(const StartupItemRow&, const StartupItemRow&) = default;
 };
