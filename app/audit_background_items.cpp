@@ -1,5 +1,7 @@
 #include "app/audit_background_items.h"
 
+#include <algorithm>
+
 #include "core/discovery/startup_discovery.h"
 #include "core/support/log_text.h"
 #include "core/takeover/login_ownership.h"
@@ -36,8 +38,19 @@ void printBackgroundItems(std::ostream& out, BackgroundItemsTool& tool, const Co
     }
     out << kTag << "BACKGROUND ITEMS (macOS starts these at login):\n";
     for (const auto& item : items) {
+        const auto& identifier = std::get<StartupItem::BackgroundItem>(item.source).identifier;
         out << kTag << "  " << item.name << " (" << item.bundleIdentifier << ")" << kDash << "background item "
-            << std::get<StartupItem::BackgroundItem>(item.source).identifier << "; Holdenmere can start it instead\n";
+            << identifier;
+        // An app that opens itself at login keeps doing so until it is
+        // switched off where macOS lists it.
+        const auto entry = std::find_if(result.items.begin(), result.items.end(), [&](const auto& candidate) {
+            return std::get<StartupItem::BackgroundItem>(candidate.item.source).identifier == identifier;
+        });
+        if (entry != result.items.end() && entry->appRecord) {
+            out << "; the app opens itself at login; " << remedyText(entry->remedy) << '\n';
+        } else {
+            out << "; Holdenmere can start it instead\n";
+        }
     }
     for (const auto& item : ineligible) {
         out << kTag << "  " << item.name << kDash << "background item " << item.label << kDash << item.reason << '\n';

@@ -45,8 +45,13 @@ int runAudit(std::ostream& out, std::ostream& err) {
 int runAudit(std::ostream& out, std::ostream& err, ScriptRunning& scripts) {
     // Read once: every System Events question can take seconds.
     const LoginItemsAuditor auditor(scripts);
-    const auto loginItems = auditor.loginItems(false);
-    if (!loginItems.empty()) out << kTag << "macOS Login Items: " << names(loginItems) << '\n';
+    // A list that cannot be read is said to be so, never shown as empty.
+    const auto reading = auditor.readExplaining();
+    if (!reading.items) {
+        out << kTag << "macOS Login Items: could not be read" << kDash << reading.failure << '\n';
+    } else if (!reading.items->empty()) {
+        out << kTag << "macOS Login Items: " << names(*reading.items) << '\n';
+    }
 
     const ConfigStore store = ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH"));
     try {
@@ -55,8 +60,13 @@ int runAudit(std::ostream& out, std::ostream& err, ScriptRunning& scripts) {
         if (!config.blockedApps.empty()) {
             out << kTag << "removed from Holdenmere (do not start at login): " << names(config.blockedApps) << '\n';
         }
-        const auto conflicts = LoginItemsAuditor::conflicts(config.apps, loginItems);
-        if (!conflicts.empty()) {
+        if (!reading.items) {
+            if (!config.apps.empty()) {
+                out << kTag << "CONFLICTS: could not be checked" << kDash
+                    << "the macOS Login Items could not be read, so a managed app may also start from one\n";
+            }
+        } else if (const auto conflicts = LoginItemsAuditor::conflicts(config.apps, *reading.items);
+                   !conflicts.empty()) {
             out << kTag << "CONFLICTS (in both" << kDash << "gate has no effect on these): \n";
             for (const auto& conflict : conflicts) {
                 out << kTag << "  " << conflict.managed.name << " ("

@@ -278,6 +278,9 @@ struct LoadedConfig {
     // writes the ledger's keys.
     bool predatesLedger = false;
     std::set<std::string> systemDaemonAppPaths;
+    // What of the system LaunchDaemons could not be read: the pass then
+    // imports nothing (an app they run cannot be ruled out).
+    std::vector<std::string> unreadableSystemDaemons;
     std::vector<ManagedApp> movedToBlocked;
 };
 
@@ -285,7 +288,7 @@ struct LoadedConfig {
 // anything. Nothing, after the error is printed, when it cannot be read:
 // then nothing happens at all.
 std::optional<LoadedConfig> loadAndMigrate(std::ostream& out, std::ostream& err, GateServices& services) {
-    LoadedConfig loaded{ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")), {}, false, {}, {}};
+    LoadedConfig loaded{ConfigStore::resolving(environmentValue("HOLDENMERE_CONFIG_PATH")), {}, false, {}, {}, {}};
     try {
         loaded.config = loaded.store.load();
     } catch (const ConfigStoreError& error) {
@@ -294,7 +297,11 @@ std::optional<LoadedConfig> loadAndMigrate(std::ostream& out, std::ostream& err,
         return std::nullopt;
     }
     loaded.predatesLedger = loaded.config.predatesLedger;
-    loaded.systemDaemonAppPaths = services.systemDaemonAppPaths();
+    // An app is dropped for a daemon that could be read; what could not be
+    // read holds the pass's imports back later.
+    auto daemons = services.systemDaemonAppPaths();
+    loaded.systemDaemonAppPaths = std::move(daemons.paths);
+    loaded.unreadableSystemDaemons = std::move(daemons.unreadable);
     auto migration = LoginOwnership::migrate(loaded.config, loaded.systemDaemonAppPaths);
     for (const auto& line : migration.logLines) out << kTag << line << '\n';
     loaded.config = std::move(migration.config);
@@ -357,9 +364,10 @@ struct StartupSourcesRun {
 
 void startStartupSources(StartupSourcesRun& run, GateServices& services, const LoadedConfig& loaded,
                          const LaunchPlan& plan) {
-    StartupSourcesInputs inputs{loaded.store,
-                                {plan.records, loaded.systemDaemonAppPaths, {}, loaded.predatesLedger},
-                                loaded.config.giveBackGeneration};
+    StartupSourcesInputs inputs{
+        loaded.store,
+        {plan.records, loaded.systemDaemonAppPaths, {}, loaded.predatesLedger, loaded.unreadableSystemDaemons},
+        loaded.config.giveBackGeneration};
     for (const auto& app : loaded.movedToBlocked) inputs.pass.switchedOff.insert(app.bundleIdentifier);
     const auto& config = loaded.config;
     run.budget = LoginOwnership::startupStepBudget(LoginOwnership::startupOptOuts(config)) +

@@ -8,6 +8,7 @@
 
 #include "core/apps/app_running.h"
 #include "core/discovery/script_running.h"
+#include "core/discovery/system_daemon_scanner.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/reachability/network_change_listening.h"
 #include "core/reachability/reachability_probe.h"
@@ -27,8 +28,9 @@ struct GateServices {
     AppRunning& apps;
     LaunchctlRunning& launchctl;
     ScriptRunning& scripts;
-    // The app paths that system LaunchDaemons run.
-    std::function<std::set<std::string>()> systemDaemonAppPaths;
+    // The app paths that system LaunchDaemons run, and the daemons that
+    // could not be read.
+    std::function<SystemDaemonScanner::Apps()> systemDaemonAppPaths;
     // Holdenmere's own bundle and process, for opening the desktop app.
     std::optional<Bundle> bundle;
     int processIdentifier = 0;

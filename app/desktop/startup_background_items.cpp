@@ -46,6 +46,7 @@ void describeBackgroundRow(StartupItemRow& row, const StartupItem::BackgroundIte
     if (!scan.background) return;
     for (const auto& entry : scan.background->items) {
         if (std::get<StartupItem::BackgroundItem>(entry.item.source) != source) continue;
+        row.opensItselfAtLogin = entry.appRecord;
         if (const auto* agent = std::get_if<BackgroundItemScanner::LaunchAgent>(&entry.remedy)) {
             row.label = agent->label;
             row.plistPath = agent->plistPath;

@@ -59,7 +59,9 @@ StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts
     scan.loginItems = LoginItemsAuditor(noting).loginItems(/*readingHidden=*/true);
     scan.loginItemsUnreadable = noting.listFailed;
     const LaunchAgentScanner scanner(launchctl, agentDirectories);
-    scan.agentItems = scanner.startupItems();
+    auto agents = scanner.startupItems();
+    scan.agentItems = std::move(agents.items);
+    scan.agentStatesUnknown = !agents.stateKnown();
     scan.ineligible = scanner.ineligibleItems();
     if (environment.systemDaemonAppPaths) scan.systemDaemonApps = environment.systemDaemonAppPaths();
     for (const auto& item : scan.agentItems) {
@@ -83,6 +85,11 @@ StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts
 }
 
 QString StartupItemRow::sourceText() const {
+    if (source == Source::backgroundItem && opensItselfAtLogin) {
+        return QStringLiteral(
+            "Opens itself at login \u00B7 switch it off in System Settings \u203A General \u203A "
+            "Login Items");
+    }
     if (source == Source::backgroundItem) return QStringLiteral("Background item %1").arg(text(backgroundIdentifier));
     return source == Source::loginItem ? QStringLiteral("Login Item") : QStringLiteral("LaunchAgent %1").arg(text(label));
 }
@@ -118,6 +125,13 @@ QString StartupItemsModel::loginItemsProblem() const {
     if (!scan_.loginItemsUnreadable) return {};
     return QStringLiteral("Holdenmere could not read your Login Items. Allow it to control System Events in System "
                           "Settings \u203A Privacy & Security \u203A Automation, then look again.");
+}
+
+QString StartupItemsModel::launchAgentsProblem() const {
+    if (!scan_.agentStatesUnknown) return {};
+    return QStringLiteral(
+        "Holdenmere could not read launchd's disabled list, so it cannot tell which LaunchAgents "
+        "still start apps at login; they are not listed. Look again in a moment.");
 }
 
 void StartupItemsModel::rescan() {

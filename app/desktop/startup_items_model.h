@@ -32,6 +32,9 @@ struct StartupScan {
     std::vector<LoginItemsAuditor::LoginItem> loginItems;
     bool loginItemsUnreadable = false;  // System Events did not answer
     std::vector<StartupItem> agentItems;  // LaunchAgents that open an app and are switched on
+    // launchd's disabled list could not be read: LaunchAgents that open an
+    // app may be switched on or off, and none is listed.
+    bool agentStatesUnknown = false;
     std::map<std::string, SafetyTier> agentTiers;  // by label: what switching each off means
     std::set<std::string> systemDaemonApps;  // apps system LaunchDaemons run: never offered
     std::vector<IneligibleStartupItem> ineligible;
@@ -62,13 +65,15 @@ struct StartupItemRow {
     std::string plistPath;  // a LaunchAgent's
     std::string backgroundIdentifier;      // a background item's
     bool opensLoginItemsSettings = false;  // only System Settings switches it off
+    bool opensItselfAtLogin = false;       // a background item that is the app's own registration
     bool hidden = false;    // a Login Item opened hidden
     SafetyTier tier;        // switching a LaunchAgent off; Login Items are always allowed
     std::vector<std::string> chips;
     bool leftToMacOS = false;
     std::optional<std::filesystem::path> iconPath;
 
-    // "Login Item", "LaunchAgent {label}" or "Background item {identifier}".
+    // "Login Item", "LaunchAgent {label}" or "Background item {identifier}";
+    // for an app that opens itself at login, that and where to switch it off.
     QString sourceText() const;
     friend bool operator==(const StartupItemRow&, const StartupItemRow&) = default;
 };
@@ -137,6 +142,8 @@ public:
     QString loginItemsProblem() const;
     // Why the background items are missing, or empty.
     QString backgroundItemsProblem() const;
+    // Why the LaunchAgents that open apps are missing, or empty.
+    QString launchAgentsProblem() const;
     // The background scan has finished; it has finished without a result.
     bool startupDiscoveryCompleted() const { return scanned_; }
     bool startupDiscoveryIncomplete() const { return scanned_ && !scan_.background; }

@@ -177,12 +177,16 @@ BackgroundItemScanner::Scan BackgroundItemScanner::scan() const {
 
 BackgroundItemScanner::Result BackgroundItemScanner::interpret(const BackgroundItemDump& dump, std::string_view uid) {
     Result result;
+    std::vector<Item> appRecords;
     std::set<std::string> seen;
     for (const auto& record : dump.records) {
         if (record.uid && *record.uid != uid) continue;
         if (!record.isEnabled() || isOwn(record)) continue;
         const auto kind = record.kind();
-        if (kind != Record::Kind::agent && kind != Record::Kind::loginItem && kind != Record::Kind::daemon) continue;
+        if (kind != Record::Kind::agent && kind != Record::Kind::loginItem && kind != Record::Kind::daemon &&
+            kind != Record::Kind::app) {
+            continue;
+        }
         if (!seen.insert(record.identifier).second) continue;
 
         const Reading reading(dump, record);
@@ -191,15 +195,17 @@ BackgroundItemScanner::Result BackgroundItemScanner::interpret(const BackgroundI
             judgement.reason = std::string(kSystemWideReason);
             if (record.executablePath) judgement.program = reading.resolved(*record.executablePath);
         } else {
+            // An app record names the app itself, as a login item does.
             judgement = kind == Record::Kind::agent ? judgeAgent(reading) : judgeLoginItem(reading);
         }
         const auto app = reading.ownerApp(judgement.program);
         const std::string owner = reading.ownerBundleIdentifier(app);
         if (owner == StartupDiscovery::ownBundleIdentifier) continue;
         if (!judgement.reason && app && !owner.empty()) {
-            result.items.push_back(
-                Item{StartupItem{owner, appName(*app), *app, StartupItem::BackgroundItem{record.identifier}},
-                     judgement.remedy});
+            const bool appRecord = kind == Record::Kind::app;
+            (appRecord ? appRecords : result.items)
+                .push_back(Item{StartupItem{owner, appName(*app), *app, StartupItem::BackgroundItem{record.identifier}},
+                                judgement.remedy, appRecord});
             continue;
         }
         // Something no app owns is not shown, as a bare tool's agent is not.
@@ -208,6 +214,7 @@ BackgroundItemScanner::Result BackgroundItemScanner::interpret(const BackgroundI
             reading.ownerName(app), owner, record.identifier,
             judgement.reason.value_or("can't take over: Holdenmere cannot tell what it runs")});
     }
+    result.items.insert(result.items.end(), appRecords.begin(), appRecords.end());
     return result;
 }
 

@@ -17,7 +17,10 @@ namespace holdenmere {
 // at login (and could be taken over), which start something that must be
 // left alone (with the reason), and how a managed app's item is switched
 // off: through launchd when a LaunchAgent is behind it, otherwise only in
-// System Settings. Holdenmere's own items are never reported.
+// System Settings. Holdenmere's own items are never reported. An enabled
+// "app" record is the app's own registration to open at login (what System
+// Settings lists under Open at Login); its disposition is its own, whatever
+// its agents' say, and only System Settings switches it off.
 class BackgroundItemScanner {
 public:
     static constexpr std::string_view kLoginItemsSettingsURL =
@@ -40,6 +43,8 @@ public:
     struct Item {
         StartupItem item;  // source: backgroundItem(identifier)
         Remedy remedy;
+        // An "app" record: the app opens itself at login.
+        bool appRecord = false;
         friend bool operator==(const Item&, const Item&) = default;
     };
     // A managed app that a background item also starts at login.
@@ -51,6 +56,8 @@ public:
         friend bool operator==(const Conflict&, const Conflict&) = default;
     };
     struct Result {
+        // Login items and agents in the tool's order, then the apps' own
+        // registrations, so that in a merge an app's agent comes first.
         std::vector<Item> items;
         std::vector<IneligibleStartupItem> ineligible;
 

@@ -14,12 +14,14 @@ constexpr int kFormat = 1;
 constexpr std::uintmax_t kMaxSize = 4 * 1024 * 1024;
 constexpr const char* kLaunchAgent = "launchAgent";
 constexpr const char* kOpenLoginItemsSettings = "openLoginItemsSettings";
+constexpr const char* kAppRecord = "app";
 
 json::Value encode(const BackgroundItemScanner::Item& entry) {
     json::Value value{{"bundleIdentifier", entry.item.bundleIdentifier},
                       {"name", entry.item.name},
                       {"identifier", std::get<StartupItem::BackgroundItem>(entry.item.source).identifier}};
     if (entry.item.path) value["path"] = *entry.item.path;
+    if (entry.appRecord) value["kind"] = kAppRecord;
     if (const auto* agent = std::get_if<BackgroundItemScanner::LaunchAgent>(&entry.remedy)) {
         value["remedy"] = kLaunchAgent;
         value["label"] = agent->label;
@@ -32,10 +34,11 @@ json::Value encode(const BackgroundItemScanner::Item& entry) {
 
 BackgroundItemScanner::Item decodeItem(const json::Value& value, const std::string& path) {
     const json::ObjectReader reader(value, path);
-    BackgroundItemScanner::Item entry{StartupItem{reader.string("bundleIdentifier"), reader.string("name"),
-                                                  reader.optionalString("path"),
-                                                  StartupItem::BackgroundItem{reader.string("identifier")}},
-                                      BackgroundItemScanner::OpenLoginItemsSettings{}};
+    BackgroundItemScanner::Item entry{
+        StartupItem{reader.string("bundleIdentifier"), reader.string("name"), reader.optionalString("path"),
+                    StartupItem::BackgroundItem{reader.string("identifier")}},
+        BackgroundItemScanner::OpenLoginItemsSettings{},
+        reader.optionalString("kind") == std::optional<std::string>(kAppRecord)};
     const std::string remedy = reader.string("remedy");
     if (remedy == kLaunchAgent) {
         entry.remedy = BackgroundItemScanner::LaunchAgent{reader.string("label"), reader.string("plistPath")};

@@ -26,32 +26,28 @@ std::string appName(const std::string& appPath) {
     return std::filesystem::path(appPath).stem().string();
 }
 
-// launchd's disabled state for one scan. The whole list is asked for once, on
-// the first question; when launchd's answer cannot be read, each label is
-// asked on its own instead (that reads the same output more leniently),
-// once per label.
+// launchd's disabled state for one scan: the whole list, asked once, on the
+// first question. When it cannot be read no label's state is known; asking
+// label by label would read the same failed output, and its "no" would mean
+// "could not tell".
 class DisabledState {
 public:
     explicit DisabledState(LaunchctlRunning& launchctl) : launchctl_(launchctl) {}
 
-    bool isDisabled(const std::string& label) {
+    // Nothing when launchd's disabled list could not be read.
+    std::optional<bool> isDisabled(const std::string& label) {
         if (!asked_) {
             labels_ = launchctl_.disabledLabels();
             asked_ = true;
         }
-        if (labels_) return labels_->count(label) != 0;
-        auto known = answers_.find(label);
-        if (known != answers_.end()) return known->second;
-        bool answer = launchctl_.isDisabled(label);
-        answers_.emplace(label, answer);
-        return answer;
+        if (!labels_) return std::nullopt;
+        return labels_->count(label) != 0;
     }
 
 private:
     LaunchctlRunning& launchctl_;
     bool asked_ = false;
     std::optional<std::set<std::string>> labels_;
-    std::map<std::string, bool> answers_;
 };
 
 // launchd's marks for one scan, asked once and only when an agent's plist
@@ -103,16 +99,24 @@ std::optional<StartupItem> itemOpeningApp(const LaunchAgentScanner::Agent& agent
     return StartupItem{*identifier, appName(*app), *app, StartupItem::LaunchAgent{agent.label, agent.plistPath}};
 }
 
-// The eligible login agents whose disabled state is `disabled`.
-std::vector<StartupItem> eligibleItems(const std::vector<LaunchAgentScanner::Agent>& agents,
-                                       LaunchctlRunning& launchctl, bool disabled) {
+// The eligible login agents by their state in launchd's disabled list.
+struct EligibleItems {
+    std::vector<StartupItem> on;
+    std::vector<StartupItem> off;
+    std::vector<StartupItem> unknown;
+};
+
+EligibleItems eligibleItems(const std::vector<LaunchAgentScanner::Agent>& agents, LaunchctlRunning& launchctl) {
     DisabledState state(launchctl);
-    std::vector<StartupItem> items;
+    EligibleItems items;
     for (const auto& agent : agents) {
         auto item = itemOpeningApp(agent);
+        if (!item) continue;
         // The disabled state is asked last, so that launchd is only asked
-        // about agents that could be taken over.
-        if (item && state.isDisabled(agent.label) == disabled) items.push_back(std::move(*item));
+        // when an agent could be taken over.
+        const auto disabled = state.isDisabled(agent.label);
+        auto& into = !disabled ? items.unknown : *disabled ? items.off : items.on;
+        into.push_back(std::move(*item));
     }
     return items;
 }
@@ -222,19 +226,30 @@ bool LaunchAgentScanner::runsInSession(const Agent& agent, const std::optional<s
 }
 
 std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::loginStartingAgents() const {
-    std::vector<Agent> agents = allAgents();
+    std::vector<std::string> ignored;
+    return loginStartingAgents(ignored);
+}
+
+std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::loginStartingAgents(
+    std::vector<std::string>& incomplete) const {
+    std::vector<Agent> agents = readTopLevelAgents(incomplete);
     std::erase_if(agents, [](const Agent& agent) { return !agent.startsAtLogin || agent.cadence || agent.launchdOnly; });
     SessionState session(launchctl);
     std::erase_if(agents, [&](const Agent& agent) { return !session.runsInSession(agent); });
     return agents;
 }
 
-std::vector<StartupItem> LaunchAgentScanner::startupItems() const {
-    return eligibleItems(loginStartingAgents(), launchctl, false);
+LaunchAgentScanner::StartupItemListing LaunchAgentScanner::startupItems() const {
+    StartupItemListing listing;
+    auto items = eligibleItems(loginStartingAgents(listing.incomplete), launchctl);
+    listing.items = std::move(items.on);
+    listing.stateUnknown = std::move(items.unknown);
+    if (!listing.stateKnown()) listing.incomplete.emplace(listing.incomplete.begin(), kDisabledListUnreadable);
+    return listing;
 }
 
 std::vector<StartupItem> LaunchAgentScanner::disabledEligibleAgents() const {
-    return eligibleItems(loginStartingAgents(), launchctl, true);
+    return eligibleItems(loginStartingAgents(), launchctl).off;
 }
 
 std::vector<IneligibleStartupItem> LaunchAgentScanner::ineligible(bool whereDisabled) const {
@@ -253,7 +268,9 @@ std::vector<IneligibleStartupItem> LaunchAgentScanner::ineligible(bool whereDisa
         if (!app) continue;
         auto identifier = StartupDiscovery::bundleIdentifier(*app);
         if (!identifier || *identifier == StartupDiscovery::ownBundleIdentifier) continue;
-        if (state.isDisabled(agent.label) != whereDisabled) continue;
+        // An agent of unknown state may run: it is shown with the switched
+        // on ones, never with the switched off ones.
+        if (state.isDisabled(agent.label).value_or(false) != whereDisabled) continue;
         if (!whereDisabled && !agent.startsAtLogin && !agent.cadence && !agent.launchdOnly) continue;
         if (!whereDisabled && !session.runsInSession(agent)) continue;
         if (!labels.insert(agent.label).second) continue;
@@ -264,7 +281,9 @@ std::vector<IneligibleStartupItem> LaunchAgentScanner::ineligible(bool whereDisa
 
 std::vector<LaunchAgentScanner::AgentConflict> LaunchAgentScanner::conflicts(
     const std::vector<ManagedApp>& managed) const {
-    std::vector<StartupItem> items = startupItems();
+    StartupItemListing listing = startupItems();
+    std::vector<StartupItem> items = std::move(listing.items);
+    items.insert(items.end(), listing.stateUnknown.begin(), listing.stateUnknown.end());
     std::vector<AgentConflict> result;
     for (const auto& app : managed) {
         for (const auto& item : items) {
@@ -295,8 +314,9 @@ std::vector<HelperAgent> LaunchAgentScanner::helpers() const {
         if (!identifier || *identifier == StartupDiscovery::ownBundleIdentifier) continue;
         if (!session.runsInSession(agent)) continue;
         if (!labels.insert(agent.label).second) continue;
+        // Shown only: a held helper's state is read again where it is changed.
         result.push_back(HelperAgent{agent.label, agent.plistPath, agent.program, *identifier, appName(*app),
-                                     state.isDisabled(agent.label)});
+                                     state.isDisabled(agent.label).value_or(false)});
     }
     return result;
 }

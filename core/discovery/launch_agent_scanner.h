@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
@@ -34,9 +35,13 @@ struct HelperAgent {
 // tells which agents start an app at login (and could be taken over), which
 // start something that must be left alone, and which start a managed app
 // behind Holdenmere's back. Nothing is cached: every call reads the folders
-// again, and asks launchd for its disabled list at most once.
+// again, and asks launchd for its disabled list at most once. Whether an
+// agent is switched off is read from that list only: when it cannot be read,
+// no agent's state is known, and the answers say so.
 class LaunchAgentScanner {
 public:
+    static constexpr std::string_view kDisabledListUnreadable = "launchd's disabled list could not be read";
+
     // One parsed agent plist.
     struct Agent {
         std::string label;  // "Label", or the file name without its extension
@@ -63,6 +68,22 @@ public:
         std::string plistPath;
 
         friend bool operator==(const AgentConflict&, const AgentConflict&) = default;
+    };
+
+    // The login agents that open an app's own executable, by their state in
+    // launchd's disabled list.
+    struct StartupItemListing {
+        std::vector<StartupItem> items;  // switched on
+        // Agents whose state could not be read (launchd's disabled list could
+        // not be read): switched on or off, nobody can tell.
+        std::vector<StartupItem> stateUnknown;
+        // What the listing could not read: kDisabledListUnreadable, folders
+        // that could not be listed, plists that could not be read.
+        std::vector<std::string> incomplete;
+
+        // Every agent's state was read.
+        bool stateKnown() const { return stateUnknown.empty(); }
+        friend bool operator==(const StartupItemListing&, const StartupItemListing&) = default;
     };
 
     struct JobSafety;
@@ -94,18 +115,27 @@ public:
     static bool runsInSession(const Agent& agent, const std::optional<std::map<std::string, bool>>& marks);
     // Agents launchd runs at login that are neither scheduled nor launchd-only.
     std::vector<Agent> loginStartingAgents() const;
+    // The same, naming what could not be read in `incomplete`.
+    std::vector<Agent> loginStartingAgents(std::vector<std::string>& incomplete) const;
 
-    // Login agents that open an app's own executable and are switched on.
-    std::vector<StartupItem> startupItems() const;
-    // The same agents where launchd has them switched off.
+    // Login agents that open an app's own executable and are switched on,
+    // and those whose state could not be read.
+    StartupItemListing startupItems() const;
+    // The same agents where launchd's disabled list has them switched off;
+    // none when the list could not be read.
     std::vector<StartupItem> disabledEligibleAgents() const;
     // Agents of apps that cannot be taken over, with the reason; the switched
-    // on ones (`whereDisabled` false) or the switched off ones.
+    // on ones (`whereDisabled` false) or the switched off ones. An agent whose
+    // state cannot be read is shown with the switched on ones, since it may
+    // run, and is never among the switched off ones.
     std::vector<IneligibleStartupItem> ineligibleItems() const { return ineligible(false); }
     std::vector<IneligibleStartupItem> ineligible(bool whereDisabled) const;
-    // For each managed app in turn, the startup items that open it.
+    // For each managed app in turn, the startup items that open it: the
+    // switched on ones and those whose state could not be read (any change
+    // to those is refused where it is made).
     std::vector<AgentConflict> conflicts(const std::vector<ManagedApp>& managed) const;
-    // Agents of app helpers, the first of each label.
+    // Agents of app helpers, the first of each label; `isDisabled` is false
+    // when launchd's disabled list could not be read.
     std::vector<HelperAgent> helpers() const;
 
     // The other launchd jobs of the inventory (other_jobs.h).

@@ -181,19 +181,30 @@ std::optional<std::vector<LoginItemsAuditor::LoginItem>> LoginItemsAuditor::read
     return read(readingHidden, /*strict=*/true);
 }
 
-std::optional<std::vector<LoginItemsAuditor::LoginItem>> LoginItemsAuditor::read(bool readingHidden,
-                                                                                 bool strict) const {
-    auto itemPaths = paths();
-    if (!itemPaths) return std::nullopt;
+std::vector<LoginItemsAuditor::LoginItem> LoginItemsAuditor::itemsAt(std::vector<std::string> paths) {
     std::vector<LoginItem> items;
-    items.reserve(itemPaths->size());
-    for (auto& path : *itemPaths) {
+    items.reserve(paths.size());
+    for (auto& path : paths) {
         LoginItem item;
         item.name = itemName(path);
         item.bundleIdentifier = bundleIdentifierOf(path);
         item.path = std::move(path);
         items.push_back(std::move(item));
     }
+    return items;
+}
+
+LoginItemsAuditor::Reading LoginItemsAuditor::readExplaining() const {
+    auto outcome = runner_->runExplaining(std::string(kListPathsScript));
+    if (!outcome.output) return {std::nullopt, std::move(outcome.failure)};
+    return {itemsAt(splitPathList(*outcome.output)), {}};
+}
+
+std::optional<std::vector<LoginItemsAuditor::LoginItem>> LoginItemsAuditor::read(bool readingHidden,
+                                                                                 bool strict) const {
+    auto itemPaths = paths();
+    if (!itemPaths) return std::nullopt;
+    std::vector<LoginItem> items = itemsAt(std::move(*itemPaths));
     // With no paths there is nothing to flag, and a System Events that did
     // not answer the first script is not asked (and waited for) twice.
     if (!readingHidden || items.empty()) return items;

@@ -75,6 +75,13 @@ public:
     // flags are asked for and cannot be read or do not line up: what is not
     // known exactly is not recorded, so it is not changed either.
     std::optional<std::vector<LoginItem>> readLoginItems(bool readingHidden) const;
+    // The Login Items (without their hidden flags), or why they could not
+    // be read.
+    struct Reading {
+        std::optional<std::vector<LoginItem>> items;
+        std::string failure;  // the runner's reason when there are no items
+    };
+    [[nodiscard]] Reading readExplaining() const;
     // The Login Items whose app has a bundle identifier, as startup items.
     std::vector<StartupItem> startupItems() const;
     // For each managed app in order, the first Login Item that opens it: by
@@ -107,6 +114,8 @@ public:
 private:
     // The paths, or nothing when the script failed.
     std::optional<std::vector<std::string>> paths() const;
+    // Items for the paths, each tied to its app's bundle identifier.
+    static std::vector<LoginItem> itemsAt(std::vector<std::string> paths);
     // The items; `strict` makes unreadable hidden flags unreadable items.
     std::optional<std::vector<LoginItem>> read(bool readingHidden, bool strict) const;
 

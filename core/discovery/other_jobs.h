@@ -24,7 +24,7 @@ struct LaunchAgentScanner::JobSafety : SafetyRules {
 // jobs left out are named by list, so that nothing disappears silently.
 struct LaunchAgentScanner::OtherJobs {
     static constexpr std::string_view kNoStateKnown = "launchd's disabled list could not be read, so no state is known";
-    static constexpr std::string_view kDisabledListUnreadable = "launchd's disabled list could not be read";
+    static constexpr std::string_view kDisabledListUnreadable = LaunchAgentScanner::kDisabledListUnreadable;
     static constexpr std::string_view kSystemExtensionsUnreadable =
         "systemextensionsctl list could not be read; security tools are recognised by their app bundle only";
     static constexpr std::string_view kDetailsUnreadable =

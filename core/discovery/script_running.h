@@ -5,9 +5,21 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace holdenmere {
+
+// What a script printed, or why it gave no answer.
+struct ScriptOutcome {
+    std::optional<std::string> output;
+    // Why there is no output, for the user: "not allowed to control System
+    // Events (…)", "osascript exited with status 1: {its error}", "could not
+    // start /usr/bin/osascript: No such file or directory". Empty with output.
+    std::string failure;
+
+    friend bool operator==(const ScriptOutcome&, const ScriptOutcome&) = default;
+};
 
 // Runs an AppleScript and hands back what it printed: the one seam between
 // the Login Items logic and System Events, so that the logic can run against
@@ -19,6 +31,14 @@ public:
     // The script's standard output, or nothing when it could not be started,
     // did not finish within its time limit or ended with a non-zero status.
     virtual std::optional<std::string> run(const std::string& script) = 0;
+    // The same, with the reason when there is no output. A runner that
+    // cannot say why only says that the script failed.
+    [[nodiscard]] virtual ScriptOutcome runExplaining(const std::string& script) {
+        auto output = run(script);
+        return {output, output ? std::string() : std::string(kUnexplainedFailure)};
+    }
+
+    static constexpr std::string_view kUnexplainedFailure = "the script failed";
 };
 
 // Runs nothing: every script "fails", so Login Items read as unreadable and
@@ -40,6 +60,10 @@ public:
                 std::optional<std::vector<std::string>> environment = std::nullopt);
 
     std::optional<std::string> run(const std::string& script) override;
+    // Why it failed: the start error, "{tool} timed out after 10s", or
+    // "{tool} exited with status 1" followed by the last line it wrote to
+    // standard error.
+    ScriptOutcome runExplaining(const std::string& script) override;
 
     const std::filesystem::path& executable() const { return executable_; }
     std::vector<std::string> argumentsFor(const std::string& script) const { return argumentsFor_(script); }
@@ -73,6 +97,13 @@ public:
                              std::optional<std::vector<std::string>> environment = std::nullopt);
 
     std::optional<std::string> run(const std::string& script) override { return shell_.run(script); }
+    // As the shell runner says it, except that Automation's refusal (error
+    // -1743) reads as kNotAllowed.
+    ScriptOutcome runExplaining(const std::string& script) override;
+
+    static constexpr std::string_view kNotAllowed =
+        "Holdenmere is not allowed to control System Events (System Settings \u203A Privacy & Security \u203A "
+        "Automation)";
 
     const ShellRunner& shell() const { return shell_; }
 

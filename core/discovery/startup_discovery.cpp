@@ -156,6 +156,15 @@ std::optional<bool> StartupDiscovery::isHelperBinary(std::string_view programPat
     return program != mainExecutablePath(*app, *executable);
 }
 
+std::optional<bool> StartupDiscovery::helperInsideApp(std::string_view programPath) {
+    std::string program = standardizedPath(programPath);
+    auto app = outermostAppPath(program);
+    if (!app) return false;
+    auto executable = executableName(*app);
+    if (!executable) return std::nullopt;
+    return program != mainExecutablePath(*app, *executable);
+}
+
 std::optional<std::string> StartupDiscovery::ineligibleReason(std::optional<std::string_view> program,
                                                               std::optional<std::string_view> cadence,
                                                               std::optional<std::string_view> launchdOnly) {

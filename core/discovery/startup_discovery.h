@@ -65,6 +65,11 @@ struct StartupDiscovery {
     // app's main executable or the executable cannot be told; true for any
     // other binary inside the app.
     static std::optional<bool> isHelperBinary(std::string_view programPath);
+    // The question the safety rules ask: false when the program is in no app
+    // bundle or is the app's main executable, true for any other binary
+    // inside the app, and nothing when the app's executable cannot be read,
+    // so that it cannot be told.
+    static std::optional<bool> helperInsideApp(std::string_view programPath);
 
     // Why the job cannot be taken over, as shown to the user; nothing when it
     // can be.

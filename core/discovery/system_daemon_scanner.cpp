@@ -51,13 +51,12 @@ std::vector<SystemDaemonScanner::Daemon> SystemDaemonScanner::daemons(std::vecto
     return result;
 }
 
-std::set<std::string> SystemDaemonScanner::appPaths() const {
-    std::vector<std::string> ignored;
-    std::set<std::string> paths;
-    for (const auto& daemon : daemons(ignored)) {
-        if (auto app = StartupDiscovery::outermostAppPath(daemon.program)) paths.insert(*app);
+SystemDaemonScanner::Apps SystemDaemonScanner::appPaths() const {
+    Apps apps;
+    for (const auto& daemon : daemons(apps.unreadable)) {
+        if (auto app = StartupDiscovery::outermostAppPath(daemon.program)) apps.paths.insert(*app);
     }
-    return paths;
+    return apps;
 }
 
 }  // namespace holdenmere

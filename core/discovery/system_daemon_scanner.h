@@ -23,11 +23,23 @@ struct SystemDaemonScanner {
         friend bool operator==(const Daemon&, const Daemon&) = default;
     };
 
+    // The apps the daemons run, and what could not be read: an app that an
+    // unreadable plist runs cannot be ruled out.
+    struct Apps {
+        std::set<std::string> paths;  // outermost app bundles of the daemons' programs
+        // The folder when it could not be listed, and each plist that could
+        // not be read, as the texts of `daemons`.
+        std::vector<std::string> unreadable;
+
+        bool complete() const { return unreadable.empty(); }
+        friend bool operator==(const Apps&, const Apps&) = default;
+    };
+
     std::filesystem::path folder = "/Library/LaunchDaemons";
 
     // The outermost app bundle of every daemon's program, from the property
-    // lists in the folder. Unreadable folders and plists are passed over.
-    std::set<std::string> appPaths() const;
+    // lists in the folder, and what of the folder could not be read.
+    [[nodiscard]] Apps appPaths() const;
 
     // Every daemon of the folder that names a program, sorted by plist path.
     // A folder that cannot be listed (not a missing one) and plists that

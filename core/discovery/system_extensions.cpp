@@ -107,11 +107,11 @@ void CachedExtensionListing::forget() {
     answer_.reset();
 }
 
-std::vector<std::string> CachedExtensionListing::bundleIdentifiers() {
+std::optional<std::vector<std::string>> CachedExtensionListing::bundleIdentifiers() {
+    const auto extensions = list();
+    if (!extensions) return std::nullopt;
     std::vector<std::string> identifiers;
-    if (auto extensions = list()) {
-        for (const auto& extension : *extensions) identifiers.push_back(extension.bundleIdentifier);
-    }
+    for (const auto& extension : *extensions) identifiers.push_back(extension.bundleIdentifier);
     return identifiers;
 }
 

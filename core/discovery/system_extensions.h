@@ -63,8 +63,9 @@ class CachedExtensionListing final : public ExtensionListing {
 public:
     explicit CachedExtensionListing(ExtensionListing& inner) : inner_(inner) {}
     std::optional<std::vector<SystemExtension>> list() override;
-    // The bundle identifiers of the list; none when it could not be read.
-    std::vector<std::string> bundleIdentifiers();
+    // The bundle identifiers of the list; nothing when it could not be read
+    // (which is not an empty list: nobody can tell what is installed).
+    std::optional<std::vector<std::string>> bundleIdentifiers();
     // The next question asks the tool again.
     void forget();
 

@@ -38,7 +38,7 @@ LoginOwnership::Plan LoginOwnership::plan(const std::vector<LoginItem>& loginIte
                                           const std::vector<BlockedApp>& blocked,
                                           const std::set<std::string>& systemDaemonAppPaths,
                                           const std::set<std::string>& switchedOff,
-                                          const std::vector<std::string>& leftToMacOS) {
+                                          const std::vector<std::string>& leftToMacOS, bool systemDaemonsComplete) {
     const std::set<std::string> managedIdentifiers = bundleIdentifiers(managed);
     const std::set<std::string> blockedIdentifiers = bundleIdentifiers(blocked);
     const std::set<std::string> left(leftToMacOS.begin(), leftToMacOS.end());
@@ -61,6 +61,9 @@ LoginOwnership::Plan LoginOwnership::plan(const std::vector<LoginItem>& loginIte
         } else if (daemonPaths.count(path) != 0) {
             plan.logLines.push_back("skipped: " + item.name + kDash +
                                     "run by a system LaunchDaemon; left in Login Items");
+        } else if (!systemDaemonsComplete && managedIdentifiers.count(identifier) == 0) {
+            plan.logLines.push_back("skipped: " + item.name + kDash +
+                                    "a system LaunchDaemon that could not be read may run it; left in Login Items");
         } else if (managedIdentifiers.count(identifier) != 0) {
             plan.managedRemovals.push_back(item);
             plan.logLines.push_back("taken over: " + item.name + kDash + "a managed app's Login Item; removed");

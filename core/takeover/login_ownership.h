@@ -105,10 +105,14 @@ struct LoginOwnership {
     // not an app (ignored), Holdenmere itself (nothing), left to macOS, run
     // by a system LaunchDaemon, managed (removed), blocked (removed), else
     // imported (removed). `switchedOff` holds the bundle identifiers the user
-    // switched off in Holdenmere; it only changes a blocked app's line.
+    // switched off in Holdenmere; it only changes a blocked app's line. When
+    // not every system LaunchDaemon could be read (`systemDaemonsComplete`
+    // false), an app that is not managed may be run by one of those: its
+    // Login Item stays, and nothing is imported.
     static Plan plan(const std::vector<LoginItem>& loginItems, const std::vector<ManagedApp>& managed,
                      const std::vector<BlockedApp>& blocked, const std::set<std::string>& systemDaemonAppPaths,
-                     const std::set<std::string>& switchedOff, const std::vector<std::string>& leftToMacOS);
+                     const std::set<std::string>& switchedOff, const std::vector<std::string>& leftToMacOS,
+                     bool systemDaemonsComplete = true);
 
     // Run at the start of every pass, before the network wait: managed apps
     // switched off in the app become blocked apps, apps that a system
@@ -170,6 +174,10 @@ struct LoginOwnership {
         // The configuration was written before the ledger existed: its
         // changes are backfilled into the ledger, once.
         bool predatesLedger = false;
+        // The system LaunchDaemons that could not be read (the scanner's
+        // texts): an app one of them runs cannot be ruled out, so the pass
+        // imports nothing and removes only the Login Items of managed apps.
+        std::vector<std::string> unreadableSystemDaemons;
     };
 
     // Takes Login Items and LaunchAgents over, with consent, at the end of a

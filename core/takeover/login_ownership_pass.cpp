@@ -121,15 +121,33 @@ struct Imports {
 };
 
 // Imports the planned apps and the apps of discovered LaunchAgent items.
+// Nothing is imported from LaunchAgents when launchd's disabled list could
+// not be read (an agent the user switched off cannot be told from one that
+// runs), nor at all when a system LaunchDaemon could not be read (it may run
+// the app); a WARNING line says which.
 Imports importApps(StartupChangeEngine& engine, const LoginOwnership::Plan& plan,
-                                 const std::vector<StartupItem>& agentItems,
-                                 const LoginOwnership::PassInputs& inputs, std::vector<std::string>& lines) {
+                   const LaunchAgentScanner::StartupItemListing& agentListing, const LoginOwnership::PassInputs& inputs,
+                   std::vector<std::string>& lines) {
     const HoldenmereConfig& config = engine.config();
     std::vector<ManagedApp> imports;
     HoldenmereConfig planned = config;
     for (const auto& app : plan.imports) {
         if (planned.manage(app)) imports.push_back(app);
     }
+    const bool daemonsRead = inputs.unreadableSystemDaemons.empty();
+    if (!daemonsRead) {
+        lines.push_back("WARNING: system LaunchDaemons" + std::string(kDash) +
+                        text::joined(inputs.unreadableSystemDaemons, "; ") +
+                        "; an app one of them runs cannot be ruled out, so no app was imported and only the Login "
+                        "Items of managed apps are removed");
+    }
+    if (!agentListing.stateKnown()) {
+        lines.push_back("WARNING: LaunchAgents" + std::string(kDash) +
+                        std::string(LaunchAgentScanner::kDisabledListUnreadable) +
+                        ", so no app was imported from them");
+    }
+    const std::vector<StartupItem> none;
+    const std::vector<StartupItem>& agentItems = daemonsRead && agentListing.stateKnown() ? agentListing.items : none;
     for (const auto& app : LoginOwnership::discoveredImports(agentItems, planned.apps, planned.blockedApps,
                                                              inputs.systemDaemonAppPaths, planned.leftToMacOS)) {
         planned.manage(app);
@@ -327,7 +345,8 @@ LoginOwnership::PassResult LoginOwnership::ownershipPass(StartupChangeEngine& en
     Plan plan;
     if (loginItems) {
         plan = LoginOwnership::plan(*loginItems, engine.config().apps, engine.config().blockedApps,
-                                    inputs.systemDaemonAppPaths, inputs.switchedOff, engine.config().leftToMacOS);
+                                    inputs.systemDaemonAppPaths, inputs.switchedOff, engine.config().leftToMacOS,
+                                    inputs.unreadableSystemDaemons.empty());
         lines.insert(lines.end(), plan.logLines.begin(), plan.logLines.end());
     } else {
         lines.push_back("WARNING: Login Items" + std::string(kDash) +

@@ -66,13 +66,17 @@ std::optional<std::string> containingApp(const StartupSafety::Candidate& candida
 }
 
 // The owner ships a system extension: one named after its bundle identifier
-// ("com.vendor.vpn" owns "com.vendor.vpn.tunnel").
-bool ownerHasSystemExtension(const StartupSafety::Candidate& candidate, const StartupSafety::Environment& environment) {
+// ("com.vendor.vpn" owns "com.vendor.vpn.tunnel"). Nothing when the list of
+// system extensions could not be read.
+std::optional<bool> ownerHasSystemExtension(const StartupSafety::Candidate& candidate,
+                                            const StartupSafety::Environment& environment) {
     if (!candidate.ownerBundleIdentifier || candidate.ownerBundleIdentifier->empty() || !environment.systemExtensions) {
         return false;
     }
+    const auto extensions = environment.systemExtensions();
+    if (!extensions) return std::nullopt;
     const std::string& owner = *candidate.ownerBundleIdentifier;
-    for (const auto& extension : environment.systemExtensions()) {
+    for (const auto& extension : *extensions) {
         if (extension == owner || extension.starts_with(owner + ".")) return true;
     }
     return false;
@@ -84,7 +88,10 @@ bool isSecurityOrNetworkTool(const StartupSafety::Candidate& candidate, const St
         app && environment.bundleHasSystemExtensions && environment.bundleHasSystemExtensions(*app)) {
         return true;
     }
-    return ownerHasSystemExtension(candidate, environment);
+    // An unreadable list tells nothing either way: the bundle's own
+    // extensions, asked above, are then all there is to go by (the
+    // inventory says that the list could not be read).
+    return ownerHasSystemExtension(candidate, environment) == true;
 }
 
 }  // namespace
@@ -108,10 +115,15 @@ std::optional<std::string> StartupSafety::refusal(const Candidate& candidate, co
                "Holdenmere can change.";
     }
     if (isApple(candidate)) return "An Apple macOS component.";
-    if (candidate.programPath && environment.isHelperBinary && environment.isHelperBinary(*candidate.programPath)) {
+    if (candidate.programPath && environment.isHelperBinary) {
+        const std::optional<bool> helper = environment.isHelperBinary(*candidate.programPath);
         auto app = StartupDiscovery::outermostAppPath(*candidate.programPath);
         std::string appName = app ? std::filesystem::path(*app).stem().string() : "another app";
-        return "Can't switch off: helper inside " + appName + ".";
+        if (!helper) {
+            return "Can't switch off: Holdenmere could not read which program " + appName +
+                   " runs, so it cannot tell whether this is " + appName + " itself or a helper inside it.";
+        }
+        if (*helper) return "Can't switch off: helper inside " + appName + ".";
     }
     return std::nullopt;
 }
@@ -180,12 +192,11 @@ StartupSafety::Environment StartupSafety::systemEnvironment() {
     return systemEnvironment([listing] { return listing->cached.bundleIdentifiers(); });
 }
 
-StartupSafety::Environment StartupSafety::systemEnvironment(std::function<std::vector<std::string>()> systemExtensions) {
+StartupSafety::Environment StartupSafety::systemEnvironment(
+    std::function<std::optional<std::vector<std::string>>()> systemExtensions) {
     Environment environment;
     environment.systemExtensions = std::move(systemExtensions);
-    environment.isHelperBinary = [](const std::string& path) {
-        return StartupDiscovery::isHelperBinary(path).value_or(false);
-    };
+    environment.isHelperBinary = [](const std::string& path) { return StartupDiscovery::helperInsideApp(path); };
     environment.bundleHasSystemExtensions = [](const std::string& appPath) {
         std::error_code error;
         std::filesystem::directory_iterator entries(
@@ -193,7 +204,9 @@ StartupSafety::Environment StartupSafety::systemEnvironment(std::function<std::v
         return !error && entries != std::filesystem::directory_iterator();
     };
     environment.homeDirectory = [] { return homeDirectory().string(); };
-    environment.systemDaemonAppPaths = [] { return SystemDaemonScanner{}.appPaths(); };
+    // What the desktop offers and refuses; the login pass, which acts on
+    // its own, also weighs the daemons it could not read.
+    environment.systemDaemonAppPaths = [] { return SystemDaemonScanner{}.appPaths().paths; };
     return environment;
 }
 

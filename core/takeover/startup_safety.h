@@ -31,10 +31,14 @@ struct StartupSafety {
     // Questions about the machine. A missing function counts as "no" (or as
     // an empty list / unknown home folder).
     struct Environment {
-        // Bundle identifiers of the installed system extensions.
-        std::function<std::vector<std::string>()> systemExtensions;
-        // The path is a helper executable inside another app's bundle.
-        std::function<bool(const std::string& path)> isHelperBinary;
+        // Bundle identifiers of the installed system extensions; nothing when
+        // the list could not be read. Security tools are then recognised by
+        // the extensions their app bundle carries only.
+        std::function<std::optional<std::vector<std::string>>()> systemExtensions;
+        // The path is a helper executable inside another app's bundle; nothing
+        // when that cannot be told (the app's executable cannot be read),
+        // which refuses the switch like a helper does.
+        std::function<std::optional<bool>(const std::string& path)> isHelperBinary;
         // The app bundle at this path carries system extensions.
         std::function<bool(const std::string& appPath)> bundleHasSystemExtensions;
         std::function<std::string()> homeDirectory;
@@ -60,7 +64,7 @@ struct StartupSafety {
     // recognised by the extensions their app bundle carries only.
     static Environment systemEnvironment();
     // The same over a list of system extensions given by the caller.
-    static Environment systemEnvironment(std::function<std::vector<std::string>()> systemExtensions);
+    static Environment systemEnvironment(std::function<std::optional<std::vector<std::string>>()> systemExtensions);
     // The rules over one environment, as the inventory's scanners ask them.
     static SafetyRules rules(Environment environment);
     // The first refusal rule that matches, in order: a system-wide job, one of

@@ -39,7 +39,7 @@ protected:
     testing::FakeAppRunning apps{clock};
     testing::FakeLaunchctlRunning launchctl;
     testing::FakeScriptRunning scripts;
-    GateServices services{clock, probe, apps, launchctl, scripts, [] { return std::set<std::string>{}; },
+    GateServices services{clock,        probe, apps, launchctl, scripts, [] { return SystemDaemonScanner::Apps{}; },
                           std::nullopt, 1};
 
     void SetUp() override {
@@ -225,8 +225,10 @@ TEST_F(GateModeTest, HoldenmeresOwnJobListedAsAHeldHelperIsNeverSwitched) {
 TEST_F(GateModeTest, TheGateListensForNetworkChangesWhileItWaits) {
     ConfigStore{home / "config.json"}.save(HoldenmereConfig{});
     testing::FakeNetworkChangeListening changes;
-    GateServices listening{clock, probe, apps, launchctl, scripts, [] { return std::set<std::string>{}; },
-                           std::nullopt, 1, InertMainLoop::shared(), changes};
+    GateServices listening{clock,        probe,   apps,
+                           launchctl,    scripts, [] { return SystemDaemonScanner::Apps{}; },
+                           std::nullopt, 1,       InertMainLoop::shared(),
+                           changes};
     std::ostringstream out;
     std::ostringstream err;
     EXPECT_EQ(runGate(out, err, listening), 0) << err.str();

@@ -24,7 +24,7 @@ private:
     std::unique_ptr<DesktopPreferences> preferences;
     std::unique_ptr<ConfigSession> session;
     std::unique_ptr<StartupItemsModel> model;
-    std::string drive, notes, mail, agentPlist;
+    std::string drive, notes, mail, chat, agentPlist;
 
     testing::FakeBackgroundItem record(const std::string& type, const std::string& identifier, const std::string& url,
                                        std::optional<std::string> parent = std::nullopt) const {
@@ -39,6 +39,7 @@ private slots:
         drive = testing::writeApp(home->path(), "Drive", "com.example.drive");
         notes = testing::writeApp(home->path(), "Notes", "com.example.notes");
         mail = testing::writeApp(home->path(), "Mail", "com.example.mail");
+        chat = testing::writeApp(home->path(), "Chat", "com.example.chat");
         agentPlist = drive + "/Contents/Library/LaunchAgents/com.example.drive.agent.plist";
         testing::writeBytes(agentPlist, testing::plistDocument(testing::stringEntry("Label", "com.example.drive.agent") +
                                                                testing::stringEntry("BundleProgram", "Contents/MacOS/Drive") +
@@ -50,7 +51,8 @@ private slots:
              record("agent (0x8)", "8.com.example.drive.agent",
                     "Contents/Library/LaunchAgents/com.example.drive.agent.plist", "2.com.example.drive"),
              record("login item (0x4)", "4.com.example.notes", "file://" + notes + "/"),
-             record("login item (0x4)", "4.com.example.mail", "file://" + mail + "/")});
+             record("login item (0x4)", "4.com.example.mail", "file://" + mail + "/"),
+             record("app (0x2)", "2.com.example.chat", "file://" + chat + "/")});
 
         HoldenmereConfig config;
         ManagedApp managed = testing::managedApp("Mail", "com.example.mail");
@@ -72,10 +74,17 @@ private slots:
         QVERIFY(testing::scanned(*model));
         QVERIFY(model->startupDiscoveryCompleted());
         QVERIFY(!model->startupDiscoveryIncomplete());
-        QCOMPARE(model->items().size(), std::size_t{2});
+        QCOMPARE(model->items().size(), std::size_t{3});
+        // Drive's agent comes before its own registration, which only
+        // System Settings could switch off.
         const StartupItemRow* driveRow = model->item("com.example.drive");
         QVERIFY(driveRow != nullptr);
         QCOMPARE(driveRow->sourceText(), QStringLiteral("Background item 8.com.example.drive.agent"));
+        // Chat opens itself at login: said so, with where to switch it off.
+        const StartupItemRow* chatRow = model->item("com.example.chat");
+        QVERIFY(chatRow != nullptr && chatRow->opensLoginItemsSettings);
+        QCOMPARE(chatRow->sourceText(), QStringLiteral("Opens itself at login \u00B7 switch it off in System Settings "
+                                                       "\u203A General \u203A Login Items"));
         QCOMPARE(driveRow->label, std::string("com.example.drive.agent"));
         QVERIFY(!driveRow->opensLoginItemsSettings);
         QVERIFY(model->item("com.example.notes")->opensLoginItemsSettings);
@@ -87,6 +96,7 @@ private slots:
         StartupItemsPage page(*model);
         QCOMPARE(page.buttonFor("com.example.mail")->text(), QStringLiteral("Open Login Items Settings"));
         QCOMPARE(page.buttonFor("com.example.notes")->text(), QStringLiteral("Open Login Items Settings"));
+        QCOMPARE(page.buttonFor("com.example.chat")->text(), QStringLiteral("Open Login Items Settings"));
         QCOMPARE(page.buttonFor("com.example.drive")->text(), QStringLiteral("Take Over"));
         QSignalSpy finished(model.get(), &StartupItemsModel::finished);
         page.buttonFor("com.example.mail")->click();
@@ -98,7 +108,7 @@ private slots:
         // The login pass reads what was found.
         const auto saved = BackgroundItemStore::besideConfig(services->configStore().url).load();
         QVERIFY(saved.has_value());
-        QCOMPARE(saved->result.items.size(), std::size_t{3});
+        QCOMPARE(saved->result.items.size(), std::size_t{5});
     }
 
     void takingOverAnItemBackedByALaunchAgentRecordsItFirst() {

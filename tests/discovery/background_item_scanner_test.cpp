@@ -130,6 +130,46 @@ TEST_F(BackgroundItemScan, LoginItemsAbsoluteURLsOtherUsersDisabledAndOwnItems) 
                                                    "can't take over: runs Launcher, a helper inside Drive, not the app itself"}}));
 }
 
+// The captured sample (tests/fixtures/sfltool): ChatGPT's app record is
+// disabled while its agent is enabled, so an app record's disposition is its
+// own. Enabled, it is the app opening itself at login, which only System
+// Settings switches off; the helper agent is left alone either way.
+TEST_F(BackgroundItemScan, AnEnabledAppRecordIsTheAppOpeningItselfAtLogin) {
+    const fs::path chat = testing::writeAppBundle(home / "Applications", "ChatGPT", "ChatGPT", "com.openai.chat");
+    testing::writeFile(chat / "Contents/Library/LaunchAgents/com.openai.chat-helper.plist",
+                       testing::xmlPlist("<key>Label</key><string>com.openai.chat-helper</string><key>BundleProgram"
+                                         "</key><string>Contents/Resources/ChatGPTHelper</string><key>RunAtLoad</key>"
+                                         "<true/>"));
+    std::string captured =
+        testing::readFile(fs::path(HOLDENMERE_FIXTURES_DIR) / "sfltool/dumpbtm-relative-urls.macos26.txt");
+    auto replace = [](std::string text, const std::string& from, const std::string& to) {
+        return text.replace(text.find(from), from.size(), to);
+    };
+    captured = replace(captured, "file:///Applications/ChatGPT.app/", url(chat));
+    const std::string appOff = "[disabled, allowed, not notified] (0x2)";
+    const std::string agentOn = "[enabled, allowed, notified] (0xb)";
+    const std::string on = "[enabled, allowed, not notified] (0x3)";
+    const std::string off = "[disabled, allowed, notified] (0xa)";
+
+    const Scanner::Item opensItself{
+        StartupItem{"com.openai.chat", "ChatGPT", chat.string(), StartupItem::BackgroundItem{"2.com.openai.chat"}},
+        Scanner::OpenLoginItemsSettings{}, /*appRecord=*/true};
+    const IneligibleStartupItem helper{
+        "ChatGPT", "com.openai.chat", "8.com.openai.chat-helper",
+        "can't take over: runs ChatGPTHelper, a helper inside ChatGPT, not the app itself"};
+    struct Row {
+        std::string app, agent;
+        Scanner::Result expected;
+    };
+    for (const Row& row : std::vector<Row>{{appOff, agentOn, {{}, {helper}}},  // as captured
+                                           {on, agentOn, {{opensItself}, {helper}}},
+                                           {on, off, {{opensItself}, {}}}}) {
+        // The agent's disposition comes after the app's in the capture.
+        const std::string text = replace(replace(captured, agentOn, row.agent), appOff, row.app);
+        EXPECT_EQ(Scanner::interpret(BackgroundItemDump::parse(text), "501"), row.expected) << row.app << row.agent;
+    }
+}
+
 TEST_F(BackgroundItemScan, ConflictsOfManagedAppsInTheirOrder) {
     FakeBackgroundItem loginItem{"Notes", "login item (0x4)", "[enabled, allowed, notified] (0xb)",
                                  "4.com.example.notes", url(notes), std::nullopt, std::nullopt, std::nullopt,

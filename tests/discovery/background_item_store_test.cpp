@@ -16,9 +16,13 @@ BackgroundItemStore::Saved sample() {
     saved.result.items = {
         {StartupItem{"com.example.drive", "Drive", "/Applications/Drive.app",
                      StartupItem::BackgroundItem{"8.com.example.drive.agent"}},
-         Scanner::LaunchAgent{"com.example.drive.agent", "/Applications/Drive.app/Contents/Library/LaunchAgents/a.plist"}},
+         Scanner::LaunchAgent{"com.example.drive.agent",
+                              "/Applications/Drive.app/Contents/Library/LaunchAgents/a.plist"},
+         false},
         {StartupItem{"com.example.notes", "Notes", "/Applications/Notes.app", StartupItem::BackgroundItem{"4.n"}},
-         Scanner::OpenLoginItemsSettings{}}};
+         Scanner::OpenLoginItemsSettings{}, false},
+        {StartupItem{"com.example.drive", "Drive", "/Applications/Drive.app", StartupItem::BackgroundItem{"2.d"}},
+         Scanner::OpenLoginItemsSettings{}, /*appRecord=*/true}};
     saved.result.ineligible = {{"Drive", "com.example.drive", "8.h", "can't take over: runs H, a helper inside Drive, not the app itself"}};
     return saved;
 }

@@ -171,7 +171,7 @@ TEST_F(LaunchAgentScannerTest, StartupItemsAskLaunchdOncePerScan) {
     agent(machine, "com.example.mail.everyone", mail + "/Contents/./MacOS/Mail", atLoad);
     launchctl.disabled = {"com.example.chat"};
 
-    auto items = scanner().startupItems();
+    auto items = scanner().startupItems().items;
     EXPECT_EQ(disabledListQueries(), 1u);
     EXPECT_EQ(items, (std::vector<StartupItem>{
                          {"com.example.drive", "Drive", drive,
@@ -198,15 +198,39 @@ TEST_F(LaunchAgentScannerTest, StartupItemsAskLaunchdOncePerScan) {
     EXPECT_TRUE(launchctl.changes().empty());
 }
 
-TEST_F(LaunchAgentScannerTest, UnreadableDisabledListFallsBackToEachCandidateOnce) {
+TEST_F(LaunchAgentScannerTest, AnUnreadableDisabledListLeavesEveryStateUnknown) {
     agent(user, "com.example.mail", mail + "/Contents/MacOS/Mail", atLoad);
-    agent(machine, "com.example.mail", mail + "/Contents/MacOS/Mail", atLoad);
     agent(user, "com.example.chat", chat + "/Contents/MacOS/Chat", atLoad);
     agent(user, "com.example.tool", "/usr/local/bin/tool", atLoad);
-    launchctl.disabledListReadable = false;
-    EXPECT_EQ(scanner().startupItems().size(), 3u);
-    // The list once, then one question per distinct label of an app.
-    EXPECT_EQ(disabledListQueries(), 3u);
+    launchctl.disabled = {"com.example.chat"};
+    const StartupItem mailItem{
+        "com.example.mail", "Mail", mail,
+        StartupItem::LaunchAgent{"com.example.mail", (user / "com.example.mail.plist").string()}};
+    const StartupItem chatItem{
+        "com.example.chat", "Chat", chat,
+        StartupItem::LaunchAgent{"com.example.chat", (user / "com.example.chat.plist").string()}};
+    using Listing = LaunchAgentScanner::StartupItemListing;
+    struct Row {
+        bool readable;
+        Listing listing;
+        std::vector<StartupItem> switchedOff;
+    };
+    // Unreadable, Chat (switched off) cannot be told from Mail: neither is
+    // listed as switched on or off.
+    for (const Row& row :
+         {Row{true, Listing{{mailItem}, {}, {}}, {chatItem}},
+          Row{false, Listing{{}, {chatItem, mailItem}, {"launchd's disabled list could not be read"}}, {}}}) {
+        launchctl.disabledListReadable = row.readable;
+        const std::size_t before = disabledListQueries();
+        EXPECT_EQ(scanner().startupItems(), row.listing) << row.readable;
+        // The list is asked for once per scan, never label by label.
+        EXPECT_EQ(disabledListQueries(), before + 1);
+        EXPECT_EQ(scanner().disabledEligibleAgents(), row.switchedOff) << row.readable;
+    }
+    // A managed app's agent of unknown state is still a conflict: the change
+    // that would end it refuses where it is made, and says why.
+    ManagedApp managedChat{"com.example.chat", "Chat", chat};
+    EXPECT_EQ(scanner().conflicts({managedChat}).size(), 1u);
 }
 
 TEST_F(LaunchAgentScannerTest, IneligibleAgentsOfApps) {

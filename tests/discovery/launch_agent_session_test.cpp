@@ -99,7 +99,7 @@ TEST_F(LaunchAgentSessionScan, AgentsLaunchdDoesNotRunAreNothingToTakeOver) {
     const std::vector<ManagedApp> managed = {{"com.example.menubar", "MenuBar", menuBar},
                                              {"com.example.update", "Update", update}};
     EXPECT_TRUE(scanner().loginStartingAgents().empty());
-    EXPECT_TRUE(scanner().startupItems().empty());
+    EXPECT_EQ(scanner().startupItems(), LaunchAgentScanner::StartupItemListing{});
     EXPECT_TRUE(scanner().disabledEligibleAgents().empty());
     EXPECT_TRUE(scanner().conflicts(managed).empty());
     EXPECT_TRUE(scanner().ineligibleItems().empty());
@@ -114,7 +114,7 @@ TEST_F(LaunchAgentSessionScan, AgentsLaunchdDoesNotRunAreNothingToTakeOver) {
     // it starts the app at login like any other agent.
     launchctl.disabled.clear();
     launchctl.enabledMarks.insert("com.example.menubar.helper");
-    const auto items = scanner().startupItems();
+    const auto items = scanner().startupItems().items;
     ASSERT_EQ(items.size(), 1u);
     EXPECT_EQ(items[0].bundleIdentifier, "com.example.menubar");
     EXPECT_EQ(scanner().conflicts(managed).size(), 1u);

@@ -41,6 +41,15 @@ TEST(ShellRunner, OutputCountsOnlyWhenTheToolExitsZeroWithUTF8) {
         "/nonexistent/osascript", [](const std::string&) { return std::vector<std::string>{}; },
         std::chrono::seconds(1));
     EXPECT_EQ(missing.run("anything"), std::nullopt);
+
+    // Why there is no output: the tool's last error line after its status,
+    // or the start error.
+    const std::string helper = std::filesystem::path(testing::testHelperPath()).filename().string();
+    EXPECT_EQ(posing({"--exit", "1", "--err", "first\n12:40: execution error: gone (-1728)\n"}).runExplaining("x"),
+              (ScriptOutcome{std::nullopt, helper + " exited with status 1: 12:40: execution error: gone (-1728)"}));
+    EXPECT_EQ(posing({}).runExplaining("\xFF not UTF-8").failure, helper + " printed text that is not UTF-8");
+    EXPECT_EQ(missing.runExplaining("anything"),
+              (ScriptOutcome{std::nullopt, "could not start /nonexistent/osascript: No such file or directory"}));
 }
 
 TEST(OSAScriptRunner, SendsTheScriptAsOneArgumentAfterDashE) {

@@ -165,13 +165,23 @@ TEST_F(StartupDiscoveryApps, MainExecutableAndHelpers) {
     EXPECT_FALSE(StartupDiscovery::launchesOwnApp(main, &service));
     EXPECT_TRUE(StartupDiscovery::launchesOwnApp(main, &plain));
 
-    EXPECT_EQ(StartupDiscovery::isHelperBinary(main), false);
-    EXPECT_EQ(StartupDiscovery::isHelperBinary(foo + "/Contents/MacOS/../MacOS/Foo"), false);
-    EXPECT_EQ(StartupDiscovery::isHelperBinary(foo + "/Contents/MacOS/FooAgent"), true);
-    EXPECT_EQ(StartupDiscovery::isHelperBinary(foo + "/Contents/Library/LoginItems/FooLauncher.app/Contents/MacOS/FooLauncher"),
-              true);
-    EXPECT_EQ(StartupDiscovery::isHelperBinary(nameless + "/Contents/MacOS/x"), false);
-    EXPECT_EQ(StartupDiscovery::isHelperBinary("/usr/local/bin/tool"), std::nullopt);
+    // isHelperBinary folds an app whose executable cannot be read into
+    // false; helperInsideApp, which the safety rules ask, keeps it apart.
+    struct Row {
+        std::string program;
+        std::optional<bool> isHelperBinary;
+        std::optional<bool> helperInsideApp;
+    };
+    for (const Row& row :
+         std::vector<Row>{{main, false, false},
+                          {foo + "/Contents/MacOS/../MacOS/Foo", false, false},
+                          {foo + "/Contents/MacOS/FooAgent", true, true},
+                          {foo + "/Contents/Library/LoginItems/FooLauncher.app/Contents/MacOS/FooLauncher", true, true},
+                          {nameless + "/Contents/MacOS/x", false, std::nullopt},
+                          {"/usr/local/bin/tool", std::nullopt, false}}) {
+        EXPECT_EQ(StartupDiscovery::isHelperBinary(row.program), row.isHelperBinary) << row.program;
+        EXPECT_EQ(StartupDiscovery::helperInsideApp(row.program), row.helperInsideApp) << row.program;
+    }
 }
 
 TEST_F(StartupDiscoveryApps, EligibilityReasons) {

@@ -18,7 +18,7 @@ TEST(StartupDiscovery, OutermostAppOfAPath) {
     EXPECT_EQ(StartupDiscovery::outermostAppPath(""), std::nullopt);
 }
 
-TEST(SystemDaemonScanner, AppsOfTheDaemonsThatCanBeRead) {
+TEST(SystemDaemonScanner, AppsOfTheDaemonsThatCanBeReadAndWhatCouldNot) {
     testing::TemporaryDirectory folder;
     auto job = [](const std::string& body) {
         return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" + body + "</dict></plist>\n";
@@ -31,9 +31,15 @@ TEST(SystemDaemonScanner, AppsOfTheDaemonsThatCanBeRead) {
     testing::writeFile(folder / "d.plist", "garbage");
     testing::writeFile(folder / "e.plist", job("<key>ProgramArguments</key><array><integer>3</integer></array>"));
     testing::writeFile(folder / "f.txt", job("<key>Program</key><string>/Applications/Ignored.app/x</string>"));
+    using Apps = SystemDaemonScanner::Apps;
+    // An unreadable plist may run any app, so the scan says it is not complete.
     EXPECT_EQ(SystemDaemonScanner{folder.path()}.appPaths(),
-              (std::set<std::string>{"/Applications/Vpn.app", "/Library/Agent.app"}));
-    EXPECT_TRUE(SystemDaemonScanner{folder / "missing"}.appPaths().empty());
+              (Apps{{"/Applications/Vpn.app", "/Library/Agent.app"},
+                    {(folder / "d.plist").string() + " could not be read as a property list"}}));
+    EXPECT_EQ(SystemDaemonScanner{folder / "missing"}.appPaths(), Apps{});
+    EXPECT_EQ(SystemDaemonScanner{folder / "c.plist"}.appPaths(),
+              (Apps{{}, {(folder / "c.plist").string() + " could not be listed: Not a directory"}}));
+    EXPECT_FALSE(SystemDaemonScanner{folder / "c.plist"}.appPaths().complete());
 }
 
 }  // namespace

@@ -120,14 +120,15 @@ TEST(CachedExtensionListing, AsksOnceUntilToldToForget) {
         }
     } inner;
     CachedExtensionListing cached(inner);
-    EXPECT_EQ(cached.bundleIdentifiers(), std::vector<std::string>{"com.example.edr"});
+    EXPECT_EQ(cached.bundleIdentifiers(), (std::vector<std::string>{"com.example.edr"}));
     EXPECT_TRUE(cached.list().has_value());
     EXPECT_EQ(inner.asked, 1);
     cached.forget();
     cached.list();
     EXPECT_EQ(inner.asked, 2);
+    // A list that could not be read is no list, never an empty one.
     InertExtensionListing inert;
-    EXPECT_TRUE(CachedExtensionListing(inert).bundleIdentifiers().empty());
+    EXPECT_EQ(CachedExtensionListing(inert).bundleIdentifiers(), std::nullopt);
 }
 
 }  // namespace

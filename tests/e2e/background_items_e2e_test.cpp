@@ -64,7 +64,8 @@ protected:
                                                            "LingeringApp</string><key>RunAtLoad</key><true/>"));
         launchd.load(label, agentPlist().string());
         const std::vector<FakeBackgroundItem> records{
-            {"Drive", "app (0x2)", "[enabled, allowed, notified] (0xb)", "2." + identifier,
+            // As in the captured sample: the app's own record is off, its agent on.
+            {"Drive", "app (0x2)", "[disabled, allowed, not notified] (0x2)", "2." + identifier,
              "file://" + bundle.string() + "/", std::nullopt, identifier, std::nullopt, std::nullopt},
             {"Drive Agent", "agent (0x8)", "[enabled, allowed, notified] (0xb)", itemIdentifier,
              "Contents/Library/LaunchAgents/" + label + ".plist", "Contents/MacOS/LingeringApp", std::nullopt,
@@ -166,9 +167,14 @@ TEST_F(BackgroundItemsEndToEnd, TakenOverFromTheSavedScanRecordedFirstAndGivenBa
 }
 
 TEST_F(BackgroundItemsEndToEnd, AnItemOnlySystemSettingsCanSwitchOffIsNamedNotTouched) {
-    const std::vector<FakeBackgroundItem> records{{"Drive", "login item (0x4)", "[enabled, allowed, notified] (0xb)",
-                                                   "4." + identifier, "file://" + bundle.string() + "/", std::nullopt,
-                                                   identifier, std::nullopt, std::nullopt}};
+    // Drive's login item, and Notes, which opens itself at login (its own
+    // app record, as System Settings lists under Open at Login).
+    const auto notes = testing::writeAppBundle(home / "Applications", "Notes", "Notes", "com.example.notes");
+    const std::vector<FakeBackgroundItem> records{
+        {"Drive", "login item (0x4)", "[enabled, allowed, notified] (0xb)", "4." + identifier,
+         "file://" + bundle.string() + "/", std::nullopt, identifier, std::nullopt, std::nullopt},
+        {"Notes", "app (0x2)", "[enabled, allowed, notified] (0xb)", "2.com.example.notes",
+         "file://" + notes.string() + "/", std::nullopt, "com.example.notes", std::nullopt, std::nullopt}};
     std::ofstream(sfltoolState()) << nlohmann::json{{"records", records}}.dump();
     saveScan();
     auto pass = run({"--gate"});
@@ -178,8 +184,13 @@ TEST_F(BackgroundItemsEndToEnd, AnItemOnlySystemSettingsCanSwitchOffIsNamedNotTo
                                        "(Login Items)\n"));
     EXPECT_TRUE(ConfigStore{configPath()}.load().takeovers.empty());
     EXPECT_FALSE(agentDisabled());
+    EXPECT_THAT(pass.output, Not(HasSubstr("Notes")));
     auto audit = run({"--audit"});
     EXPECT_THAT(audit.output, HasSubstr("only System Settings can switch it off: open Login Items Settings "
+                                        "(x-apple.systempreferences:com.apple.LoginItems-Settings.extension)\n"));
+    EXPECT_THAT(audit.output, HasSubstr("[Holdenmere]   Notes (com.example.notes)" + kDash +
+                                        "background item 2.com.example.notes; the app opens itself at login; only "
+                                        "System Settings can switch it off: open Login Items Settings "
                                         "(x-apple.systempreferences:com.apple.LoginItems-Settings.extension)\n"));
 }
 

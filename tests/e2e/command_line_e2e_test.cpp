@@ -217,10 +217,17 @@ TEST_F(CommandLine, AuditReportsManagedAppsAndTheLastLogin) {
     auto result = run({"--audit"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.error, "");
+    // No osascript at all: the Login Items cannot be read, and so neither
+    // can the conflicts be checked; each says so.
     EXPECT_EQ(withoutInventory(result.output),
+              "[Holdenmere] macOS Login Items: could not be read \xE2\x80\x94 could not start /usr/bin/osascript: No "
+              "such file or directory\n"
               "[Holdenmere] managed by Holdenmere: Mail, Drive\n"
               "[Holdenmere] removed from Holdenmere (do not start at login): Chat\n"
-              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start /usr/bin/sfltool: No such file or directory\n"
+              "[Holdenmere] CONFLICTS: could not be checked \xE2\x80\x94 the macOS Login Items could not be read, so a "
+              "managed app may also start from one\n"
+              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start /usr/bin/sfltool: No such file "
+              "or directory\n"
               "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
 
     auto log = home / "logs/custom.log";
@@ -244,7 +251,10 @@ TEST_F(CommandLine, AuditWithAnUnreadableConfigStillReportsTheLog) {
     EXPECT_EQ(result.error, "[Holdenmere] ERROR: cannot read config \xE2\x80\x94 Could not read config: "
                             "\"settings.probeURL\": expected a string, found a number\n");
     EXPECT_EQ(withoutInventory(result.output),
-              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start /usr/bin/sfltool: No such file or directory\n"
+              "[Holdenmere] macOS Login Items: could not be read \xE2\x80\x94 could not start /usr/bin/osascript: No "
+              "such file or directory\n"
+              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start /usr/bin/sfltool: No such file "
+              "or directory\n"
               "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
     EXPECT_EQ(readFile(defaultConfig()), kDamaged);
 }
@@ -283,15 +293,21 @@ TEST_F(CommandLine, AuditListsLoginItemsAndTheAppsInBoth) {
                   ": No such file or directory\n"
               "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
 
-    // System Events refusing Automation leaves the Login Items out; the rest stands.
+    // System Events refusing Automation: the Login Items and the conflicts
+    // are said to be unknown, with why; the rest stands.
     environment.push_back("FAKE_OSASCRIPT_MODE=denied");
     result = run({"--audit"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(withoutInventory(result.output),
+              "[Holdenmere] macOS Login Items: could not be read \xE2\x80\x94 Holdenmere is not allowed to control "
+              "System Events (System Settings \xE2\x80\xBA Privacy & Security \xE2\x80\xBA Automation)\n"
               "[Holdenmere] managed by Holdenmere: Notes, Mail, Drive\n"
-              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start " + (home / "tools/sfltool").string() +
+              "[Holdenmere] CONFLICTS: could not be checked \xE2\x80\x94 the macOS Login Items could not be read, so a "
+              "managed app may also start from one\n"
+              "[Holdenmere] BACKGROUND ITEMS: incomplete \xE2\x80\x94 could not start " +
+                  (home / "tools/sfltool").string() +
                   ": No such file or directory\n"
-              "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
+                  "[Holdenmere] LAST LOGIN: no gate pass in the log \xE2\x80\x94 not observed\n");
 }
 
 }  // namespace

@@ -58,6 +58,19 @@ TEST(LoginOwnershipPlan, EachRuleInLoginItemOrder) {
     drive.importedFromLoginItem = true;
     EXPECT_EQ(plan.imports[0], drive);
     EXPECT_FALSE(plan.isEmpty());
+
+    // A system LaunchDaemon that could not be read may run any app that is
+    // not managed: only the managed app's Login Item is removed.
+    const auto unread = LoginOwnership::plan(
+        items, {managedApp("com.example.mail", "Mail")}, {{"com.example.chat", "Chat", "/Applications/Chat.app"}},
+        {"/Applications/Vpn.app"}, {}, {"com.example.notes"}, /*systemDaemonsComplete=*/false);
+    const std::string mayRun = kDash + "a system LaunchDaemon that could not be read may run it; left in Login Items";
+    EXPECT_EQ(
+        std::vector<std::string>(unread.logLines.begin() + 3, unread.logLines.end()),
+        (std::vector<std::string>{"taken over: Mail" + kDash + "a managed app's Login Item; removed",
+                                  "skipped: Chat" + mayRun, "skipped: Games" + mayRun, "skipped: Drive" + mayRun}));
+    EXPECT_EQ(unread.managedRemovals, (std::vector<Item>{items[4]}));
+    EXPECT_TRUE(unread.blockRemovals.empty() && unread.importRemovals.empty() && unread.imports.empty());
 }
 
 TEST(LoginOwnershipPlan, HoldenmereItselfAndNoItemsGiveNothing) {

@@ -153,7 +153,7 @@ public:
         engine.decideUnder(passGeneration);
         const auto sources = LoginOwnership::startupSourcesPass(engine);
         const auto result = LoginOwnership::ownershipPass(engine, scanner, StartupSafety::systemEnvironment(),
-                                                          {records(firstPass), {}, {}, predatesLedger});
+                                                          {records(firstPass), {}, {}, predatesLedger, {}});
         transaction.end();
         launchd.beforeDisabledList = nullptr;
         launchd.disabledListReadable = true;

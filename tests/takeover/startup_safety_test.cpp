@@ -35,13 +35,17 @@ std::string ownJobWarning(const std::string& name) {
 // carry system extensions.
 struct Machine {
     std::set<std::string> helpers;
+    std::set<std::string> unknownPrograms;  // cannot tell whether they are helpers
     std::set<std::string> appsWithExtensions;
     std::vector<std::string> extensions;
 
     StartupSafety::Environment environment() const {
         return {
             [this] { return extensions; },
-            [this](const std::string& path) { return helpers.count(path) != 0; },
+            [this](const std::string& path) -> std::optional<bool> {
+                if (unknownPrograms.count(path) != 0) return std::nullopt;
+                return helpers.count(path) != 0;
+            },
             [this](const std::string& app) { return appsWithExtensions.count(app) != 0; },
             [] { return std::string("/Users/ada"); },
             [] { return std::set<std::string>{}; },
@@ -107,7 +111,14 @@ TEST(StartupSafetyRefusal, HelperInsideAnotherAppNamesTheOutermostApp) {
         StartupSafety::refusal(
             agent("com.example.helper", "Helper", "/Library/PrivilegedHelperTools/com.example.helper"), environment),
         "Can't switch off: helper inside another app.");
+    // Cannot tell: refused as well, saying what could not be read.
+    machine.unknownPrograms = {kSyncProgram};
+    EXPECT_EQ(
+        StartupSafety::refusal(agent("com.example.sync.agent", "Sync Agent", kSyncProgram), machine.environment()),
+        "Can't switch off: Holdenmere could not read which program Sync runs, so it cannot tell whether this is "
+        "Sync itself or a helper inside it.");
     // Not a helper binary: no refusal, whatever the path.
+    machine.unknownPrograms.clear();
     machine.helpers.clear();
     EXPECT_EQ(StartupSafety::tier(agent("com.example.sync.agent", "Sync Agent", kSyncProgram), machine.environment()),
               SafetyTier::allowed());

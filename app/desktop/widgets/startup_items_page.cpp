@@ -315,7 +315,7 @@ void StartupItemsPage::rebuild() {
     scanning_->setText(busy                    ? QStringLiteral("Changing your startup items\u2026")
                        : model_.isScanning()   ? QStringLiteral("Looking at your Login Items and LaunchAgents\u2026")
                                                : QString());
-    QStringList problems{model_.loginItemsProblem(), model_.backgroundItemsProblem()};
+    QStringList problems{model_.loginItemsProblem(), model_.launchAgentsProblem(), model_.backgroundItemsProblem()};
     problems.removeAll(QString());
     const QString problem = problems.join(QLatin1Char('\n'));
     problem_->setText(problem);
