@@ -39,6 +39,10 @@ struct StartupScan {
     // (`backgroundIncomplete` says why).
     std::optional<BackgroundItemScanner::Result> background;
     std::string backgroundIncomplete;
+    // Why a complete background scan could not be saved for the login pass,
+    // and whether an earlier one stays saved in its place.
+    std::string backgroundNotSaved;
+    bool earlierBackgroundSaved = false;
     // The icon file of each app bundle found, by its path.
     std::map<std::string, std::optional<std::filesystem::path>> icons;
 
@@ -135,7 +139,7 @@ public:
     const std::vector<ConflictRow>& conflicts() const { return conflicts_; }
     // Why the Login Items are missing, or empty.
     QString loginItemsProblem() const;
-    // Why the background items are missing, or empty.
+    // Why the background items are missing or were not saved, or empty.
     QString backgroundItemsProblem() const;
     // The background scan has finished; it has finished without a result.
     bool startupDiscoveryCompleted() const { return scanned_; }
