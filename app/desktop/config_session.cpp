@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <optional>
 #include <system_error>
+#include <variant>
 
-#include "core/support/files.h"
 #include "core/takeover/startup_mutation_lock.h"
 #include "core/takeover/startup_transaction.h"
 
@@ -97,50 +97,25 @@ bool ConfigSession::change(const std::function<bool(HoldenmereConfig&)>& edit) {
     return true;
 }
 
-std::filesystem::path ConfigSession::damagedCopyPath() const {
-    std::filesystem::path candidate = store_.url;
-    candidate += ".damaged";
-    for (int number = 2; files::exists(candidate); ++number) {
-        candidate = store_.url;
-        candidate += ".damaged-" + std::to_string(number);
-    }
-    return candidate;
-}
+std::filesystem::path ConfigSession::damagedCopyPath() const { return holdenmere::damagedCopyPath(store_.url); }
 
-bool ConfigSession::startFromDefaults() {
+std::optional<DefaultsStart> ConfigSession::startFromDefaults() {
     QString problem;
     auto lease = tryLock(store_, problem);
     if (!lease) {
         emit failed(problem);
-        return false;
+        return std::nullopt;
     }
-    // The file may have been mended (or replaced by the login pass) since
-    // it was found damaged: then it is kept as it is.
-    if (auto mended = store_.tryLoad()) {
-        config_ = std::move(*mended);
-        setDamage({});
-        emit changed();
-        return true;
+    auto outcome = holdenmere::startFromDefaults(store_);
+    if (const auto* failure = std::get_if<DefaultsStartFailure>(&outcome)) {
+        emit failed(text(failure->text()));
+        return std::nullopt;
     }
-    try {
-        if (files::exists(store_.url)) {
-            files::writeAtomically(damagedCopyPath(), files::read(store_.url), 0600);
-        }
-    } catch (const std::system_error& error) {
-        emit failed(QStringLiteral("Could not keep a copy of the damaged settings, so nothing was changed: %1")
-                        .arg(text(error.what())));
-        return false;
-    }
-    try {
-        store_.save(HoldenmereConfig{});
-    } catch (const ConfigStoreError& error) {
-        emit failed(text(error.what()));
-        return false;
-    }
-    config_ = HoldenmereConfig{};
+    auto& started = std::get<DefaultsStart>(outcome);
+    config_ = started.config;
     setDamage({});
     emit changed();
-    return true;
+    return std::move(started);
 }
 
 }  // namespace holdenmere::desktop

@@ -5,8 +5,10 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 
 #include "core/config/config_store.h"
+#include "core/config/damaged_config.h"
 
 namespace holdenmere::desktop {
 
@@ -39,9 +41,11 @@ public:
     // the change could not be made (failed() then says why).
     bool change(const std::function<bool(HoldenmereConfig&)>& edit);
 
-    // For a damaged file: moves nothing, but copies the file to
-    // damagedCopyPath() and saves the default configuration in its place.
-    bool startFromDefaults();
+    // For a damaged file: copies it to damagedCopyPath() and saves the
+    // default configuration in its place, with every record of what
+    // Holdenmere switched off that the file still holds. How that went, or
+    // nothing when nothing was changed (failed() then says why).
+    std::optional<DefaultsStart> startFromDefaults();
     // Beside the file: "config.json.damaged", or "config.json.damaged-2" and
     // up when that name is taken.
     std::filesystem::path damagedCopyPath() const;

@@ -60,19 +60,12 @@ HoldenmereLoginAgentStatus DesktopServices::loginAgentStatus() {
 
 bool DesktopServices::canChangeStartAtLogin() { return agentExecutable().has_value(); }
 
-StartAtLoginChange DesktopServices::setStartAtLogin(bool on) {
+LoginAgentSwitch DesktopServices::setStartAtLogin(bool on, const Signal* cancellation) {
     auto installer = loginAgentInstaller();
     if (!installer) {
-        return {std::string("Holdenmere cannot tell where its own program is, so it cannot change Start at login."),
-                std::nullopt};
+        return {on, LoginAgentSwitch::Kind::notSwitched, "Holdenmere cannot tell where its own program is."};
     }
-    try {
-        if (on) return {std::nullopt, installer->install()};
-        installer->uninstall();
-        return {};
-    } catch (const AgentInstallerError& error) {
-        return {std::string(error.what()), std::nullopt};
-    }
+    return switchLoginAgent(ConfigAccess::of(configStore()), *installer, on, cancellation);
 }
 
 std::optional<std::string> DesktopServices::updateLoginAgent() {

@@ -19,6 +19,7 @@
 #include "core/discovery/system_extensions.h"
 #include "core/discovery/background_item_scanner.h"
 #include "core/discovery/settings_opening.h"
+#include "core/takeover/login_agent_switch.h"
 #include "core/takeover/startup_safety.h"
 #include "core/takeover/system_tools.h"
 
@@ -29,16 +30,6 @@ struct StartupSwitches;
 }  // namespace holdenmere
 
 namespace holdenmere::desktop {
-
-// How switching the login agent on or off went: a failure (nothing was
-// changed, or the plist could not be written or deleted), or, after an
-// install, launchd's refusal to load it (the plist stays in place).
-struct StartAtLoginChange {
-    std::optional<std::string> failure;
-    std::optional<std::string> launchdWarning;
-
-    friend bool operator==(const StartAtLoginChange&, const StartAtLoginChange&) = default;
-};
 
 // Everything the desktop app asks of the system, behind one seam, so that
 // the window and its models run against a fixture or a fake.
@@ -96,8 +87,10 @@ public:
     virtual HoldenmereLoginAgentStatus loginAgentStatus();
     // Whether this build can switch the login agent on and off.
     virtual bool canChangeStartAtLogin();
-    // Installs (on) or removes (off) the login agent.
-    virtual StartAtLoginChange setStartAtLogin(bool on);
+    // Installs (on) or removes (off) the login agent under the startup
+    // mutation lock, waiting for it until `cancellation` is raised; called
+    // from a worker thread.
+    virtual LoginAgentSwitch setStartAtLogin(bool on, const Signal* cancellation);
     // Brings an existing agent's plist up to date (its process type); the
     // error's description when it cannot, nothing otherwise. A plist of
     // another job is never rewritten.

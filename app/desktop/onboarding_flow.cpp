@@ -82,9 +82,6 @@ bool OnboardingFlow::finish() {
         }
     }
     const auto hasStep = [this](Step step) { return std::find(steps_.begin(), steps_.end(), step) != steps_.end(); };
-    if (settings_ && hasStep(Step::startAtLogin) && startAtLoginWanted_ && !startAtLoginAlreadyOn()) {
-        settings_->setStartAtLogin(true);
-    }
     if (startupItems_ && hasStep(Step::startupConsent)) {
         switch (consent_) {
             case Consent::grant:
@@ -93,6 +90,11 @@ bool OnboardingFlow::finish() {
             case Consent::decline: startupItems_->declineConsent(); break;
             case Consent::none: break;
         }
+    }
+    // Last: the login agent is switched on a worker thread that holds the
+    // startup mutation lock, which the consent's save must not run into.
+    if (settings_ && hasStep(Step::startAtLogin) && startAtLoginWanted_ && !startAtLoginAlreadyOn()) {
+        settings_->setStartAtLogin(true);
     }
     preferences_.setOnboardingDone(true);
     emit completed();

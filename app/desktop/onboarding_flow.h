@@ -74,9 +74,9 @@ public:
     void setLeftToMacOS(const std::string& bundleIdentifier, bool left);
     const std::set<std::string>& leftToMacOS() const { return leftToMacOS_; }
 
-    // Adds the chosen apps (in the order suggested), switches the login agent
-    // on when wanted, saves the consent answer, and remembers that the
-    // welcome is done. False when the apps could not be saved: the welcome
+    // Adds the chosen apps (in the order suggested), saves the consent
+    // answer, starts switching the login agent on when wanted, and
+    // remembers that the welcome is done. False when the apps could not be saved: the welcome
     // then stays, so that nothing the user chose is lost. The login agent and
     // consent report their own failures (notices of their models).
     bool finish();

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/desktop/presentation.h"
+#include "app/desktop/startup_work.h"
 #include "core/gate/open_at_login.h"
 
 namespace holdenmere::desktop {
@@ -15,8 +16,20 @@ QString fromView(std::string_view text) {
 }  // namespace
 
 SettingsModel::SettingsModel(ConfigSession& session, DesktopServices& services, QObject* parent)
-    : QObject(parent), session_(session), services_(services), loginAgent_(services.loginAgentStatus()) {
+    : QObject(parent),
+      session_(session),
+      services_(services),
+      loginAgent_(services.loginAgentStatus()),
+      closing_(std::make_unique<Signal>()),
+      queue_(std::make_unique<BackgroundQueue>()) {
     connect(&session_, &ConfigSession::changed, this, &SettingsModel::changed);
+}
+
+SettingsModel::~SettingsModel() {
+    // A switch still waiting for the lock gives up; one that runs is waited
+    // for, and what it posts back dies with this object.
+    closing_->raise();
+    queue_.reset();
 }
 
 bool SettingsModel::changeSettings(const std::function<void(GateSettings&)>& edit) {
@@ -96,15 +109,29 @@ void SettingsModel::refreshLoginAgent() {
     emit changed();
 }
 
-bool SettingsModel::setStartAtLogin(bool on) {
-    const StartAtLoginChange change = services_.setStartAtLogin(on);
-    loginAgentWarning_ = change.launchdWarning
-                             ? QStringLiteral("launchd did not load it: %1").arg(QString::fromStdString(*change.launchdWarning))
-                             : QString();
-    loginAgent_ = services_.loginAgentStatus();
-    if (change.failure) emit notice(QString::fromStdString(*change.failure));
+void SettingsModel::setStartAtLogin(bool on) {
+    ++switching_;
+    wanted_ = on;
     emit changed();
-    return !change.failure;
+    SettingsModel* self = this;
+    DesktopServices& services = services_;
+    const Signal* closing = closing_.get();
+    queue_->post([self, &services, closing, on] {
+        const LoginAgentSwitch outcome = services.setStartAtLogin(on, closing);
+        QMetaObject::invokeMethod(
+            self, [self, outcome] { self->endStartAtLogin(outcome); }, Qt::QueuedConnection);
+    });
+}
+
+void SettingsModel::endStartAtLogin(const LoginAgentSwitch& outcome) {
+    --switching_;
+    const QString text = QString::fromStdString(outcome.text());
+    loginAgentWarning_ = outcome.kind == LoginAgentSwitch::Kind::notLoaded ? text : QString();
+    loginAgent_ = services_.loginAgentStatus();
+    const bool ok = outcome.kind != LoginAgentSwitch::Kind::notSwitched;
+    if (!ok) emit notice(text);
+    emit changed();
+    emit startAtLoginSwitched(ok);
 }
 
 QString SettingsModel::updateFailureText(const QString& description) {

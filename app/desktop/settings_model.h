@@ -3,10 +3,14 @@
 #include <QObject>
 #include <QString>
 
+#include <memory>
+
 #include "app/desktop/config_session.h"
 #include "app/desktop/desktop_services.h"
 
 namespace holdenmere::desktop {
+
+class BackgroundQueue;
 
 // The Settings page: the gate's settings, where Holdenmere shows itself,
 // opening at login, and the rows about the login agent and held helpers.
@@ -15,6 +19,7 @@ class SettingsModel : public QObject {
 
 public:
     SettingsModel(ConfigSession& session, DesktopServices& services, QObject* parent = nullptr);
+    ~SettingsModel() override;
 
     const GateSettings& settings() const { return session_.config().settings; }
 
@@ -48,9 +53,14 @@ public:
     // the network."; empty otherwise.
     QString offWarning() const;
     bool canChangeStartAtLogin() const;
-    // Installs (on) or removes (off) the login agent; false, with a notice,
-    // when that failed.
-    bool setStartAtLogin(bool on);
+    // Installs (on) or removes (off) the login agent on a worker thread,
+    // once no other change of startup items is running. When it ends the
+    // status is asked again, `changed` and `startAtLoginSwitched` are
+    // emitted, and a failure is also sent as a notice.
+    void setStartAtLogin(bool on);
+    // A switch is running or waiting; what the last one asked for.
+    bool isSwitchingStartAtLogin() const { return switching_ > 0; }
+    bool startAtLoginWanted() const { return wanted_; }
     // Asks launchd again; `changed` when the status is not what it was.
     void refreshLoginAgent();
     // Run when the app starts: brings an existing agent's plist up to date.
@@ -65,14 +75,23 @@ public:
 signals:
     void changed();
     void notice(const QString& text);
+    // Switching the login agent ended; `ok` false when it failed.
+    void startAtLoginSwitched(bool ok);
 
 private:
     bool changeSettings(const std::function<void(GateSettings&)>& edit);
+    void endStartAtLogin(const LoginAgentSwitch& outcome);
 
     ConfigSession& session_;
     DesktopServices& services_;
     HoldenmereLoginAgentStatus loginAgent_;
     QString loginAgentWarning_;
+    int switching_ = 0;
+    bool wanted_ = false;
+    // Raised when the model goes, so that a switch waiting for the startup
+    // mutation lock gives up; the worker goes before it.
+    std::unique_ptr<Signal> closing_;
+    std::unique_ptr<BackgroundQueue> queue_;
 };
 
 }  // namespace holdenmere::desktop

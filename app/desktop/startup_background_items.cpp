@@ -29,8 +29,11 @@ void scanBackgroundItems(StartupScan& scan, BackgroundItemsTool& tool, const Sta
     }
     try {
         store.save({*result.result, Date::now()});
-    } catch (const std::exception&) {
-        // The page shows what it read; only the login pass misses it.
+    } catch (const std::exception& error) {
+        // The page shows what it read; the login pass keeps the earlier
+        // scan, which the atomic save left in place.
+        scan.backgroundNotSaved = error.what();
+        scan.earlierBackgroundSaved = store.load().has_value();
     }
     scan.background = std::move(result.result);
 }
@@ -83,6 +86,14 @@ void describeBackgroundConflict(ConflictRow& row, const StartupConflict& conflic
 }
 
 QString backgroundItemsProblem(const StartupScan& scan) {
+    if (scan.background && !scan.backgroundNotSaved.empty()) {
+        return (scan.earlierBackgroundSaved
+                    ? QStringLiteral("Holdenmere could not save the background items it found, so the login pass "
+                                     "goes on with the list saved before: %1")
+                    : QStringLiteral("Holdenmere could not save the background items it found, so the login pass "
+                                     "has no list of them: %1"))
+            .arg(QString::fromStdString(scan.backgroundNotSaved));
+    }
     if (scan.background || scan.backgroundIncomplete.empty()) return {};
     return QStringLiteral("Holdenmere could not read the background items macOS starts at login, so this list is "
                           "incomplete: %1")

@@ -11,7 +11,8 @@
 namespace holdenmere::desktop {
 
 // Reads the background items into `scan`, with the safety tier of each
-// LaunchAgent behind one, and saves a complete result to `store`.
+// LaunchAgent behind one, and saves a complete result to `store` (a save
+// that fails is noted in `scan`).
 void scanBackgroundItems(StartupScan& scan, BackgroundItemsTool& tool, const StartupSafety::Environment& environment,
                          const BackgroundItemStore& store);
 
@@ -26,7 +27,8 @@ std::vector<BackgroundItemScanner::Conflict> backgroundConflicts(const StartupSc
 // Adds a conflict's background items to its row: LaunchAgents to its
 // agents, the rest as items only System Settings can switch off.
 void describeBackgroundConflict(ConflictRow& row, const StartupConflict& conflict, const StartupScan& scan);
-// Why the background items are missing, or empty.
+// Why the background items are missing or could not be saved for the
+// login pass, or empty.
 QString backgroundItemsProblem(const StartupScan& scan);
 
 }  // namespace holdenmere::desktop

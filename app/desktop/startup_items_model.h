@@ -42,6 +42,10 @@ struct StartupScan {
     // (`backgroundIncomplete` says why).
     std::optional<BackgroundItemScanner::Result> background;
     std::string backgroundIncomplete;
+    // Why a complete background scan could not be saved for the login pass,
+    // and whether an earlier one stays saved in its place.
+    std::string backgroundNotSaved;
+    bool earlierBackgroundSaved = false;
     // The icon file of each app bundle found, by its path.
     std::map<std::string, std::optional<std::filesystem::path>> icons;
 
@@ -140,7 +144,7 @@ public:
     const std::vector<ConflictRow>& conflicts() const { return conflicts_; }
     // Why the Login Items are missing, or empty.
     QString loginItemsProblem() const;
-    // Why the background items are missing, or empty.
+    // Why the background items are missing or were not saved, or empty.
     QString backgroundItemsProblem() const;
     // Why the LaunchAgents that open apps are missing, or empty.
     QString launchAgentsProblem() const;

@@ -221,6 +221,82 @@ HoldenmereConfig decodeValue(const Value& value) {
 
 HoldenmereConfig decode(std::string_view text) { return decodeValue(json::parse(text)); }
 
+namespace {
+
+// The elements of the array at `key` that decode; each one that does not
+// (or the key itself, when it holds no array) is noted in `lost`.
+template <class Decode>
+auto decodeEach(const ObjectReader& reader, std::string_view key, Decode element, std::vector<std::string>& lost) {
+    using T = decltype(element(std::declval<const Value&>(), std::string()));
+    std::vector<T> found;
+    const Value* value = reader.find(key);
+    if (value == nullptr) return found;
+    const std::string path = reader.pathOf(key);
+    if (!value->is_array()) {
+        lost.push_back(ObjectReader::mismatch(path, "an array", *value));
+        return found;
+    }
+    for (std::size_t index = 0; index < value->size(); ++index) {
+        try {
+            found.push_back(element((*value)[index], path + "[" + std::to_string(index) + "]"));
+        } catch (const json::DecodeError& error) {
+            lost.emplace_back(error.what());
+        }
+    }
+    return found;
+}
+
+// A take-over record whose app is known keeps every Login Item and agent
+// that decodes; one without them is lost whole.
+TakeoverRecord decodeTakeoverLeniently(const Value& value, const std::string& path, std::vector<std::string>& lost) {
+    ObjectReader reader(value, path);
+    TakeoverRecord record;
+    record.bundleIdentifier = reader.string("bundleIdentifier");
+    record.name = reader.string("name");
+    if (const Value* item = reader.find("loginItem")) {
+        try {
+            record.loginItems.push_back(decodeLoginItem(*item, reader.pathOf("loginItem")));
+        } catch (const json::DecodeError& error) {
+            lost.emplace_back(error.what());
+        }
+    }
+    for (auto& item : decodeEach(reader, "additionalLoginItems", decodeLoginItem, lost)) {
+        if (record.loginItem(item.path) == nullptr) record.loginItems.push_back(std::move(item));
+    }
+    record.agents = decodeEach(reader, "agents", decodeAgent, lost);
+    return record;
+}
+
+}  // namespace
+
+LedgerRecords decodeLedgerRecords(const Value& value) {
+    ObjectReader reader(value, "");
+    LedgerRecords records;
+    auto& lost = records.lost;
+    HoldenmereConfig& config = records.config;
+    for (auto& record : decodeEach(
+             reader, "takeovers",
+             [&lost](const Value& element, const std::string& path) {
+                 return decodeTakeoverLeniently(element, path, lost);
+             },
+             lost)) {
+        if (!record.isEmpty()) config.takeovers.push_back(std::move(record));
+    }
+    config.heldStartup = decodeEach(reader, "heldStartup", decodeHeldStartupItem, lost);
+    config.delayedHelpers = decodeEach(reader, "delayedHelpers", decodeHelper, lost);
+    config.blockedApps = decodeEach(reader, "blockedApps", decodeBlocked, lost);
+    config.keptOff = decodeEach(reader, "keptOff", json::decodeString, lost);
+    config.restoreOptOuts = decodeEach(reader, "restoreOptOuts", json::decodeString, lost);
+    if (const Value* reopen = reader.find("reopenWindowsOriginal")) {
+        try {
+            config.reopenWindowsOriginal = decodeReopenWindows(*reopen, "reopenWindowsOriginal");
+        } catch (const json::DecodeError& error) {
+            lost.emplace_back(error.what());
+        }
+    }
+    return records;
+}
+
 Value encode(const HoldenmereConfig& config) {
     Value encoded{
         {"settings", encodeSettings(config.settings)},

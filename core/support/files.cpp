@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <system_error>
 #include <vector>
@@ -122,10 +123,12 @@ void createDirectories(const std::filesystem::path& folder) {
     if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) throwErrno(ENOTDIR, "mkdir", folder);
 }
 
-void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {
-    const auto folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-    createDirectories(folder);
+namespace {
 
+// Writes `bytes` to a new temporary file in `folder`, named after `path`,
+// and flushes it to disk; its path. Nothing is left behind on failure.
+std::filesystem::path writeTemporary(const std::filesystem::path& path, const std::filesystem::path& folder,
+                                     std::string_view bytes, mode_t mode) {
     std::string name(1, '.');
     name.append(path.filename().native()).append(".XXXXXX");
     std::string pattern = (folder / name).string();
@@ -149,12 +152,58 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes, 
         }
         flushToDisk(fd.get(), temporaryPath);
         if (::close(fd.release()) != 0) throwErrno(errno, "close", temporaryPath);
-        if (::rename(temporaryPath.c_str(), path.c_str()) != 0) throwErrno(errno, "rename", path);
     } catch (...) {
         ::unlink(temporaryPath.c_str());
         throw;
     }
+    return temporaryPath;
+}
+
+// rename() that fails with EEXIST instead of replacing an existing target.
+// A file system without an exclusive rename gets a hard link, which never
+// replaces anything either, and the temporary name is removed by the caller.
+int renameWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to) {
+#if defined(__APPLE__)
+    if (::renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0) return 0;
+#else
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+#endif
+    if (errno != EINVAL && errno != ENOTSUP && errno != ENOSYS) return -1;
+    return ::link(from.c_str(), to.c_str());
+}
+
+std::filesystem::path folderOf(const std::filesystem::path& path) {
+    return path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+}
+
+}  // namespace
+
+void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {
+    const auto folder = folderOf(path);
+    createDirectories(folder);
+    const auto temporaryPath = writeTemporary(path, folder, bytes, mode);
+    if (::rename(temporaryPath.c_str(), path.c_str()) != 0) {
+        const int error = errno;
+        ::unlink(temporaryPath.c_str());
+        throwErrno(error, "rename", path);
+    }
     flushFolder(folder);
+}
+
+bool createAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {
+    const auto folder = folderOf(path);
+    createDirectories(folder);
+    const auto temporaryPath = writeTemporary(path, folder, bytes, mode);
+    const int renamed = renameWithoutReplacing(temporaryPath, path);
+    const int error = errno;
+    // Gone already after a rename; the second name after a link.
+    ::unlink(temporaryPath.c_str());
+    if (renamed != 0) {
+        if (error == EEXIST) return false;
+        throwErrno(error, "rename", path);
+    }
+    flushFolder(folder);
+    return true;
 }
 
 void append(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {

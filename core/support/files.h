@@ -49,6 +49,11 @@ void createDirectories(const std::filesystem::path& folder);
 // previous file is untouched and the temporary file is removed.
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0644);
 
+// Writes `bytes` to a new file at `path` the way writeAtomically does, but
+// never replaces anything: false, with nothing written, when something
+// already exists there. The name appears only once the file is whole.
+[[nodiscard]] bool createAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0644);
+
 // Appends `bytes` to the end of the file, creating it (and missing parent
 // folders) when absent. The file is opened for appending, so other
 // processes appending at the same time (launchd writing the login agent's

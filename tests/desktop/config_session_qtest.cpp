@@ -85,17 +85,27 @@ private slots:
     }
 
     void startingFromDefaultsKeepsACopyBesideIt() {
-        const std::string damaged = "{ not json";
+        // Damaged settings beside a ledger that still reads.
+        const std::string damaged = R"({"settings": 1, "takeovers": [{"bundleIdentifier": "com.example.drift",
+            "name": "Drift", "agents": [{"label": "com.example.drift.agent", "plistPath": "/p.plist",
+            "inferred": false}]}]})";
         write(damaged);
         ConfigSession session(store);
         session.reload();
         std::filesystem::path copy = store.url;
         copy += ".damaged";
         QCOMPARE(session.damagedCopyPath(), copy);
-        QVERIFY(session.startFromDefaults());
+        QSignalSpy changed(&session, &ConfigSession::changed);
+        const auto started = session.startFromDefaults();
+        QVERIFY(started);
+        QCOMPARE(started->kind, DefaultsStart::Kind::ledgerKept);
         QVERIFY(!session.isDamaged());
+        QCOMPARE(changed.count(), 1);
         QCOMPARE(files::read(copy), damaged);
-        QCOMPARE(store.load(), HoldenmereConfig{});
+        HoldenmereConfig expected;
+        expected.recordAgent("com.example.drift", "Drift", "com.example.drift.agent", "/p.plist", false);
+        QCOMPARE(store.load(), expected);
+        QCOMPARE(session.config(), expected);
 
         // A second damaged file gets the next free name.
         write("[]");

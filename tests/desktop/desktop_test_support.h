@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtGlobal>
 
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "app/desktop/desktop_services.h"
+#include "app/desktop/settings_model.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_probe.h"
@@ -106,12 +108,12 @@ public:
     bool canChangeStartAtLogin() override {
         return loginAgent ? startAtLoginChangeable : DesktopServices::canChangeStartAtLogin();
     }
-    desktop::StartAtLoginChange setStartAtLogin(bool on) override {
-        if (!loginAgent) return DesktopServices::setStartAtLogin(on);
-        if (!startAtLoginChangeable) return {std::string("This build of Holdenmere cannot change Start at login."), {}};
+    LoginAgentSwitch setStartAtLogin(bool on, const Signal* cancellation) override {
+        if (!loginAgent) return DesktopServices::setStartAtLogin(on, cancellation);
+        if (!startAtLoginChangeable) return {on, LoginAgentSwitch::Kind::notSwitched, "this build cannot change it"};
         startAtLoginRequests.push_back(on);
         loginAgent = on ? HoldenmereLoginAgentStatus::activeAtLogin : HoldenmereLoginAgentStatus::disabled;
-        return {};
+        return {on, LoginAgentSwitch::Kind::switched, {}};
     }
 
     FakeClock& fakeClock() { return clock_; }
@@ -134,6 +136,17 @@ private:
     std::filesystem::path home_;
     FakeClock clock_;
 };
+
+// Waits for the end of a switch of the login agent, started by `start`
+// (the model's setStartAtLogin, or a click); whether it succeeded.
+inline bool startAtLoginSwitched(desktop::SettingsModel& model, const std::function<void()>& start) {
+    QSignalSpy ended(&model, &desktop::SettingsModel::startAtLoginSwitched);
+    start();
+    return ended.wait(10000) && ended.at(0).at(0).toBool();
+}
+inline bool switchStartAtLogin(desktop::SettingsModel& model, bool on) {
+    return startAtLoginSwitched(model, [&] { model.setStartAtLogin(on); });
+}
 
 inline InstalledApp installedApp(const std::string& name, const std::string& identifier,
                                  std::vector<NetworkReason> reasons = {}) {

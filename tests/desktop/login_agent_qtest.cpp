@@ -66,8 +66,8 @@ private slots:
 
     void turningItOnInstallsAndLoadsTheAgent() {
         QSignalSpy changed(model.get(), &SettingsModel::changed);
-        QVERIFY(model->setStartAtLogin(true));
-        QCOMPARE(changed.count(), 1);
+        QVERIFY(testing::switchStartAtLogin(*model, true));
+        QCOMPARE(changed.count(), 2);  // at the start and at the end
         QVERIFY(std::filesystem::exists(plist()));
         const plist::Value written = plist::readFile(plist());
         QCOMPARE(written.stringAt("Label"), std::optional<std::string>(kLabel));
@@ -88,7 +88,7 @@ private slots:
     void launchdsRefusalIsAWarningNotAFailure() {
         services->fakeLaunchctl.exitStatus["bootstrap"] = 5;
         QSignalSpy notices(model.get(), &SettingsModel::notice);
-        QVERIFY(model->setStartAtLogin(true));
+        QVERIFY(testing::switchStartAtLogin(*model, true));
         QCOMPARE(notices.count(), 0);
         QVERIFY(std::filesystem::exists(plist()));
         QCOMPARE(model->loginAgentWarning(), QStringLiteral("launchd did not load it: launchctl bootstrap exited 5"));
@@ -97,8 +97,8 @@ private slots:
     }
 
     void turningItOffRemovesTheAgent() {
-        QVERIFY(model->setStartAtLogin(true));
-        QVERIFY(model->setStartAtLogin(false));
+        QVERIFY(testing::switchStartAtLogin(*model, true));
+        QVERIFY(testing::switchStartAtLogin(*model, false));
         QVERIFY(!std::filesystem::exists(plist()));
         const auto changes = services->fakeLaunchctl.changes();
         QCOMPARE(std::vector<std::vector<std::string>>(changes.end() - 2, changes.end()),
@@ -107,7 +107,7 @@ private slots:
     }
 
     void anAgentSwitchedOffInLaunchdReadsDisabled() {
-        QVERIFY(model->setStartAtLogin(true));
+        QVERIFY(testing::switchStartAtLogin(*model, true));
         services->fakeLaunchctl.disabled.insert(kLabel);
         QSignalSpy changed(model.get(), &SettingsModel::changed);
         model->refreshLoginAgent();
@@ -122,7 +122,7 @@ private slots:
         services->executable.reset();
         QVERIFY(!model->canChangeStartAtLogin());
         QSignalSpy notices(model.get(), &SettingsModel::notice);
-        QVERIFY(!model->setStartAtLogin(true));
+        QVERIFY(!testing::switchStartAtLogin(*model, true));
         QCOMPARE(notices.count(), 1);
         QVERIFY(services->fakeLaunchctl.changes().empty());
         QVERIFY(!std::filesystem::exists(plist()));
@@ -157,12 +157,18 @@ private slots:
         QCheckBox* box = page.startAtLoginBox();
         QVERIFY(box->isEnabled());
         QVERIFY(!box->isChecked());
-        box->click();
+        QVERIFY(testing::startAtLoginSwitched(*model, [&] {
+            box->click();
+            // Until the switch ends the box shows what was asked for, and waits.
+            QVERIFY(box->isChecked());
+            QVERIFY(!box->isEnabled());
+        }));
         QVERIFY(std::filesystem::exists(plist()));
         QVERIFY(box->isChecked());
+        QVERIFY(box->isEnabled());
         services->fakeLaunchctl.exitStatus["bootstrap"] = 5;
-        box->click();
-        box->click();
+        QVERIFY(testing::startAtLoginSwitched(*model, [&] { box->click(); }));
+        QVERIFY(testing::startAtLoginSwitched(*model, [&] { box->click(); }));
         QCOMPARE(page.startAtLoginWarningText(), QStringLiteral("launchd did not load it: launchctl bootstrap exited 5"));
         QVERIFY(!box->isChecked());
     }

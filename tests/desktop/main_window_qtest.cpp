@@ -74,9 +74,15 @@ private slots:
         QVERIFY(shared->session.isDamaged());
         QVERIFY(!window.pageAt(window.indexOf(MainWindow::Page::managedApps))->isEnabled());
         QVERIFY(window.pageAt(window.indexOf(MainWindow::Page::activity))->isEnabled());
-        QVERIFY(shared->session.startFromDefaults());
+        window.startFromDefaults();
         QVERIFY(window.pageAt(window.indexOf(MainWindow::Page::managedApps))->isEnabled());
-        QCOMPARE(files::read(services->configStore().url.string() + ".damaged"), std::string("{ damaged"));
+        const std::string copy = services->configStore().url.string() + ".damaged";
+        QCOMPARE(files::read(copy), std::string("{ damaged"));
+        // Nothing of the ledger could be read: that stays in view.
+        QCOMPARE(window.problemText(),
+                 QStringLiteral("Started from defaults. The records of what Holdenmere switched off could not be "
+                                "read; they are kept in %1.")
+                     .arg(QString::fromStdString(copy)));
     }
 
     void aFailedChangeIsShownAsAProblem() {

@@ -205,7 +205,7 @@ private slots:
         consentPage->grantButton()->click();
         consentPage->list()->item(1)->setCheckState(Qt::Unchecked);
         QSignalSpy done(&window, &OnboardingWindow::done);
-        window.primaryButton()->click();
+        QVERIFY(testing::startAtLoginSwitched(settings, [&] { window.primaryButton()->click(); }));
         QCOMPARE(done.count(), 1);
 
         QVERIFY(std::filesystem::exists(plist));

@@ -91,12 +91,12 @@ private slots:
     void startAtLoginGoesThroughTheServices() {
         QSignalSpy notices(model.get(), &SettingsModel::notice);
         QVERIFY(!model->canChangeStartAtLogin());
-        QVERIFY(!model->setStartAtLogin(true));
+        QVERIFY(!testing::switchStartAtLogin(*model, true));
         QCOMPARE(notices.count(), 1);
 
         services->startAtLoginChangeable = true;
         services->loginAgent = HoldenmereLoginAgentStatus::notInstalled;
-        QVERIFY(model->setStartAtLogin(true));
+        QVERIFY(testing::switchStartAtLogin(*model, true));
         QCOMPARE(services->startAtLoginRequests, std::vector<bool>{true});
         QCOMPARE(model->loginAgentStatus(), HoldenmereLoginAgentStatus::activeAtLogin);
     }

@@ -137,6 +137,34 @@ private slots:
         QVERIFY(!BackgroundItemStore::besideConfig(services->configStore().url).load().has_value());
     }
 
+    void aScanThatCannotBeSavedIsShownAndTheEarlierOneStays() {
+        QVERIFY(testing::scanned(*model));
+        const auto store = BackgroundItemStore::besideConfig(services->configStore().url);
+        const auto earlier = store.load();
+        QVERIFY(earlier.has_value());
+        QVERIFY(model->backgroundItemsProblem().isEmpty());
+
+        // A path that is not UTF-8 cannot be written as JSON.
+        const std::string bad = testing::writeApp(home->path(), "Bad\xff", "com.example.bad");
+        // QTemporaryDir cannot remove a name that is not UTF-8.
+        struct RemovedAtEnd {
+            std::filesystem::path path;
+            ~RemovedAtEnd() {
+                std::error_code ignored;
+                std::filesystem::remove_all(path, ignored);
+            }
+        } removed{bad};
+        services->backgroundTool.reading.output = testing::btmSection(
+            BackgroundItemScanner::currentUid(), {record("login item (0x4)", "4.com.example.bad", "file://" + bad + "/")});
+        QVERIFY(testing::scanned(*model));
+        QVERIFY(model->startupDiscoveryCompleted());
+        QVERIFY2(model->backgroundItemsProblem().startsWith(
+                     QStringLiteral("Holdenmere could not save the background items it found, so the login pass goes "
+                                    "on with the list saved before: ")),
+                 qPrintable(model->backgroundItemsProblem()));
+        QCOMPARE(store.load(), earlier);
+    }
+
 private:
     HoldenmereConfig saved() const { return services->configStore().load(); }
 };

@@ -217,13 +217,25 @@ void MainWindow::confirmStartFromDefaults() {
     QMessageBox box(QMessageBox::Warning, QStringLiteral("Start from Defaults"),
                     QStringLiteral("Start from the default settings?"), QMessageBox::Cancel, this);
     box.setInformativeText(
-        QStringLiteral("Holdenmere keeps the damaged file as %1. Your list of apps starts empty; the run history "
-                       "is kept.")
+        QStringLiteral("Holdenmere keeps the damaged file as %1 and carries over every record of what it switched "
+                       "off that can still be read, so that Give Everything Back keeps working. Your list of apps "
+                       "starts empty; the run history is kept.")
             .arg(QString::fromStdString(context_.session.damagedCopyPath().filename().string())));
     box.addButton(QStringLiteral("Start from Defaults"), QMessageBox::AcceptRole);
     box.exec();
-    if (box.buttonRole(box.clickedButton()) != QMessageBox::AcceptRole) return;
-    if (context_.session.startFromDefaults()) showNotice(QStringLiteral("Holdenmere starts from its default settings."));
+    if (box.buttonRole(box.clickedButton()) == QMessageBox::AcceptRole) startFromDefaults();
+}
+
+void MainWindow::startFromDefaults() {
+    auto started = context_.session.startFromDefaults();
+    if (!started) return;
+    // What was lost stays in view until dismissed; the rest is a notice.
+    const QString text = QString::fromStdString(started->text());
+    if (started->isComplete()) {
+        showNotice(text);
+    } else {
+        showProblem(text);
+    }
 }
 
 void MainWindow::showLog() {

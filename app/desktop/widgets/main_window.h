@@ -53,6 +53,10 @@ public:
     void showProblem(const QString& text);
     QString problemText() const;
 
+    // Replaces a damaged settings file (once confirmed) and says how that
+    // went: a notice, or a problem when records of the ledger were lost.
+    void startFromDefaults();
+
 signals:
     void quitRequested();
 

@@ -171,8 +171,10 @@ void SettingsPage::showEvent(QShowEvent* event) {
 void SettingsPage::refresh() {
     refreshing_ = true;
     const GateSettings& settings = model_.settings();
-    startAtLogin_->setChecked(runsAtLogin(model_.loginAgentStatus()));
-    startAtLogin_->setEnabled(model_.canChangeStartAtLogin());
+    // While a switch runs the box shows what was asked for, and waits.
+    const bool switching = model_.isSwitchingStartAtLogin();
+    startAtLogin_->setChecked(switching ? model_.startAtLoginWanted() : runsAtLogin(model_.loginAgentStatus()));
+    startAtLogin_->setEnabled(model_.canChangeStartAtLogin() && !switching);
     startAtLoginDetail_->setText(model_.loginAgentDetail());
     startAtLoginWarning_->setText(model_.loginAgentWarning());
     startAtLoginWarning_->setVisible(!model_.loginAgentWarning().isEmpty());
