@@ -19,7 +19,13 @@ LoginAgentSwitch switchLoginAgent(const ConfigAccess& access, AgentInstaller& in
                                   const Signal* cancellation) {
     auto begun = StartupTransaction::begin(access, StartupTransaction::Wait::untilFree, cancellation);
     if (const auto* failure = std::get_if<StartupTransaction::Failure>(&begun)) {
-        return {on, LoginAgentSwitch::Kind::notSwitched, failure->text(access.url)};
+        // A wait given up while another holder kept the lock reads as that
+        // holder being busy.
+        const StartupTransaction::Failure shown =
+            failure->kind == StartupTransaction::Failure::Kind::outOfTime
+                ? StartupTransaction::Failure{StartupTransaction::Failure::Kind::lockBusy, {}}
+                : *failure;
+        return {on, LoginAgentSwitch::Kind::notSwitched, shown.text(access.url)};
     }
     // The transaction holds the lock until it goes out of scope.
     try {

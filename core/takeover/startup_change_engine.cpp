@@ -193,6 +193,13 @@ StartupStep::ReadState StartupChangeEngine::labelDisabled(const std::string& lab
     };
 }
 
+StartupStep::ReadState StartupChangeEngine::switchedOnAnyway() {
+    return [this]() -> std::optional<bool> {
+        if (!launchctl_.disabledLabels()) return std::nullopt;
+        return false;
+    };
+}
+
 StartupStep::ReadState StartupChangeEngine::loginItemListed(const std::string& path, bool wanted) const {
     return [this, path, wanted]() -> std::optional<bool> {
         const auto items = auditor_.readLoginItems(/*readingHidden=*/false);
@@ -442,10 +449,7 @@ StartupChangeOutcome StartupChangeEngine::switchOnJob(const std::string& subject
     step.subject = subject;
     step.purpose = StartupStep::Purpose::giveBack;
     step.alreadyRecorded = true;
-    step.isDone = [this]() -> std::optional<bool> {
-        if (!launchctl_.disabledLabels()) return std::nullopt;
-        return false;
-    };
+    step.isDone = switchedOnAnyway();
     step.unreadableBefore = std::string(kDisabledListUnreadable);
     step.apply = [this, label, plistPath, note]() -> std::optional<std::string> {
         if (auto failure = launchctlRun({"enable", launchdServiceTarget(label)})) return failure;
@@ -477,10 +481,7 @@ StartupChangeOutcome StartupChangeEngine::releaseHelper(const DelayedHelper& hel
     step.subject = subject;
     step.purpose = StartupStep::Purpose::giveBack;
     step.alreadyRecorded = true;
-    step.isDone = [this]() -> std::optional<bool> {
-        if (!launchctl_.disabledLabels()) return std::nullopt;
-        return false;  // enabled and loaded again whatever it shows now
-    };
+    step.isDone = switchedOnAnyway();
     step.unreadableBefore = std::string(kDisabledListUnreadable);
     step.apply = [this, helper]() -> std::optional<std::string> {
         if (auto failure = launchctlRun({"enable", launchdServiceTarget(helper.label)})) return failure;

@@ -268,6 +268,9 @@ private:
     std::optional<StartupChangeOutcome> outsideTier(const std::string& subject, const SafetyTier& tier,
                                                     bool confirmed) const;
     StartupStep::ReadState labelDisabled(const std::string& label, bool wanted);
+    // A job given back is enabled (and loaded) again whatever launchd shows
+    // now, once its disabled list can be read at all.
+    StartupStep::ReadState switchedOnAnyway();
     StartupStep::ReadState loginItemListed(const std::string& path, bool wanted) const;
     std::optional<std::string> launchctlRun(const std::vector<std::string>& arguments);
 

@@ -182,8 +182,8 @@ TEST_F(GatePass, HeldHelpersAreStartedPrintedAndRecordedAfterTheApps) {
         DelayedHelper{identifier("kept"), plist.string(), "com.example.kept", "Kept", DelayedHelper::Mode::off}};
     ConfigStore{configPath()}.save(config);
 
-    // Neither needs launchd to answer: a missing plist is never handed to
-    // it, and a label that launchd never disabled is not disabled.
+    // A missing plist is never handed to launchd; whether a helper held off
+    // is off only launchd can tell, and here it cannot.
     auto result = pass();
     EXPECT_EQ(result.status, 0);
     const std::string dash = " \xE2\x80\x94 ";
@@ -191,7 +191,7 @@ TEST_F(GatePass, HeldHelpersAreStartedPrintedAndRecordedAfterTheApps) {
                              "[Holdenmere] Mail: disabled" + dash + "Holdenmere disabled\n"
                              "[Holdenmere] Sync helper: failed" + dash + "helper plist not found at " + plist.string() +
                                  "\n[Holdenmere] Kept helper: failed" + dash +
-                                 "helper is off in Holdenmere but launchd lists it as enabled\n"
+                                 "launchd's disabled list could not be read, so nothing was changed.\n"
                              "[Holdenmere] startup take-over not enabled" + dash + "Login Items left to macOS (consent: undecided)\n"
                              "[Holdenmere] done: launched=0 already_running=0 failed=0 login_items_not_removed=0\n");
     auto records = HistoryStore{historyPath(), 200}.loadOrThrow();
