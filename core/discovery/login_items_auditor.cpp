@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <set>
-#include <system_error>
 
 #include "core/support/bundle.h"
 
@@ -70,11 +69,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 std::optional<std::string> bundleIdentifierOf(const std::string& appPath) {
-    Bundle bundle{appPath};
-    // Only a regular file is read: a pipe or device in its place would block.
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(bundle.infoPlistPath(), error)) return std::nullopt;
-    auto info = bundle.infoDictionary();
+    auto info = Bundle{appPath}.infoDictionary();
     if (!info) return std::nullopt;
     return info->stringAt("CFBundleIdentifier");
 }
