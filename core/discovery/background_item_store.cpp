@@ -12,7 +12,7 @@ constexpr int kFormat = 1;
 constexpr const char* kLaunchAgent = "launchAgent";
 constexpr const char* kOpenLoginItemsSettings = "openLoginItemsSettings";
 
-json::Value encode(const BackgroundItemScanner::Item& entry) {
+json::Value encodeItem(const BackgroundItemScanner::Item& entry) {
     json::Value value{{"bundleIdentifier", entry.item.bundleIdentifier},
                       {"name", entry.item.name},
                       {"identifier", std::get<StartupItem::BackgroundItem>(entry.item.source).identifier}};
@@ -54,10 +54,20 @@ BackgroundItemStore BackgroundItemStore::besideConfig(const std::filesystem::pat
 }
 
 std::optional<BackgroundItemStore::Saved> BackgroundItemStore::load() const {
+    std::string text;
     try {
         // A result is a few kilobytes; the reader's limit refuses anything
         // far larger, and a pipe, without waiting.
-        const json::Value value = json::parse(files::read(url));
+        text = files::read(url);
+    } catch (const files::ReadError&) {
+        return std::nullopt;
+    }
+    return decode(text);
+}
+
+std::optional<BackgroundItemStore::Saved> BackgroundItemStore::decode(std::string_view text) {
+    try {
+        const json::Value value = json::parse(text);
         const json::ObjectReader reader(value, "");
         if (reader.integer("format") != kFormat) return std::nullopt;
         Saved saved;
@@ -70,9 +80,11 @@ std::optional<BackgroundItemStore::Saved> BackgroundItemStore::load() const {
     }
 }
 
-void BackgroundItemStore::save(const Saved& saved) const {
+void BackgroundItemStore::save(const Saved& saved) const { files::writeAtomically(url, encode(saved), 0600); }
+
+std::string BackgroundItemStore::encode(const Saved& saved) {
     json::Value items = json::Value::array();
-    for (const auto& entry : saved.result.items) items.push_back(encode(entry));
+    for (const auto& entry : saved.result.items) items.push_back(encodeItem(entry));
     json::Value ineligible = json::Value::array();
     for (const auto& item : saved.result.ineligible) {
         ineligible.push_back(
@@ -82,7 +94,7 @@ void BackgroundItemStore::save(const Saved& saved) const {
                                {"scannedAt", saved.scannedAt.secondsSinceReferenceDate},
                                {"items", items},
                                {"ineligible", ineligible}};
-    files::writeAtomically(url, json::encodePretty(document), 0600);
+    return json::encodePretty(document);
 }
 
 }  // namespace holdenmere
