@@ -1,6 +1,5 @@
 #include "core/config/config_store.h"
 
-#include <cerrno>
 #include <system_error>
 
 #include "core/config/config_codec.h"
@@ -28,7 +27,7 @@ HoldenmereConfig ConfigStore::load() const {
     try {
         text = files::read(url);
     } catch (const std::system_error& error) {
-        if (error.code().value() == ENOENT) return HoldenmereConfig{};
+        if (error.code() == std::errc::no_such_file_or_directory) return HoldenmereConfig{};
         throw ConfigStoreError(ConfigStoreError::Kind::read, error.what());
     }
     try {

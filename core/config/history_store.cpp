@@ -1,6 +1,5 @@
 #include "core/config/history_store.h"
 
-#include <cerrno>
 #include <system_error>
 
 #include "core/support/environment.h"
@@ -31,7 +30,7 @@ std::vector<LaunchRecord> readOrThrow(const std::filesystem::path& url, files::S
     try {
         text = files::read(url, &stamp);
     } catch (const std::system_error& error) {
-        if (error.code().value() == ENOENT) {
+        if (error.code() == std::errc::no_such_file_or_directory) {
             stamp = files::Stamp{};
             return {};
         }

@@ -1,8 +1,7 @@
 #include "core/config/last_login_conflicts.h"
 
-#include <fstream>
-
 #include "core/support/environment.h"
+#include "core/support/files.h"
 #include "core/support/text.h"
 
 namespace holdenmere {
@@ -152,12 +151,12 @@ std::optional<LastLoginConflicts::Reading> LastLoginConflicts::read(std::string_
 }
 
 std::optional<LastLoginConflicts::Reading> LastLoginConflicts::read(const std::filesystem::path& url) {
-    std::ifstream stream(url, std::ios::binary);
-    if (!stream) return std::nullopt;
     Scanner scanner;
-    std::string line;
-    while (std::getline(stream, line)) scanner.feed(line);
-    if (stream.bad()) return std::nullopt;
+    try {
+        files::forEachLine(url, [&](std::string_view line) { scanner.feed(line); });
+    } catch (const files::ReadError&) {
+        return std::nullopt;
+    }
     return scanner.reading();
 }
 

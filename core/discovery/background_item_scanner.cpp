@@ -15,9 +15,6 @@ namespace {
 
 using Record = BackgroundItemRecord;
 
-// A plist beyond this is no job description; it is not read.
-constexpr std::uintmax_t kMaxPlistSize = 4 * 1024 * 1024;
-
 std::string appName(const std::string& appPath) { return std::filesystem::path(appPath).stem().string(); }
 
 const Record* recordWithIdentifier(const BackgroundItemDump& dump, const std::optional<std::string>& identifier,
@@ -29,11 +26,9 @@ const Record* recordWithIdentifier(const BackgroundItemDump& dump, const std::op
     return nullptr;
 }
 
+// The job a record names; nothing when it is not a regular plist of a
+// sensible size (the reader refuses pipes and huge files without waiting).
 std::optional<plist::Value> readPlist(const std::string& path) {
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (error || status.type() != std::filesystem::file_type::regular) return std::nullopt;
-    if (std::filesystem::file_size(path, error) > kMaxPlistSize || error) return std::nullopt;
     try {
         auto value = plist::readFile(path);
         if (value.dictionary() == nullptr) return std::nullopt;

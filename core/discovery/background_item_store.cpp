@@ -1,7 +1,6 @@
 #include "core/discovery/background_item_store.h"
 
 #include <exception>
-#include <system_error>
 
 #include "core/support/files.h"
 #include "core/support/json.h"
@@ -10,13 +9,11 @@ namespace holdenmere {
 namespace {
 
 constexpr int kFormat = 1;
-// A result is a few kilobytes; anything far larger is not one of ours.
-constexpr std::uintmax_t kMaxSize = 4 * 1024 * 1024;
 constexpr const char* kLaunchAgent = "launchAgent";
 constexpr const char* kOpenLoginItemsSettings = "openLoginItemsSettings";
 constexpr const char* kAppRecord = "app";
 
-json::Value encode(const BackgroundItemScanner::Item& entry) {
+json::Value encodeItem(const BackgroundItemScanner::Item& entry) {
     json::Value value{{"bundleIdentifier", entry.item.bundleIdentifier},
                       {"name", entry.item.name},
                       {"identifier", std::get<StartupItem::BackgroundItem>(entry.item.source).identifier}};
@@ -60,11 +57,20 @@ BackgroundItemStore BackgroundItemStore::besideConfig(const std::filesystem::pat
 }
 
 std::optional<BackgroundItemStore::Saved> BackgroundItemStore::load() const {
-    std::error_code error;
-    if (std::filesystem::status(url, error).type() != std::filesystem::file_type::regular) return std::nullopt;
-    if (std::filesystem::file_size(url, error) > kMaxSize || error) return std::nullopt;
+    std::string text;
     try {
-        const json::Value value = json::parse(files::read(url));
+        // A result is a few kilobytes; the reader's limit refuses anything
+        // far larger, and a pipe, without waiting.
+        text = files::read(url);
+    } catch (const files::ReadError&) {
+        return std::nullopt;
+    }
+    return decode(text);
+}
+
+std::optional<BackgroundItemStore::Saved> BackgroundItemStore::decode(std::string_view text) {
+    try {
+        const json::Value value = json::parse(text);
         const json::ObjectReader reader(value, "");
         if (reader.integer("format") != kFormat) return std::nullopt;
         Saved saved;
@@ -77,9 +83,11 @@ std::optional<BackgroundItemStore::Saved> BackgroundItemStore::load() const {
     }
 }
 
-void BackgroundItemStore::save(const Saved& saved) const {
+void BackgroundItemStore::save(const Saved& saved) const { files::writeAtomically(url, encode(saved), 0600); }
+
+std::string BackgroundItemStore::encode(const Saved& saved) {
     json::Value items = json::Value::array();
-    for (const auto& entry : saved.result.items) items.push_back(encode(entry));
+    for (const auto& entry : saved.result.items) items.push_back(encodeItem(entry));
     json::Value ineligible = json::Value::array();
     for (const auto& item : saved.result.ineligible) {
         ineligible.push_back(
@@ -89,7 +97,7 @@ void BackgroundItemStore::save(const Saved& saved) const {
                                {"scannedAt", saved.scannedAt.secondsSinceReferenceDate},
                                {"items", items},
                                {"ineligible", ineligible}};
-    files::writeAtomically(url, json::encodePretty(document), 0600);
+    return json::encodePretty(document);
 }
 
 }  // namespace holdenmere

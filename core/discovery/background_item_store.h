@@ -2,6 +2,8 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "core/discovery/background_item_scanner.h"
 #include "core/support/date.h"
@@ -32,6 +34,11 @@ public:
     // Replaces the file atomically; throws std::system_error when it cannot
     // be written, json::DecodeError when a text is not UTF-8.
     void save(const Saved& saved) const;
+
+    // The file's text read, with nothing for any text load() would refuse,
+    // and written as save() writes it.
+    static std::optional<Saved> decode(std::string_view text);
+    static std::string encode(const Saved& saved);
 };
 
 }  // namespace holdenmere

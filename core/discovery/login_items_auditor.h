@@ -64,6 +64,10 @@ public:
     // comma, so only a comma followed by spaces and a "/" starts a new path;
     // any other comma stays in the path, followed by exactly one space.
     static std::vector<std::string> splitPathList(std::string_view output);
+    // Splits System Events' ", "-joined hidden flags: the parts between
+    // commas, trimmed of white space; empty parts are not counted, blank ones
+    // are. A flag is set only where its part reads "true".
+    static std::vector<bool> splitHiddenFlags(std::string_view output);
     // The path's last component with a final ".app" removed.
     static std::string itemName(std::string_view path);
 

@@ -30,13 +30,9 @@ std::vector<SystemDaemonScanner::Daemon> SystemDaemonScanner::daemons(std::vecto
 
     std::vector<Daemon> result;
     for (const auto& file : files) {
-        // Only a regular file is opened: a pipe would block the read.
-        const auto type = fs::status(file, error).type();
-        if (type == fs::file_type::directory) continue;
-        if (type != fs::file_type::regular) {
-            incomplete.push_back(file.string() + " could not be read as a property list");
-            continue;
-        }
+        // Folders are passed over; the reader refuses anything else that is
+        // not a regular file (a pipe would block a plain read).
+        if (fs::status(file, error).type() == fs::file_type::directory) continue;
         try {
             const auto job = plist::readFile(file);
             auto program = programPath(job);

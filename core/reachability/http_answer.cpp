@@ -1,5 +1,8 @@
 #include "core/reachability/http_answer.h"
 
+#include <string>
+
+#include "core/reachability/url_error.h"
 #include "core/support/text.h"
 
 namespace holdenmere {
@@ -29,7 +32,8 @@ bool readStatusLine(std::string_view line, int& status) {
         if (!isAsciiDigit(line[index])) return false;
         status = status * 10 + (line[index] - '0');
     }
-    return index == line.size() || line[index] == ' ';
+    // "HTTP/1.1 014" has three digits but no status.
+    return HTTPAnswer::isStatus(status) && (index == line.size() || line[index] == ' ');
 }
 
 // Where the header block that begins `text` ends (after its empty line),
@@ -45,7 +49,21 @@ std::size_t headEnd(std::string_view text) {
     }
 }
 
+ProbeOutcome cannotParse() {
+    return ProbeOutcome::failure(URLError::describe(URLError::kCannotParseResponse, "cannot parse response"));
+}
+
 }  // namespace
+
+ProbeOutcome HTTPAnswer::probeOutcome() const {
+    return state == State::complete ? probeOutcome(status) : cannotParse();
+}
+
+ProbeOutcome HTTPAnswer::probeOutcome(long status) {
+    if (!isStatus(status)) return cannotParse();
+    if (status >= 200 && status <= 399) return ProbeOutcome::reachable();
+    return ProbeOutcome::failure("HTTP " + std::to_string(status));
+}
 
 HTTPAnswer HTTPAnswer::read(std::string_view received) {
     HTTPAnswer answer;

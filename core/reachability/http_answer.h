@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "core/reachability/probe_result.h"
+
 namespace holdenmere {
 
 // What the bytes of an HTTP/1.x answer received so far say about it. Only
@@ -23,6 +25,18 @@ struct HTTPAnswer {
     int status = 0;
 
     static HTTPAnswer read(std::string_view received);
+
+    // Whether a number is a status a status line can carry: three digits,
+    // 100 to 999. An answer with any other is no HTTP answer.
+    static constexpr bool isStatus(long status) { return status >= 100 && status <= 999; }
+
+    // How a probe attempt ends on these bytes, or on a final status another
+    // transport read, the same for every transport: 2xx and 3xx are
+    // reachable, another status is "HTTP {status}", and bytes that are not a
+    // complete head, or a number that is no status, are an answer that
+    // cannot be parsed.
+    ProbeOutcome probeOutcome() const;
+    static ProbeOutcome probeOutcome(long status);
 };
 
 }  // namespace holdenmere

@@ -228,12 +228,6 @@ std::optional<ProbeOutcome> sendAll(int descriptor, std::string_view bytes, cons
     return std::nullopt;
 }
 
-ProbeOutcome outcomeOfAnswer(const HTTPAnswer& answer) {
-    if (answer.state != HTTPAnswer::State::complete) return failed(URLError::kCannotParseResponse, "cannot parse response");
-    if (answer.status >= 200 && answer.status <= 399) return ProbeOutcome::reachable();
-    return ProbeOutcome::failure("HTTP " + std::to_string(answer.status));
-}
-
 ProbeOutcome receiveAnswer(int descriptor, const Deadline& deadline) {
     std::string received;
     char buffer[4096];
@@ -242,14 +236,16 @@ ProbeOutcome receiveAnswer(int descriptor, const Deadline& deadline) {
         if (count > 0) {
             received.append(buffer, static_cast<std::size_t>(count));
             const HTTPAnswer answer = HTTPAnswer::read(received);
-            if (answer.state != HTTPAnswer::State::incomplete) return outcomeOfAnswer(answer);
+            if (answer.state != HTTPAnswer::State::incomplete) return answer.probeOutcome();
             continue;
         }
         if (count == 0) {
             // Closed before the head was whole: bytes that are not HTTP are
             // an answer that cannot be read, anything else a lost connection.
-            if (!received.empty() && HTTPAnswer::read(received).state == HTTPAnswer::State::notHTTP) {
-                return outcomeOfAnswer(HTTPAnswer::read(received));
+            if (!received.empty()) {
+                if (const HTTPAnswer answer = HTTPAnswer::read(received); answer.state == HTTPAnswer::State::notHTTP) {
+                    return answer.probeOutcome();
+                }
             }
             return failed(URLError::kNetworkConnectionLost);
         }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <mutex>
 
+#include "core/reachability/http_answer.h"
 #include "core/reachability/http_url.h"
 #include "core/reachability/libcurl.h"
 #include "core/reachability/plain_http_get.h"
@@ -199,15 +200,16 @@ ProbeOutcome URLSessionProbe::probeWithLibrary(const std::string& url, double ti
     cache->give(handle, timeout);
 
     if (code != CURLE_OK) {
-        // libcurl refuses an answer without a status line (HTTP/0.9) to an
-        // http(s) URL as an "unsupported protocol"; to the probe it is what
-        // any other reply that is not HTTP is: an answer it cannot parse.
+        // libcurl refuses an answer without a status line (HTTP/0.9), or
+        // with a status below 100, to an http(s) URL as an "unsupported
+        // protocol"; to the probe it is what any other reply that is not
+        // HTTP is: an answer it cannot parse.
         const CURLcode reported = code == CURLE_UNSUPPORTED_PROTOCOL ? CURLE_WEIRD_SERVER_REPLY : code;
         return ProbeOutcome::failure(describe(reported, osErrno, errorText));
     }
+    // No status at all: the answer was no HTTP response.
     if (status == 0) return ProbeOutcome::failure("non-HTTP response");
-    if (status >= 200 && status <= 399) return ProbeOutcome::reachable();
-    return ProbeOutcome::failure("HTTP " + std::to_string(status));
+    return HTTPAnswer::probeOutcome(status);
 }
 
 std::string URLSessionProbe::describe(int curlCode, long osErrno, std::string_view detail) {

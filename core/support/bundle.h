@@ -20,7 +20,8 @@ struct Bundle {
     static std::optional<Bundle> main();
 
     std::filesystem::path infoPlistPath() const { return path / "Contents" / "Info.plist"; }
-    // The information dictionary; nothing when it is missing or unreadable.
+    // The information dictionary; nothing when it is missing or unreadable,
+    // including a pipe or an oversized file in its place (files::read).
     std::optional<plist::Value> infoDictionary() const;
 };
 

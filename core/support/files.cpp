@@ -19,6 +19,8 @@ public:
     explicit FileDescriptor(int fd) : fd_(fd) {}
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
+    FileDescriptor(FileDescriptor&& other) noexcept : fd_(other.release()) {}
+    FileDescriptor& operator=(FileDescriptor&&) = delete;
     ~FileDescriptor() {
         if (fd_ >= 0) ::close(fd_);
     }
@@ -52,14 +54,6 @@ void flushFolder(const std::filesystem::path& folder) {
 
 }  // namespace
 
-void throwErrno(int code, std::string_view call, const std::filesystem::path& path) {
-    const std::string& where = path.native();
-    std::string what;
-    what.reserve(call.size() + where.size() + 2);
-    what.append(call).append(1, '(').append(where).append(1, ')');
-    throw std::system_error(code, std::generic_category(), what);
-}
-
 static Stamp stampFrom(const struct stat& info) {
     Stamp stamp;
     stamp.exists = true;
@@ -76,26 +70,126 @@ static Stamp stampFrom(const struct stat& info) {
     return stamp;
 }
 
-std::string read(const std::filesystem::path& path, Stamp* stamp) {
-    int raw = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (raw < 0) throwErrno(errno, "open", path);
-    FileDescriptor fd(raw);
-    std::string contents;
-    struct stat info {};
-    if (::fstat(fd.get(), &info) != 0) throwErrno(errno, "fstat", path);
-    if (stamp != nullptr) *stamp = stampFrom(info);
-    if (info.st_size > 0) contents.reserve(static_cast<std::size_t>(info.st_size));
-    std::vector<char> buffer(64 * 1024);
-    for (;;) {
-        ssize_t count = ::read(fd.get(), buffer.data(), buffer.size());
-        if (count < 0) {
-            if (errno == EINTR) continue;
-            throwErrno(errno, "read", path);
+namespace {
+
+class ReadFailureCategory final : public std::error_category {
+public:
+    const char* name() const noexcept override { return "holdenmere.read"; }
+    std::string message(int value) const override {
+        switch (static_cast<ReadFailure>(value)) {
+            case ReadFailure::notRegularFile:
+                return "not a regular file";
+            case ReadFailure::tooLarge:
+                return "file too large";
         }
-        if (count == 0) break;
-        contents.append(buffer.data(), static_cast<std::size_t>(count));
+        return "unknown failure";
     }
+};
+
+std::string described(std::string_view call, const std::filesystem::path& path) {
+    std::string what;
+    what.reserve(call.size() + path.native().size() + 2);
+    what.append(call).append(1, '(').append(path.native()).append(1, ')');
+    return what;
+}
+
+[[noreturn]] void throwRead(std::error_code code, std::string_view call, const std::filesystem::path& path) {
+    throw ReadError(code, call, path);
+}
+
+// Opens a regular file for reading. O_NONBLOCK makes the open itself return
+// at once whatever stands at the path (opening a pipe for reading otherwise
+// waits for a writer, a serial device for its carrier); fstat on the opened
+// descriptor then tells what it is, with no window for a swap in between.
+FileDescriptor openRegular(const std::filesystem::path& path, Stamp* stamp) {
+    int raw = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (raw < 0) throwRead({errno, std::generic_category()}, "open", path);
+    FileDescriptor fd(raw);
+    struct stat info {};
+    if (::fstat(fd.get(), &info) != 0) throwRead({errno, std::generic_category()}, "fstat", path);
+    if (!S_ISREG(info.st_mode)) throwRead(ReadFailure::notRegularFile, "read", path);
+    // A regular file never blocks; reads go back to ordinary ones all the same.
+    const int flags = ::fcntl(fd.get(), F_GETFL);
+    if (flags < 0 || ::fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) {
+        throwRead({errno, std::generic_category()}, "fcntl", path);
+    }
+    if (stamp != nullptr) *stamp = stampFrom(info);
+    return fd;
+}
+
+// Up to `size` bytes; 0 at the end of the file.
+std::size_t readSome(const FileDescriptor& fd, char* buffer, std::size_t size, const std::filesystem::path& path) {
+    for (;;) {
+        ssize_t count = ::read(fd.get(), buffer, size);
+        if (count >= 0) return static_cast<std::size_t>(count);
+        if (errno != EINTR) throwRead({errno, std::generic_category()}, "read", path);
+    }
+}
+
+constexpr std::size_t kChunk = 64 * 1024;
+
+}  // namespace
+
+void throwErrno(int code, std::string_view call, const std::filesystem::path& path) {
+    throw std::system_error(code, std::generic_category(), described(call, path));
+}
+
+const std::error_category& readFailureCategory() {
+    static const ReadFailureCategory category;
+    return category;
+}
+
+std::error_code make_error_code(ReadFailure failure) { return {static_cast<int>(failure), readFailureCategory()}; }
+
+ReadError::ReadError(std::error_code code, std::string_view call, const std::filesystem::path& path)
+    : std::system_error(code, described(call, path)) {}
+
+std::string read(const std::filesystem::path& path, Stamp* stamp, std::size_t limit) {
+    Stamp opened;
+    const FileDescriptor fd = openRegular(path, &opened);
+    if (opened.size < 0 || static_cast<std::uintmax_t>(opened.size) > limit) {
+        throwRead(ReadFailure::tooLarge, "read", path);
+    }
+    std::string contents;
+    contents.reserve(static_cast<std::size_t>(opened.size));
+    std::vector<char> buffer(kChunk);
+    // The file may grow while it is read: never more than one byte past the limit.
+    for (;;) {
+        const std::size_t room = limit - contents.size();
+        const std::size_t wanted = room < buffer.size() ? room + 1 : buffer.size();
+        const std::size_t count = readSome(fd, buffer.data(), wanted, path);
+        if (count == 0) break;
+        contents.append(buffer.data(), count);
+        if (contents.size() > limit) throwRead(ReadFailure::tooLarge, "read", path);
+    }
+    if (stamp != nullptr) *stamp = opened;
     return contents;
+}
+
+void forEachLine(const std::filesystem::path& path, const std::function<void(std::string_view)>& line,
+                 std::size_t lineLimit) {
+    const FileDescriptor fd = openRegular(path, nullptr);
+    std::string pending;
+    std::vector<char> buffer(kChunk);
+    for (;;) {
+        const std::size_t count = readSome(fd, buffer.data(), buffer.size(), path);
+        if (count == 0) break;
+        std::string_view chunk(buffer.data(), count);
+        for (auto end = chunk.find('\n'); end != std::string_view::npos; end = chunk.find('\n')) {
+            if (pending.size() + end > lineLimit) throwRead(ReadFailure::tooLarge, "read", path);
+            if (pending.empty()) {
+                line(chunk.substr(0, end));
+            } else {
+                pending.append(chunk.substr(0, end));
+                line(pending);
+                pending.clear();
+            }
+            chunk.remove_prefix(end + 1);
+        }
+        if (pending.size() + chunk.size() > lineLimit) throwRead(ReadFailure::tooLarge, "read", path);
+        pending.append(chunk);
+    }
+    if (!pending.empty()) line(pending);
 }
 
 std::optional<Stamp> stampOf(const std::filesystem::path& path) {

@@ -1,17 +1,42 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
+#include <system_error>
+#include <type_traits>
 
-// File primitives shared by the stores. Every failure is thrown as a
-// std::system_error carrying errno, whose what() reads "call(path): reason".
+// File primitives shared by the stores and the scanners. Every failure is
+// thrown as a std::system_error whose what() reads "call(path): reason".
 namespace holdenmere::files {
 
 // Throws std::system_error for errno `code`, described as "call(path): reason".
 [[noreturn]] void throwErrno(int code, std::string_view call, const std::filesystem::path& path);
+
+// Why a read was refused where errno has nothing to say.
+enum class ReadFailure {
+    notRegularFile = 1,  // a pipe, socket, device or folder stands at the path
+    tooLarge,            // more bytes than the reader accepts
+};
+const std::error_category& readFailureCategory();
+std::error_code make_error_code(ReadFailure failure);
+
+// A failed read: its code is either an errno (generic category) or a
+// ReadFailure, and what() reads "open(path): No such file or directory" or
+// "read(path): not a regular file".
+class ReadError : public std::system_error {
+public:
+    ReadError(std::error_code code, std::string_view call, const std::filesystem::path& path);
+};
+
+// What a reader accepts by default: property lists, settings, the history
+// and the saved scans are a few kilobytes; anything this large is none of them.
+inline constexpr std::size_t kReadLimit = 4 * 1024 * 1024;
 
 // Which version of a file a reading saw: a file replaced by a rename is
 // another file (device and inode), one written in place has another size or
@@ -27,9 +52,19 @@ struct Stamp {
     friend bool operator==(const Stamp&, const Stamp&) = default;
 };
 
-// Reads the whole file. A missing file, a folder or an unreadable file throws.
-// With `stamp`, it is set to the stamp of the file that was read.
-std::string read(const std::filesystem::path& path, Stamp* stamp = nullptr);
+// Reads the whole file; the one way to read a file whose path comes from
+// outside (a plist a job names, an app's Info.plist, the config). Only a
+// regular file is read: the open never waits (a pipe nobody writes cannot
+// block it), and what it opened is refused unless it is a regular file, as
+// is a file of more than `limit` bytes, however it grows while being read.
+// Throws ReadError. With `stamp`, it is set to the stamp of the file read.
+std::string read(const std::filesystem::path& path, Stamp* stamp = nullptr, std::size_t limit = kReadLimit);
+
+// Reads the file as `read` does, handing `line` each line without its line
+// feed, so that only one line is held at a time: for logs that only grow. A
+// line of more than `lineLimit` bytes is refused as tooLarge. Throws ReadError.
+void forEachLine(const std::filesystem::path& path, const std::function<void(std::string_view)>& line,
+                 std::size_t lineLimit = kReadLimit);
 
 // The stamp of the file at `path` now; one with `exists` false when there is
 // none, and nothing when it cannot be looked at.
@@ -62,3 +97,6 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes, 
 void append(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0644);
 
 }  // namespace holdenmere::files
+
+template <>
+struct std::is_error_code_enum<holdenmere::files::ReadFailure> : std::true_type {};

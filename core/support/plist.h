@@ -62,7 +62,7 @@ public:
 // Parses XML or binary property list bytes; throws ParseError.
 Value parse(std::string_view bytes);
 
-// Reads and parses a file; throws std::system_error or ParseError.
+// Reads (files::read) and parses a file; throws files::ReadError or ParseError.
 Value readFile(const std::filesystem::path& path);
 
 // The value as an XML property list with the standard prologue and DOCTYPE,

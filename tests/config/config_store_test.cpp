@@ -107,7 +107,8 @@ TEST_F(ConfigStoreTest, AFolderOrAnUnreadableFileIsAReadError) {
         store.load();
         FAIL();
     } catch (const ConfigStoreError& error) {
-        EXPECT_STREQ(error.what(), ("Could not read config: read(" + store.url.string() + "): Is a directory").c_str());
+        EXPECT_STREQ(error.what(),
+                     ("Could not read config: read(" + store.url.string() + "): not a regular file").c_str());
     }
     EXPECT_THROW(store.save(HoldenmereConfig{}), ConfigStoreError);
 

@@ -1,9 +1,9 @@
 #include "core/discovery/background_item_scanner.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
-
 #include <nlohmann/json.hpp>
 
 #include "tests/support/background_items_text.h"
@@ -78,18 +78,34 @@ TEST_F(BackgroundItemScan, HelpersServicesAndSchedulesAreLeftAloneWithTheReason)
     FakeBackgroundItem unreadable{"Gone", "agent (0x8)", "[enabled, allowed, notified] (0xb)",
                                   "8.com.example.drive.gone", "Contents/Library/LaunchAgents/gone.plist",
                                   std::nullopt, std::nullopt, "2.com.example.drive", std::nullopt};
+    // A pipe where the plist should be is refused at once, not waited on.
+    ASSERT_EQ(::mkfifo((drive / "Contents/Library/LaunchAgents/piped.plist").c_str(), 0600), 0);
+    FakeBackgroundItem piped{"Piped",
+                             "agent (0x8)",
+                             "[enabled, allowed, notified] (0xb)",
+                             "8.com.example.drive.piped",
+                             "Contents/Library/LaunchAgents/piped.plist",
+                             std::nullopt,
+                             std::nullopt,
+                             "2.com.example.drive",
+                             std::nullopt};
     FakeBackgroundItem daemon{"vmnetd", "legacy daemon (0x10010)", "[enabled, allowed, notified] (0xb)",
                               "16.com.example.drive.daemon", "file:///Library/LaunchDaemons/d.plist",
                               "/Library/PrivilegedHelperTools/d", std::nullopt, "2.com.example.drive", std::nullopt};
-    const auto result = interpret({app("Drive", drive, "com.example.drive"), helper, service, hourly, unreadable, daemon});
+    const auto result =
+        interpret({app("Drive", drive, "com.example.drive"), helper, service, hourly, unreadable, piped, daemon});
     EXPECT_TRUE(result.items.empty());
     std::vector<IneligibleStartupItem> expected{
         {"Drive", "com.example.drive", "8.com.example.drive.helper",
          "can't take over: runs DriveHelper, a helper inside Drive, not the app itself"},
         {"Drive", "com.example.drive", "8.com.example.drive.service",
          "can't take over: provides a system service only launchd can start"},
-        {"Drive", "com.example.drive", "8.com.example.drive.hourly", "can't take over: runs on a schedule, not at login"},
-        {"Drive", "com.example.drive", "8.com.example.drive.gone", "can't take over: Holdenmere cannot tell what it runs"},
+        {"Drive", "com.example.drive", "8.com.example.drive.hourly",
+         "can't take over: runs on a schedule, not at login"},
+        {"Drive", "com.example.drive", "8.com.example.drive.gone",
+         "can't take over: Holdenmere cannot tell what it runs"},
+        {"Drive", "com.example.drive", "8.com.example.drive.piped",
+         "can't take over: Holdenmere cannot tell what it runs"},
         {"Drive", "com.example.drive", "16.com.example.drive.daemon", std::string(Scanner::kSystemWideReason)}};
     EXPECT_EQ(result.ineligible, expected);
 }

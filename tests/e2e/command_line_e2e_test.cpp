@@ -130,7 +130,7 @@ TEST_F(CommandLine, GateWithAFolderForAConfig) {
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.error, "[Holdenmere] ERROR: config unreadable at " + folder.string() +
                                 ": Could not read config: read(" + folder.string() +
-                                "): Is a directory. Launching nothing. Open Holdenmere to repair it.\n");
+                                "): not a regular file. Launching nothing. Open Holdenmere to repair it.\n");
 }
 
 TEST_F(CommandLine, RepairHelpersWithNothingToRepair) {

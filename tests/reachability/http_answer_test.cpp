@@ -39,9 +39,10 @@ TEST(HTTPAnswer, TheStatusCountsOnceTheHeadIsWhole) {
 }
 
 TEST(HTTPAnswer, BytesThatAreNotAnHTTPAnswerAreRefusedAtOnce) {
-    for (const char* received : {"<", "hello", "SSH-2.0-OpenSSH\r\n", "\x16\x03\x01", "HTTP/1.1 2000 OK\r\n\r\n",
-                                 "HTTP/1.1 20 OK\r\n\r\n", "HTTP/x.1 200 OK\r\n\r\n", "HTTP/1.1200 OK\r\n\r\n",
-                                 "HTTP/1.1 abc\r\n", "HTTP/1.1 100 Continue\r\n\r\nnonsense"}) {
+    for (const char* received :
+         {"<", "hello", "SSH-2.0-OpenSSH\r\n", "\x16\x03\x01", "HTTP/1.1 2000 OK\r\n\r\n", "HTTP/1.1 20 OK\r\n\r\n",
+          "HTTP/x.1 200 OK\r\n\r\n", "HTTP/1.1200 OK\r\n\r\n", "HTTP/1.1 abc\r\n",
+          "HTTP/1.1 100 Continue\r\n\r\nnonsense", "HTTP/1.1 014 OK\r\n\r\n", "HTTP/1.1 000\r\n\r\n"}) {
         EXPECT_EQ(HTTPAnswer::read(received).state, State::notHTTP) << received;
     }
 }

@@ -1,13 +1,13 @@
 #include "core/reachability/url_session_probe.h"
 
 #include <curl/curl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <utility>
 
 #include "core/reachability/url_error.h"
 #include "tests/support/loopback_http_server.h"
@@ -65,9 +65,10 @@ TEST_P(URLSessionProbeTransports, FailuresHaveTheirTexts) {
         LoopbackHTTPServer server(Mode::silent);
         EXPECT_EQ(probe.probeNow(server.url(), 0.3), ProbeOutcome::failure("timed out"));
     }
-    {
-        // The platform's URL loading cannot parse such an answer either.
-        LoopbackHTTPServer server(Mode::garbage);
+    // The platform's URL loading cannot parse such answers either: bytes
+    // that are not HTTP, or a status line whose status is below 100.
+    for (const auto& [mode, status] : {std::pair{Mode::garbage, 200}, std::pair{Mode::status, 14}}) {
+        LoopbackHTTPServer server(mode, status);
         const auto outcome = probe.probeNow(server.url(), 1.5);
         EXPECT_FALSE(outcome.isReachable);
         EXPECT_THAT(outcome.failureText, ::testing::EndsWith(" (URLError -1017)"));

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <stdexcept>
 
 namespace holdenmere::testing {
@@ -125,7 +126,10 @@ void LoopbackHTTPServer::serve() {
         if (mode_ == Mode::garbage) {
             answer = "SSH-2.0-NotHTTP\r\n\r\nhello there\n";
         } else {
-            answer = "HTTP/1.1 " + std::to_string(status_) + " " + reasonFor(status_) + "\r\n";
+            // Always three digits, as a status line has them: 14 is sent as "014".
+            char digits[16];
+            std::snprintf(digits, sizeof digits, "%03d", status_);
+            answer = "HTTP/1.1 " + std::string(digits) + " " + reasonFor(status_) + "\r\n";
             if (status_ == 302) answer += "Location: http://127.0.0.1:1/elsewhere\r\n";
             answer += "Content-Length: 0\r\nConnection: close\r\n\r\n";
         }

@@ -18,7 +18,7 @@ namespace holdenmere::testing {
 class LoopbackHTTPServer {
 public:
     enum class Mode {
-        status,   // "HTTP/1.1 {status} ..." with an empty body
+        status,   // "HTTP/1.1 {status as three digits} ..." with an empty body
         silent,   // accepts and never answers
         garbage,  // answers with bytes that are not HTTP
         hangUp,   // closes the connection without a byte
