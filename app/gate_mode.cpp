@@ -284,6 +284,9 @@ struct LoadedConfig {
     std::vector<ManagedApp> movedToBlocked;
 };
 
+// How long the migration's save waits for the startup mutation lock.
+constexpr double kMigrationLockPatience = 10.0;
+
 // Reads the configuration and migrates it, saving it when that changed
 // anything. Nothing, after the error is printed, when it cannot be read:
 // then nothing happens at all.
@@ -307,11 +310,22 @@ std::optional<LoadedConfig> loadAndMigrate(std::ostream& out, std::ostream& err,
     loaded.config = std::move(migration.config);
     loaded.movedToBlocked = std::move(migration.movedToBlocked);
     if (migration.changed()) {
-        try {
-            loaded.store.save(loaded.config);
-        } catch (const ConfigStoreError& error) {
-            out << kTag << "WARNING: could not save the migrated config" << kDash << error.what() << '\n';
+        // Saved under the startup mutation lock, migrating the file as it
+        // reads then: a give-back the desktop saved since the load above is
+        // kept, never overwritten by the copy read before it.
+        auto begun = StartupTransaction::begin(ConfigAccess::of(loaded.store), StartupTransaction::Wait::untilFree,
+                                               nullptr, kMigrationLockPatience);
+        std::optional<std::string> failure;
+        if (auto* transaction = std::get_if<StartupTransaction>(&begun)) {
+            const auto& daemonPaths = loaded.systemDaemonAppPaths;
+            failure = transaction->commit([&daemonPaths](HoldenmereConfig& fresh) {
+                fresh = LoginOwnership::migrate(fresh, daemonPaths).config;
+            });
+            transaction->end();
+        } else {
+            failure = std::get<StartupTransaction::Failure>(begun).text(loaded.store.url);
         }
+        if (failure) out << kTag << "WARNING: could not save the migrated config" << kDash << *failure << '\n';
     }
     out.flush();
     return loaded;
