@@ -207,6 +207,7 @@ HoldenmereConfig decodeValue(const Value& value) {
         config.reopenWindowsOriginal = decodeReopenWindows(*reopen, "reopenWindowsOriginal");
     }
     config.heldStartup = reader.optionalArray("heldStartup", decodeHeldStartupItem);
+    config.loginItemsOrder = reader.optionalArray("loginItemsOrder", json::decodeString);
     if (reader.find("giveBackGeneration") != nullptr) {
         config.giveBackGeneration = static_cast<std::uint64_t>(std::max<std::int64_t>(0, reader.integer("giveBackGeneration")));
     }
@@ -287,6 +288,7 @@ LedgerRecords decodeLedgerRecords(const Value& value) {
     config.blockedApps = decodeEach(reader, "blockedApps", decodeBlocked, lost);
     config.keptOff = decodeEach(reader, "keptOff", json::decodeString, lost);
     config.restoreOptOuts = decodeEach(reader, "restoreOptOuts", json::decodeString, lost);
+    config.loginItemsOrder = decodeEach(reader, "loginItemsOrder", json::decodeString, lost);
     if (const Value* reopen = reader.find("reopenWindowsOriginal")) {
         try {
             config.reopenWindowsOriginal = decodeReopenWindows(*reopen, "reopenWindowsOriginal");
@@ -323,6 +325,7 @@ Value encode(const HoldenmereConfig& config) {
         {"heldStartup", encodeArray(config.heldStartup, [](const HeldStartupItem& item) { return encode(item); })},
         {"giveBackGeneration", config.giveBackGeneration},
     };
+    if (!config.loginItemsOrder.empty()) encoded["loginItemsOrder"] = config.loginItemsOrder;
     if (config.reopenWindowsOriginal) {
         const auto& record = *config.reopenWindowsOriginal;
         Value reopen{{"recordedAt", encodeDate(record.recordedAt)}};

@@ -138,6 +138,31 @@ void HoldenmereConfig::forgetLoginItem(std::string_view bundleIdentifier, std::s
         std::erase_if(record->loginItems, [&](const RemovedLoginItem& item) { return item.path == path; });
     }
     std::erase_if(takeovers, [](const TakeoverRecord& record) { return record.isEmpty(); });
+    // With no Login Item left to give back, the order is nobody's business.
+    const bool anyRemoved = std::any_of(takeovers.begin(), takeovers.end(),
+                                        [](const TakeoverRecord& record) { return !record.loginItems.empty(); });
+    if (!anyRemoved) loginItemsOrder.clear();
+}
+
+void HoldenmereConfig::noteLoginItemsOrder(const std::vector<std::string>& listedPaths) {
+    auto contains = [](const std::vector<std::string>& paths, const std::string& path) {
+        return std::find(paths.begin(), paths.end(), path) != paths.end();
+    };
+    auto recorded = [&](const std::string& path) {
+        return std::any_of(takeovers.begin(), takeovers.end(),
+                           [&](const TakeoverRecord& record) { return record.loginItem(path) != nullptr; });
+    };
+    std::erase_if(loginItemsOrder,
+                  [&](const std::string& path) { return !contains(listedPaths, path) && !recorded(path); });
+    // macOS adds a new Login Item at the end of the list.
+    for (const auto& path : listedPaths) {
+        if (!contains(loginItemsOrder, path)) loginItemsOrder.push_back(path);
+    }
+}
+
+std::size_t HoldenmereConfig::loginItemRank(std::string_view path) const {
+    auto found = std::find(loginItemsOrder.begin(), loginItemsOrder.end(), path);
+    return static_cast<std::size_t>(found - loginItemsOrder.begin());
 }
 
 void HoldenmereConfig::forgetAgent(std::string_view bundleIdentifier, std::string_view label) {
@@ -170,6 +195,11 @@ void HoldenmereConfig::mergeLedger(const HoldenmereConfig& from) {
         }
     }
     for (const auto& item : from.heldStartup) hold(item);
+    for (const auto& path : from.loginItemsOrder) {
+        if (std::find(loginItemsOrder.begin(), loginItemsOrder.end(), path) == loginItemsOrder.end()) {
+            loginItemsOrder.push_back(path);
+        }
+    }
 }
 
 bool HoldenmereConfig::manage(const ManagedApp& app) {

@@ -159,6 +159,11 @@ struct HoldenmereConfig {
     // user was told was given back is never taken again by a pass that
     // decided before it.
     std::uint64_t giveBackGeneration = 0;
+    // The Login Items' order as Holdenmere has seen it, by path: the items
+    // listed when it last removed one, and the items it removed earlier in
+    // the places they had. System Events can only add at the end, so a
+    // give-back adds the items it gives back in this order.
+    std::vector<std::string> loginItemsOrder;
     // Not stored: the file was written before the ledger existed (it has no
     // "takeovers" key), so changes of that version may be unrecorded. Saving
     // the configuration once ends it.
@@ -187,6 +192,13 @@ struct HoldenmereConfig {
     // creating that record when needed. A Login Item already recorded (same
     // path) keeps its first record, which knows how the user had it.
     void recordLoginItem(std::string_view bundleIdentifier, std::string_view name, const RemovedLoginItem& loginItem);
+    // Merges the Login Items as listed now into loginItemsOrder: a path seen
+    // before keeps its place, a new one goes at the end (where macOS adds
+    // it), and a path neither listed nor recorded is dropped.
+    void noteLoginItemsOrder(const std::vector<std::string>& listedPaths);
+    // A removed Login Item's place in loginItemsOrder; one never seen comes
+    // after every one that was.
+    std::size_t loginItemRank(std::string_view path) const;
     // Drops a Login Item or an agent from an app's take-over record, and the
     // record once it holds nothing.
     void forgetLoginItem(std::string_view bundleIdentifier, std::string_view path);

@@ -192,7 +192,12 @@ struct LoginOwnership {
     struct SweepStop {
         Signal signal;
         std::string reason;
+        // How long one removal waits for the startup mutation lock, in
+        // seconds, before the sweep stops.
+        double lockPatience = 10.0;
     };
+    static constexpr const char* kSweepLockBusy =
+        "another change of startup items kept the startup mutation lock busy";
 
     // The re-registration sweep's removal: each one a transaction of its own
     // (the startup mutation lock taken for that removal only, never for the
@@ -200,8 +205,8 @@ struct LoginOwnership {
     // only while still wanted as the configuration reads then: decided under
     // `giveBackGeneration` (what the pass read at its start), with consent
     // granted and the app still managed or blocked. An app no longer
-    // watched gives nothing; a give-back or a withdrawn consent raises
-    // `stop`.
+    // watched gives nothing; a give-back, a withdrawn consent or a lock held
+    // elsewhere for longer than `stop.lockPatience` raises `stop`.
     static ReregistrationSweep::Remove sweepRemoval(ConfigAccess access, LaunchctlRunning& launchctl,
                                                     ScriptRunning& scripts, std::uint64_t giveBackGeneration,
                                                     SweepStop& stop);

@@ -392,9 +392,20 @@ ReregistrationSweep::Remove LoginOwnership::sweepRemoval(ConfigAccess access, La
                                                          SweepStop& stop) {
     return [access = std::move(access), &launchctl, &scripts, giveBackGeneration,
             &stop](const ManagedApp& app, const LoginItem& item) -> std::optional<LoginItemRemoval> {
-        auto begun = StartupTransaction::begin(access, StartupTransaction::Wait::untilFree, &stop.signal);
+        auto begun =
+            StartupTransaction::begin(access, StartupTransaction::Wait::untilFree, &stop.signal, stop.lockPatience);
         auto* transaction = std::get_if<StartupTransaction>(&begun);
-        if (transaction == nullptr) return LoginItemRemoval::failed;
+        if (transaction == nullptr) {
+            if (stop.signal.isRaised()) return std::nullopt;
+            if (std::get<StartupTransaction::Failure>(begun).kind != StartupTransaction::Failure::Kind::outOfTime) {
+                return LoginItemRemoval::failed;
+            }
+            // Something else has been changing startup items all along:
+            // the sweep leaves the field to it rather than queue behind it.
+            stop.reason = kSweepLockBusy;
+            stop.signal.raise();
+            return std::nullopt;
+        }
         StartupChangeEngine engine(*transaction, launchctl, scripts);
         engine.decideUnder(giveBackGeneration);
         const auto outcome = engine.removeLoginItem({app.bundleIdentifier, app.name}, item.path);

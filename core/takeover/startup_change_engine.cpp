@@ -245,7 +245,10 @@ StartupChangeOutcome StartupChangeEngine::removeLoginItem(const App& app, const 
     step.purpose = StartupStep::Purpose::takeOver;
     step.forApp = app.bundleIdentifier;
     step.recordNotSaved = kRecordNotSavedLoginItems;
-    step.record = [app, removed](HoldenmereConfig& config) {
+    std::vector<std::string> listed;
+    for (const auto& candidate : *items) listed.push_back(candidate.path);
+    step.record = [app, removed, listed = std::move(listed)](HoldenmereConfig& config) {
+        config.noteLoginItemsOrder(listed);
         config.recordLoginItem(app.bundleIdentifier, app.name, removed);
     };
     step.apply = [this, path]() -> std::optional<std::string> {

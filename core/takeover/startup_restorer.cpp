@@ -103,27 +103,36 @@ private:
     }
 
     void loginItems(const HoldenmereConfig& config) {
+        // System Events adds at the end: adding in the order Holdenmere saw
+        // them puts the items back in the order they had.
+        std::vector<std::pair<const TakeoverRecord*, const RemovedLoginItem*>> removed;
         for (const auto& record : config.takeovers) {
-            for (const auto& item : record.loginItems) {
-                const std::string detail = item.path + (item.hidden ? " (hidden)" : "");
-                if (listed(config.restoreOptOuts, record.bundleIdentifier)) {
-                    add({Source::loginItems, record.name, detail + ": " + kOptedOut, Outcome::optedOut});
-                } else if (StartupChangeEngine::isOwnBundle(record.bundleIdentifier)) {
-                    leaveOwnItem(Source::loginItems, record.name, item.path,
-                                 [identifier = record.bundleIdentifier, path = item.path](HoldenmereConfig& fresh) {
-                                     fresh.forgetLoginItem(identifier, path);
-                                 });
-                } else if (dryRun_ && !engine_.exists(item.path)) {
-                    add({Source::loginItems, record.name, item.path + ": it no longer exists" + kKept,
-                         Outcome::wouldFail});
-                } else if (dryRun_) {
-                    add({Source::loginItems, record.name, "add " + detail, Outcome::wouldGiveBack});
-                } else {
-                    const auto outcome = engine_.giveBackLoginItem({record.bundleIdentifier, record.name}, item);
-                    add(entryOf(Source::loginItems, record.name, detail, "added " + detail,
-                                item.path + " is in Login Items already", outcome),
-                        outcome);
-                }
+            for (const auto& item : record.loginItems) removed.emplace_back(&record, &item);
+        }
+        std::stable_sort(removed.begin(), removed.end(), [&](const auto& a, const auto& b) {
+            return config.loginItemRank(a.second->path) < config.loginItemRank(b.second->path);
+        });
+        for (const auto& [entry, removedItem] : removed) {
+            const TakeoverRecord& record = *entry;
+            const RemovedLoginItem& item = *removedItem;
+            const std::string detail = item.path + (item.hidden ? " (hidden)" : "");
+            if (listed(config.restoreOptOuts, record.bundleIdentifier)) {
+                add({Source::loginItems, record.name, detail + ": " + kOptedOut, Outcome::optedOut});
+            } else if (StartupChangeEngine::isOwnBundle(record.bundleIdentifier)) {
+                leaveOwnItem(Source::loginItems, record.name, item.path,
+                             [identifier = record.bundleIdentifier, path = item.path](HoldenmereConfig& fresh) {
+                                 fresh.forgetLoginItem(identifier, path);
+                             });
+            } else if (dryRun_ && !engine_.exists(item.path)) {
+                add({Source::loginItems, record.name, item.path + ": it no longer exists" + kKept,
+                     Outcome::wouldFail});
+            } else if (dryRun_) {
+                add({Source::loginItems, record.name, "add " + detail, Outcome::wouldGiveBack});
+            } else {
+                const auto outcome = engine_.giveBackLoginItem({record.bundleIdentifier, record.name}, item);
+                add(entryOf(Source::loginItems, record.name, detail, "added " + detail,
+                            item.path + " is in Login Items already", outcome),
+                    outcome);
             }
         }
     }

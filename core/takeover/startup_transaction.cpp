@@ -1,6 +1,7 @@
 #include "core/takeover/startup_transaction.h"
 
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <system_error>
 
@@ -30,17 +31,22 @@ std::string StartupTransaction::Failure::text(const std::filesystem::path& confi
 StartupTransaction::StartupTransaction(ConfigAccess access, std::optional<StartupMutationLock::Lease> lease)
     : access_(std::move(access)), lease_(std::move(lease)) {}
 
-StartupTransaction::Begun StartupTransaction::begin(ConfigAccess access, Wait wait, const Signal* cancellation) {
+StartupTransaction::Begun StartupTransaction::begin(ConfigAccess access, Wait wait, const Signal* cancellation,
+                                                    std::optional<double> patience) {
     std::optional<StartupMutationLock::Lease> lease;
     const StartupMutationLock lock(access.url);
+    const Signal neverRaised;
+    if (patience && cancellation == nullptr) cancellation = &neverRaised;
     const bool polling = wait == Wait::untilFree && cancellation != nullptr;
+    const auto givingUp = std::chrono::steady_clock::now() + std::chrono::duration<double>(patience.value_or(0.0));
     for (;;) {
         try {
             lease.emplace(lock.acquire(wait == Wait::untilFree && !polling));
             break;
         } catch (const std::system_error& error) {
             const bool held = error.code().value() == EWOULDBLOCK;
-            if (polling && held && !cancellation->waitFor(0.05)) continue;
+            const bool patient = !patience || std::chrono::steady_clock::now() < givingUp;
+            if (polling && held && patient && !cancellation->waitFor(0.05)) continue;
             if (polling && held) return Failure{Failure::Kind::outOfTime, {}};
             return Failure{held && wait == Wait::never ? Failure::Kind::lockBusy : Failure::Kind::lockUnavailable,
                            error.what()};

@@ -52,8 +52,10 @@ public:
     // process holds it), then reads the configuration. With a cancellation
     // the wait asks again every 50 ms and gives up once it is raised: a
     // thread blocked in flock could not be woken by a deadline, and a login
-    // pass must never hang behind another holder.
-    [[nodiscard]] static Begun begin(ConfigAccess access, Wait wait, const Signal* cancellation = nullptr);
+    // pass must never hang behind another holder. With `patience` as well,
+    // the wait also gives up (`outOfTime`) after that many seconds.
+    [[nodiscard]] static Begun begin(ConfigAccess access, Wait wait, const Signal* cancellation = nullptr,
+                                     std::optional<double> patience = std::nullopt);
     // A transaction over a configuration without taking the lock, for a
     // caller that already holds it for its whole run.
     [[nodiscard]] static std::variant<StartupTransaction, Failure> underHeldLock(ConfigAccess access);

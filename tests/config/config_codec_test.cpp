@@ -41,6 +41,7 @@ HoldenmereConfig everythingSet() {
     config.startupConsent = StartupConsent::declined;
     config.leftToMacOS = {"a", "b"};
     config.restoreOptOuts = {"com.example.keep"};
+    config.loginItemsOrder = {"/Applications/Notes.app", "/Applications/Mail.app"};
     config.reopenWindowsOriginal = ReopenWindowsRecord{true, std::nullopt, Date{785000000.125}};
     config.heldStartup.push_back({StartupSource::sessionRestore, "handle/1", "com.example.mail", "Mail", "reopen",
                                   "/x.plist", Date{785000001.5}});

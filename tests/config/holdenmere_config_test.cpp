@@ -193,5 +193,31 @@ TEST(HoldenmereConfigLedger, RecordsMergeAndManage) {
     EXPECT_EQ(config.apps[0].delaySeconds, 0);
 }
 
+TEST(HoldenmereConfigLedger, LoginItemsOrderKeepsWhereRemovedItemsStood) {
+    HoldenmereConfig config;
+    auto removeAt = [&config](const std::vector<std::string>& listed, const std::string& path) {
+        config.noteLoginItemsOrder(listed);
+        config.recordLoginItem("com.example." + path, path, {path, false});
+    };
+    removeAt({"B", "A", "N", "C"}, "A");
+    removeAt({"B", "N", "C"}, "C");
+    // The user removed N; B was added again at the end; D is new.
+    removeAt({"B", "D"}, "B");
+    EXPECT_EQ(config.loginItemsOrder, (std::vector<std::string>{"B", "A", "C", "D"}));
+    EXPECT_LT(config.loginItemRank("A"), config.loginItemRank("C"));
+    EXPECT_EQ(config.loginItemRank("never seen"), config.loginItemsOrder.size());
+
+    HoldenmereConfig other;
+    other.loginItemsOrder = {"E", "A"};
+    config.mergeLedger(other);
+    EXPECT_EQ(config.loginItemsOrder, (std::vector<std::string>{"B", "A", "C", "D", "E"}));
+
+    // Once nothing removed is left to give back, the order is forgotten.
+    for (const std::string path : {"A", "B"}) config.forgetLoginItem("com.example." + path, path);
+    EXPECT_FALSE(config.loginItemsOrder.empty());
+    config.forgetLoginItem("com.example.C", "C");
+    EXPECT_TRUE(config.loginItemsOrder.empty());
+}
+
 }  // namespace
 }  // namespace holdenmere

@@ -97,6 +97,8 @@ public:
     // multiset) and launchd's disabled marks, by label.
     std::vector<FakeLoginItem> foundItems;
     std::map<std::string, bool> foundDisabled;
+    // Login Items an app put back itself, at the end of the list.
+    std::set<std::string> putBackByApp;
     std::ostringstream story;
     std::uint64_t passGeneration = 0;
     int giveBacks = 0;
@@ -204,6 +206,7 @@ public:
             if (listed(found.path) || !chance(0.5)) continue;
             FakeLoginItem again{found.path, chance(0.5)};
             scripts.loginItems.items.push_back(again);
+            putBackByApp.insert(again.path);
             story << "  re-added " << again.path << (again.hidden ? " (hidden)\n" : "\n");
         }
         for (const auto& app : apps) {
@@ -413,6 +416,17 @@ TEST_F(StartupRoundTrip, GivingBackRestoresWhatWasFoundAndNothingElse) {
 
         EXPECT_EQ(sorted(w.scripts.loginItems.items), sorted(w.foundItems))
             << "Login Items now:" << listed(w.scripts.loginItems.items) << "\nwhen found:" << listed(w.foundItems);
+        // Given back in the order they were found (System Events adds at
+        // the end, so only their order among themselves can come back).
+        auto givenBack = [&w](const std::vector<FakeLoginItem>& items) {
+            std::vector<std::string> paths;
+            for (const auto& item : items) {
+                if (w.deleted(item.path) && w.putBackByApp.count(item.path) == 0) paths.push_back(item.path);
+            }
+            return paths;
+        };
+        EXPECT_EQ(givenBack(w.scripts.loginItems.items), givenBack(w.foundItems))
+            << "Login Items now:" << listed(w.scripts.loginItems.items) << "\nwhen found:" << listed(w.foundItems);
         for (const auto& agent : w.agents) {
             const bool disabled = w.launchd.disabled.count(agent.label) != 0;
             EXPECT_EQ(disabled, w.foundDisabled[agent.label]) << agent.label;
@@ -502,6 +516,26 @@ TEST_F(StartupRoundTrip, ALoginItemThatAppearsDuringTheSweepIsRecordedFirstAndGi
     w.giveBack(true);
     EXPECT_EQ(w.scripts.loginItems.items, (std::vector<FakeLoginItem>{{chat.copies[1], true}}));
     EXPECT_TRUE(w.file.stored.takeovers.empty());
+}
+
+TEST_F(StartupRoundTrip, ASweepRemovalThatCannotHaveTheLockStopsTheSweepAndChangesNothing) {
+    World w(folder / "busy", pool);
+    const App& chat = pool[2];
+    w.file.stored.startupConsent = StartupConsent::granted;
+    w.file.stored.blockedApps = {{chat.bundleIdentifier, chat.name, chat.copies[0]}};
+    w.scripts.loginItems.items = {{chat.copies[0], false}};
+    const auto held = StartupMutationLock(w.file.url).acquire(false);
+
+    LoginOwnership::SweepStop stop;
+    stop.lockPatience = 0.1;
+    const auto remove = LoginOwnership::sweepRemoval(w.file.access(), w.launchctl, w.scripts, 0, stop);
+    LoginItemsAuditor::LoginItem item;
+    item.path = chat.copies[0];
+    EXPECT_EQ(remove(ReregistrationSweep::managedRecord(w.file.stored.blockedApps[0]), item), std::nullopt);
+    EXPECT_TRUE(stop.signal.isRaised());
+    EXPECT_EQ(stop.reason, LoginOwnership::kSweepLockBusy);
+    EXPECT_EQ(w.scripts.loginItems.items.size(), 1u);
+    EXPECT_EQ(w.file.saves, 0);
 }
 
 }  // namespace
