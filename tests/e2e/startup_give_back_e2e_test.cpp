@@ -6,10 +6,10 @@
 // launchd job. The fake launchctl and osascript stand in for the system's
 // (HOLDENMERE_TOOLS_DIR); the probe answers on loopback.
 //
-// Not here: an item that appears during the re-registration sweep (any
-// blocked app makes a real pass watch for two minutes; that round trip runs
-// in-process in tests/takeover/startup_round_trip_property_test.cpp), and a
-// step that runs out of time (in-process in tests/takeover/ownership_pass_test.cpp).
+// Not here: a give-back made while a pass runs (give_back_during_pass_e2e_test.cpp),
+// an item that appears during the re-registration sweep (in-process in
+// tests/takeover/startup_round_trip_property_test.cpp), and a step that runs
+// out of time (in-process in tests/takeover/ownership_pass_test.cpp).
 #include <signal.h>
 
 #include <gmock/gmock.h>
@@ -68,16 +68,6 @@ protected:
         return (home / "Library/LaunchAgents" / (label + ".plist")).string();
     }
 
-    // An app whose executable stays running once started.
-    std::string lingeringApp(const std::filesystem::path& bundle, const std::string& identifier) {
-        testing::writeFile(bundle / "Contents/Info.plist",
-                           testing::xmlPlist("<key>CFBundleIdentifier</key><string>" + identifier +
-                                             "</string><key>CFBundleExecutable</key><string>LingeringApp</string>"));
-        std::filesystem::create_directories(bundle / "Contents/MacOS");
-        std::filesystem::copy_file(testing::testHelperPath(), bundle / "Contents/MacOS/LingeringApp");
-        return bundle.string();
-    }
-
     void agent(const std::string& label, const std::string& program, bool disabled) {
         testing::writeFile(plistOf(label), testing::xmlPlist("<key>Label</key><string>" + label +
                                                              "</string><key>ProgramArguments</key><array><string>" +
@@ -89,9 +79,9 @@ protected:
     void SetUp() override {
         testing::linkFakeTools(home.path());
 
-        mailBundle = lingeringApp(home / "Applications/Mail.app", mail);
-        driveBundle = lingeringApp(home / "Applications/Drive.app", drive);
-        driveCopy = lingeringApp(home / "Desktop/Drive.app", drive);
+        mailBundle = testing::writeLingeringApp(home / "Applications/Mail.app", mail);
+        driveBundle = testing::writeLingeringApp(home / "Applications/Drive.app", drive);
+        driveCopy = testing::writeLingeringApp(home / "Desktop/Drive.app", drive);
         notesBundle = testing::writeAppBundle(home / "Applications", "Notes", "Notes", notes).string();
         todo = (home / "Documents/todo.txt").string();
         testing::writeFile(todo, "");

@@ -9,6 +9,7 @@
 #include "core/apps/app_running.h"
 #include "core/config/config_store.h"
 #include "core/support/child_process.h"
+#include "tests/support/e2e_home.h"
 #include "tests/support/fake_launchctl.h"
 #include "tests/support/loopback_http_server.h"
 #include "tests/support/plist_files.h"
@@ -46,11 +47,7 @@ protected:
         std::filesystem::create_symlink(testing::fakeOsascriptPath(), home / "tools/osascript");
 
         // Drive.app, whose executable stays running once started.
-        testing::writeFile(bundle / "Contents/Info.plist",
-                           testing::xmlPlist("<key>CFBundleIdentifier</key><string>" + identifier +
-                                             "</string><key>CFBundleExecutable</key><string>LingeringApp</string>"));
-        std::filesystem::create_directories(bundle / "Contents/MacOS");
-        std::filesystem::copy_file(testing::testHelperPath(), bundle / "Contents/MacOS/LingeringApp");
+        testing::writeLingeringApp(bundle, identifier);
 
         // macOS starts it twice before the network: a hidden Login Item and a LaunchAgent.
         SystemEventsLoginItems::save(loginItemsFile(), {FakeLoginItem{bundle.string(), true}});

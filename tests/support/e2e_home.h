@@ -8,6 +8,7 @@
 #include "tests/support/fake_launchctl.h"
 #include "tests/support/fake_systemextensionsctl_state.h"
 #include "tests/support/fake_tool_state.h"
+#include "tests/support/plist_files.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/test_executables.h"
 
@@ -49,6 +50,17 @@ inline std::vector<std::string> homeEnvironment(const std::filesystem::path& hom
             "HOLDENMERE_FAKE_SFLTOOL_STATE=" + (home / "sfltool.json").string(),
             "FAKE_OSASCRIPT_STATE=" + loginItems.string(),
             "HOLDENMERE_HISTORY_PATH=" + (home / "history.json").string()};
+}
+
+// An app bundle whose executable (the test helper) stays running once
+// started; returns the bundle's path.
+inline std::string writeLingeringApp(const std::filesystem::path& bundle, const std::string& identifier) {
+    writeFile(bundle / "Contents/Info.plist",
+              xmlPlist("<key>CFBundleIdentifier</key><string>" + identifier +
+                       "</string><key>CFBundleExecutable</key><string>LingeringApp</string>"));
+    std::filesystem::create_directories(bundle / "Contents/MacOS");
+    std::filesystem::copy_file(testHelperPath(), bundle / "Contents/MacOS/LingeringApp");
+    return bundle.string();
 }
 
 // Runs the executable in the home; `extra` ("NAME=value") is added.

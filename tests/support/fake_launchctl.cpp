@@ -61,6 +61,10 @@ void FakeLaunchctlTool::answer(const std::string& subcommand, int status, const 
     writeFile(folder / "status", std::to_string(status));
 }
 
+void FakeLaunchctlTool::answerOnlyAfter(const std::string& subcommand, const std::string& earlier) {
+    writeFile(folder_.path() / "answers" / subcommand / "after", earlier);
+}
+
 void FakeLaunchctlTool::hang(const std::string& subcommand) {
     writeFile(folder_.path() / "answers" / subcommand / "status", "hang");
 }

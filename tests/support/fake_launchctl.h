@@ -38,6 +38,9 @@ public:
 
     // A canned answer for a subcommand instead of the fake's own.
     void answer(const std::string& subcommand, int status, const std::string& out, const std::string& err = {});
+    // The canned answer of `subcommand` only once the fake has received an
+    // `earlier` subcommand (until then it answers as launchd would).
+    void answerOnlyAfter(const std::string& subcommand, const std::string& earlier);
     void hang(const std::string& subcommand);
 
 private:

@@ -60,10 +60,18 @@ void logCall(const std::filesystem::path& folder, const std::vector<std::string>
     ::close(fd);
 }
 
+// Whether a call of the subcommand came in before this one.
+bool received(const std::filesystem::path& folder, const std::string& subcommand) {
+    if (!files::exists(folder / "calls.jsonl")) return false;
+    const std::string calls = files::read(folder / "calls.jsonl");
+    return calls.find("[\"" + subcommand + "\"") != std::string::npos;
+}
+
 // A canned answer for the subcommand, when the test left one.
 std::optional<int> cannedAnswer(const std::filesystem::path& folder, const std::string& subcommand) {
     const auto answer = folder / "answers" / subcommand;
     if (subcommand.empty() || !files::exists(answer / "status")) return std::nullopt;
+    if (files::exists(answer / "after") && !received(folder, files::read(answer / "after"))) return std::nullopt;
     if (files::exists(answer / "stdout")) out(files::read(answer / "stdout"));
     if (files::exists(answer / "stderr")) err(files::read(answer / "stderr"));
     std::string status = files::read(answer / "status");

@@ -50,6 +50,7 @@ std::string reasonFor(int status) {
         case 304: return "Not Modified";
         case 404: return "Not Found";
         case 500: return "Internal Server Error";
+        case 503: return "Service Unavailable";
         default: return "Status";
     }
 }
@@ -127,10 +128,11 @@ void LoopbackHTTPServer::serve() {
             answer = "SSH-2.0-NotHTTP\r\n\r\nhello there\n";
         } else {
             // Always three digits, as a status line has them: 14 is sent as "014".
+            const int status = status_;
             char digits[16];
-            std::snprintf(digits, sizeof digits, "%03d", status_);
-            answer = "HTTP/1.1 " + std::string(digits) + " " + reasonFor(status_) + "\r\n";
-            if (status_ == 302) answer += "Location: http://127.0.0.1:1/elsewhere\r\n";
+            std::snprintf(digits, sizeof digits, "%03d", status);
+            answer = "HTTP/1.1 " + std::string(digits) + " " + reasonFor(status) + "\r\n";
+            if (status == 302) answer += "Location: http://127.0.0.1:1/elsewhere\r\n";
             answer += "Content-Length: 0\r\nConnection: close\r\n\r\n";
         }
         (void)::send(client, answer.data(), answer.size(), MSG_NOSIGNAL);

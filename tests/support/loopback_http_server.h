@@ -36,6 +36,9 @@ public:
     // When the connection of each of those requests was accepted, in the same order.
     std::vector<std::chrono::steady_clock::time_point> arrivals() const;
 
+    // The status of the answers from now on (Mode::status).
+    void setStatus(int status) { status_ = status; }
+
     // A loopback port on which nothing listens (bound, then released).
     static int closedPort();
 
@@ -43,7 +46,7 @@ private:
     void serve();
 
     Mode mode_;
-    int status_;
+    std::atomic<int> status_;
     double lifetime_;
     int listener_ = -1;
     int port_ = 0;
