@@ -443,17 +443,24 @@ StartupChangeOutcome StartupChangeEngine::holdHelper(const DelayedHelper& helper
     return run(step);
 }
 
-StartupChangeOutcome StartupChangeEngine::switchOnJob(const std::string& subject, const std::string& label,
-                                                      const std::string& plistPath,
-                                                      const StartupStep::Change& forget) {
-    if (isOwnLabel(label)) return refused(subject, kOwnItem);
-    auto note = std::make_shared<std::string>();
+StartupStep StartupChangeEngine::jobGiveBack(const std::string& subject, const StartupStep::Change& forget) {
     StartupStep step;
     step.subject = subject;
     step.purpose = StartupStep::Purpose::giveBack;
     step.alreadyRecorded = true;
     step.isDone = switchedOnAnyway();
     step.unreadableBefore = std::string(kDisabledListUnreadable);
+    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
+    step.whenDone = forget;
+    return step;
+}
+
+StartupChangeOutcome StartupChangeEngine::switchOnJob(const std::string& subject, const std::string& label,
+                                                      const std::string& plistPath,
+                                                      const StartupStep::Change& forget) {
+    if (isOwnLabel(label)) return refused(subject, kOwnItem);
+    auto note = std::make_shared<std::string>();
+    StartupStep step = jobGiveBack(subject, forget);
     step.apply = [this, label, plistPath, note]() -> std::optional<std::string> {
         if (auto failure = launchctlRun({"enable", launchdServiceTarget(label)})) return failure;
         // A job that launchd has not loaded runs again only once its plist is.
@@ -469,8 +476,6 @@ StartupChangeOutcome StartupChangeEngine::switchOnJob(const std::string& subject
     };
     step.confirm = labelDisabled(label, false);
     step.notTaken = "it is still disabled in launchd";
-    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
-    step.whenDone = forget;
     StartupChangeOutcome outcome = run(step);
     if (outcome.status == Status::changed && !note->empty()) outcome.reason = *note;
     return outcome;
@@ -480,12 +485,7 @@ StartupChangeOutcome StartupChangeEngine::releaseHelper(const DelayedHelper& hel
     const std::string subject = helper.name + kDash + helper.label;
     if (isOwnLabel(helper.label) || isOwnBundle(helper.appBundleIdentifier)) return refused(subject, kOwnItem);
     auto notTaken = std::make_shared<std::string>();
-    StartupStep step;
-    step.subject = subject;
-    step.purpose = StartupStep::Purpose::giveBack;
-    step.alreadyRecorded = true;
-    step.isDone = switchedOnAnyway();
-    step.unreadableBefore = std::string(kDisabledListUnreadable);
+    StartupStep step = jobGiveBack(subject, forget);
     step.apply = [this, helper]() -> std::optional<std::string> {
         if (auto failure = launchctlRun({"enable", launchdServiceTarget(helper.label)})) return failure;
         if (launchctl_.isLoaded(helper.label)) return std::nullopt;
@@ -503,8 +503,6 @@ StartupChangeOutcome StartupChangeEngine::releaseHelper(const DelayedHelper& hel
         }
         return loaded && disabled->count(label) == 0;
     };
-    step.unreadableAfter = std::string(kDisabledListUnconfirmed);
-    step.whenDone = forget;
     StartupChangeOutcome outcome = run(step);
     if (outcome.status == Status::failed && outcome.reason.empty()) outcome.reason = *notTaken;
     return outcome;

@@ -271,6 +271,9 @@ private:
     // A job given back is enabled (and loaded) again whatever launchd shows
     // now, once its disabled list can be read at all.
     StartupStep::ReadState switchedOnAnyway();
+    // A give-back of a launchd job, recorded already: switched on again
+    // whatever launchd shows now, `forget` once it is done.
+    StartupStep jobGiveBack(const std::string& subject, const StartupStep::Change& forget);
     StartupStep::ReadState loginItemListed(const std::string& path, bool wanted) const;
     std::optional<std::string> launchctlRun(const std::vector<std::string>& arguments);
 
