@@ -29,7 +29,7 @@ if [ "$(uname -s)" = Darwin ]; then
 fi
 
 packages=(
-  cmake ninja-build g++ pkg-config git curl
+  cmake ninja-build g++ pkg-config git curl python3
   libplist-dev nlohmann-json3-dev libcurl4-openssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   # The desktop app: Qt 6 Widgets and Test, the GL headers its CMake package

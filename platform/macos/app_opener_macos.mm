@@ -1,24 +1,28 @@
-// SystemAppRunning on macOS: the workspace opens apps and reports running
-// ones. Everything this file decides is in portable code (LaunchRequest,
-// HiddenLaunchConfirmation); it only asks AppKit and reports back.
+// The module that opens apps on macOS: the workspace (AppKit) opens them,
+// and a hidden launch is watched through NSRunningApplication. Only
+// SystemAppRunning loads it, the first time it opens an app (see
+// core/apps/app_opener_module.h). Everything this file decides is in portable
+// code (LaunchRequest, HiddenLaunchConfirmation); it only asks AppKit and
+// reports back.
 #import <AppKit/AppKit.h>
 
 #include <dispatch/dispatch.h>
 
-#include "core/apps/app_running.h"
+#include "core/apps/app_opener_module.h"
 #include "core/apps/hidden_launch_confirmation.h"
 #include "core/apps/launch_request.h"
 #include "core/support/clock.h"
 
 namespace holdenmere {
 
-struct SystemAppRunning::Implementation {
-    SystemClock clock;
-};
-
 namespace {
 
-NSString* toNSString(const std::string& text) { return [NSString stringWithUTF8String:text.c_str()] ?: @""; }
+NSString* toNSString(const std::string& text) {
+    NSString* converted = [NSString stringWithUTF8String:text.c_str()];
+    return converted != nil ? converted : @"";
+}
+
+std::string fromUTF8(const char* text, const char* fallback) { return text != nullptr ? text : fallback; }
 
 void scheduleOnQueue(double delay, std::function<void()> work) {
     auto* heldWork = new std::function<void()>(std::move(work));
@@ -30,49 +34,30 @@ void scheduleOnQueue(double delay, std::function<void()> work) {
 }
 
 std::string describe(NSError* error) {
-    std::string text = error.localizedDescription.UTF8String ?: "unknown error";
+    std::string text = fromUTF8(error.localizedDescription.UTF8String, "unknown error");
     text += " [";
-    text += error.domain.UTF8String ?: "";
+    text += fromUTF8(error.domain.UTF8String, "");
     text += " " + std::to_string(static_cast<long>(error.code)) + "]";
     return text;
 }
 
-}  // namespace
-
-SystemAppRunning::SystemAppRunning() : implementation_(new Implementation) {}
-
-SystemAppRunning::~SystemAppRunning() { delete implementation_; }
-
-std::vector<int> SystemAppRunning::processIdentifiers(const std::string& bundleIdentifier) {
-    std::vector<int> found;
-    @autoreleasepool {
-        for (NSRunningApplication* app in
-             [NSRunningApplication runningApplicationsWithBundleIdentifier:toNSString(bundleIdentifier)]) {
-            if (!app.isTerminated) found.push_back(app.processIdentifier);
-        }
-    }
-    return found;
+SystemClock& moduleClock() {
+    static SystemClock clock;
+    return clock;
 }
 
-std::optional<std::vector<std::string>> SystemAppRunning::arguments(int) {
-    // NSRunningApplication does not tell them: here a running app is what
-    // the workspace lists.
-    return std::nullopt;
+bool isDirectory(NSString* path) {
+    BOOL directory = NO;
+    return [[NSFileManager defaultManager] fileExistsAtPath:path isDirectory:&directory] && directory;
 }
 
-bool SystemAppRunning::exists(const std::string& path) {
-    BOOL isDirectory = NO;
-    return [[NSFileManager defaultManager] fileExistsAtPath:toNSString(path) isDirectory:&isDirectory] && isDirectory;
-}
-
-void SystemAppRunning::begin(const std::string& path, const OpenOptions& options, Completion completion) {
+void beginOpening(const std::string& path, const OpenOptions& options, AppRunning::Completion completion) {
     auto request = std::make_shared<LaunchRequest>(std::move(completion));
-    if (!exists(path)) {
+    if (!isDirectory(toNSString(path))) {
         request->deliver(LaunchAttempt::failed("no application bundle at " + path));
         return;
     }
     if (options.timeLimit) request->startTimeLimit(scheduleOnQueue, *options.timeLimit);
-    Implementation* implementation = implementation_;
     const bool hidden = options.hidden;
     const std::shared_ptr<LaunchCancellation> cancellation = options.cancellation;
     @autoreleasepool {
@@ -105,8 +90,7 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
                  }
                  __weak NSRunningApplication* watched = app;
                  const pid_t pid = app.processIdentifier;
-                 HiddenLaunchConfirmation::Hooks hooks{[implementation] { return implementation->clock.uptime(); },
-                                                       {}, scheduleOnQueue};
+                 HiddenLaunchConfirmation::Hooks hooks{[] { return moduleClock().uptime(); }, {}, scheduleOnQueue};
                  HiddenLaunchConfirmation::Application application{
                      [watched, pid] {
                          HiddenAppState state;
@@ -133,4 +117,22 @@ void SystemAppRunning::begin(const std::string& path, const OpenOptions& options
     }
 }
 
+}  // namespace
 }  // namespace holdenmere
+
+extern "C" {
+
+__attribute__((visibility("default"))) void holdenmere_app_opener_begin(const std::string& path,
+                                                                        const holdenmere::OpenOptions& options,
+                                                                        holdenmere::AppRunning::Completion completion);
+
+__attribute__((visibility("default"))) extern const int holdenmere_app_opener_interface =
+    HOLDENMERE_APP_OPENER_INTERFACE;
+
+__attribute__((visibility("default"))) void holdenmere_app_opener_begin(const std::string& path,
+                                                                        const holdenmere::OpenOptions& options,
+                                                                        holdenmere::AppRunning::Completion completion) {
+    holdenmere::beginOpening(path, options, std::move(completion));
+}
+
+}  // extern "C"
