@@ -2,7 +2,7 @@
 
 #include "app/audit_inventory.h"
 #include "app/audit_background_items.h"
-#include "app/command_line.h"
+#include "app/exit_status.h"
 #include "core/support/log_text.h"
 #include "core/takeover/system_tools.h"
 #include "core/config/config_store.h"

@@ -5,19 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "app/exit_status.h"
 #include "core/gate/cli_mode.h"
 
 namespace holdenmere {
-
-// Exit statuses of the headless modes.
-namespace exit_status {
-inline constexpr int kSuccess = 0;
-inline constexpr int kFailure = 1;
-inline constexpr int kConfigUnreadable = 2;
-inline constexpr int kUsage = 64;            // unknown option (EX_USAGE)
-inline constexpr int kUnavailable = 69;      // --deemsterui (EX_UNAVAILABLE)
-inline constexpr int kLockUnavailable = 75;  // startup mutation lock (EX_TEMPFAIL)
-}  // namespace exit_status
 
 // The mode this process runs, decided once at start, for the parts of the
 // program that behave differently by mode.

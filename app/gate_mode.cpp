@@ -13,7 +13,7 @@
 #include <system_error>
 #include <thread>
 
-#include "app/command_line.h"
+#include "app/exit_status.h"
 #include "core/support/log_text.h"
 #include "core/takeover/system_tools.h"
 #include "core/apps/app_running.h"

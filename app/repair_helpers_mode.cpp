@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "app/command_line.h"
+#include "app/exit_status.h"
 #include "core/config/config_store.h"
 #include "core/launchd/helper_repair.h"
 #include "core/support/log_text.h"

@@ -1,6 +1,6 @@
 #include "app/restore_startup_mode.h"
 
-#include "app/command_line.h"
+#include "app/exit_status.h"
 #include "core/config/config_store.h"
 #include "core/launchd/agent_installer.h"
 #include "core/support/environment.h"

@@ -2,8 +2,8 @@
 // process table (libproc): a live process whose executable lies inside a
 // bundle with that identifier, as away from macOS. Opening one needs the
 // workspace, which lives in AppKit: that part is a module of its own
-// (app_opener_macos.mm), loaded the first time an app is opened, so that a
-// mode that opens nothing never loads a GUI framework.
+// (platform/macos/app_opener_macos.mm), loaded the first time an app is
+// opened, so that a mode that opens nothing never loads a GUI framework.
 #include "core/apps/app_running.h"
 
 #include <dlfcn.h>
