@@ -37,6 +37,7 @@
 #include "core/takeover/background_takeover.h"
 #include "core/takeover/startup_change_engine.h"
 #include "core/takeover/startup_safety.h"
+#include "core/takeover/startup_sources_step.h"
 #include "core/takeover/startup_transaction.h"
 #include "core/takeover/login_ownership.h"
 
@@ -107,82 +108,6 @@ struct SystemGateServices {
                           networkChanges,
                           &startupSwitches.switches()};
 };
-
-// The startup-sources step: held launchd jobs switched off again where
-// launchd switched them back on, then the Login Items and LaunchAgents of
-// managed and blocked apps taken over (with consent). Every change goes
-// through the startup-change engine, under the startup mutation lock, so
-// that the desktop app and --restore-startup never interleave with it. It
-// runs on a thread of its own under its own deadline; once that passes,
-// `cancel` stops any further change, and the lines and records it produced
-// are handed back for the pass to print and record.
-struct StartupSourcesStep {
-    Signal done;
-    Signal cancel;
-    std::mutex mutex;
-    std::vector<std::string> lines;  // without the tag
-    std::vector<LaunchRecord> records;
-
-    void add(std::string line) {
-        std::lock_guard lock(mutex);
-        lines.push_back(std::move(line));
-    }
-    void addRecord(LaunchRecord record) {
-        std::lock_guard lock(mutex);
-        records.push_back(std::move(record));
-    }
-    std::pair<std::vector<std::string>, std::vector<LaunchRecord>> take() {
-        std::lock_guard lock(mutex);
-        return {std::move(lines), std::move(records)};
-    }
-};
-
-// The step's inputs, copied for its thread.
-struct StartupSourcesInputs {
-    ConfigStore store;
-    LoginOwnership::PassInputs pass;
-    std::uint64_t giveBackGeneration = 0;
-};
-
-void runStartupSourcesStep(StartupSourcesStep& step, GateServices& services, const StartupSourcesInputs& inputs) {
-    auto begun = StartupTransaction::begin(ConfigAccess::of(inputs.store), StartupTransaction::Wait::untilFree,
-                                           &step.cancel);
-    if (const auto* failure = std::get_if<StartupTransaction::Failure>(&begun)) {
-        // Out of time while another holder kept the lock: the pass says so
-        // once the step's deadline has passed.
-        if (failure->kind != StartupTransaction::Failure::Kind::outOfTime) {
-            step.add("ERROR: " + failure->text(inputs.store.url) + ". Nothing changed.");
-        }
-        if (failure->kind == StartupTransaction::Failure::Kind::configUnreadable) {
-            LoginOwnership::StartupSourcesTally tally;
-            tally.configUnreadable = true;
-            step.add(LoginOwnership::countsLine({}, tally));
-        }
-        step.add(LoginOwnership::doneLine(inputs.pass.records, 0));
-        return;
-    }
-    auto& transaction = std::get<StartupTransaction>(begun);
-    StartupChangeEngine engine(transaction, services.launchctl, services.scripts, &step.cancel);
-    engine.useSwitches(services.switches);
-    // Decided from the configuration the pass read at its start: a give-back
-    // made since then stops the step's changes.
-    engine.decideUnder(inputs.giveBackGeneration);
-    const LaunchAgentScanner scanner(services.launchctl);
-
-    const auto sources = LoginOwnership::startupSourcesPass(engine);
-    for (const auto& line : sources.lines) step.add(line);
-    for (auto& record : sources.records(services.clock.now())) step.addRecord(std::move(record));
-    const auto pass =
-        LoginOwnership::ownershipPass(engine, scanner, StartupSafety::systemEnvironment(), inputs.pass);
-    const auto background = BackgroundTakeover::pass(engine, BackgroundItemStore::besideConfig(inputs.store.url),
-                                                     StartupSafety::systemEnvironment(), inputs.pass.records);
-    transaction.end();
-    for (const auto& line : pass.lines) step.add(line);
-    for (const auto& line : background) step.add(line);
-    for (const auto& line : LoginOwnership::importedFailures(inputs.pass.records, pass.config.apps)) step.add(line);
-    step.add(LoginOwnership::doneLine(inputs.pass.records, pass.loginItemsNotRemoved));
-    if (!sources.optOuts.empty() || sources.tally.configUnreadable) step.add(sources.countsLine());
-}
 
 // Work of the pass that goes on beside the main thread until its result is
 // wanted; done on the spot when no thread can be had. What the work throws
@@ -360,8 +285,7 @@ LaunchPlan runUnderDeadline(std::ostream& out, std::ostream& err, GateServices& 
     return plan;
 }
 
-// The startup-sources step on its thread, under its own deadline: 30 s and
-// 25 s for each app or held item it may have to act on.
+// The startup-sources step on its thread, under its own deadline.
 struct StartupSourcesRun {
     std::shared_ptr<StartupSourcesStep> step = std::make_shared<StartupSourcesStep>();
     double budget = 0;
@@ -378,18 +302,15 @@ struct StartupSourcesRun {
 
 void startStartupSources(StartupSourcesRun& run, GateServices& services, const LoadedConfig& loaded,
                          const LaunchPlan& plan) {
-    StartupSourcesInputs inputs{
+    StartupSourcesStep::Inputs inputs{
         loaded.store,
         {plan.records, loaded.systemDaemonAppPaths, {}, loaded.predatesLedger, loaded.unreadableSystemDaemons},
         loaded.config.giveBackGeneration};
     for (const auto& app : loaded.movedToBlocked) inputs.pass.switchedOff.insert(app.bundleIdentifier);
-    const auto& config = loaded.config;
-    run.budget = LoginOwnership::startupStepBudget(LoginOwnership::startupOptOuts(config)) +
-                 25.0 * static_cast<double>(config.apps.size() + config.blockedApps.size());
+    run.budget = StartupSourcesStep::budget(loaded.config);
     run.start = services.clock.uptime();
     run.worker = std::thread([step = run.step, &services, inputs] {
-        runStartupSourcesStep(*step, services, inputs);
-        step->done.raise();
+        step->run({services.launchctl, services.scripts, services.clock, services.switches}, inputs);
     });
 }
 

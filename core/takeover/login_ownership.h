@@ -216,8 +216,6 @@ struct LoginOwnership {
     // The held items the startup-sources step looks at: every held item not
     // excluded in "restoreOptOuts", in the configuration's order.
     static std::vector<HeldStartupItem> startupOptOuts(const HoldenmereConfig& config);
-    // 30 s, plus 25 s for each item.
-    static double startupStepBudget(const std::vector<HeldStartupItem>& optOuts);
     // Switches held items that macOS switched back on off again, through
     // the engine (launchd jobs, and through the engine's switches app
     // extensions and launcher children), and quits, gracefully, held apps

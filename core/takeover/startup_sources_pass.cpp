@@ -10,9 +10,6 @@
 namespace holdenmere {
 namespace {
 
-constexpr double kStepBase = 30;
-constexpr double kStepPerItem = 25;
-
 // Every name an item goes by in "restoreOptOuts": its handle, its owner's
 // bundle identifier, or its inventory row's "{source}:{handle}".
 bool isOptedOut(const HeldStartupItem& item, const std::vector<std::string>& optOuts) {
@@ -30,10 +27,6 @@ std::vector<HeldStartupItem> LoginOwnership::startupOptOuts(const HoldenmereConf
         if (!isOptedOut(item, config.restoreOptOuts)) items.push_back(item);
     }
     return items;
-}
-
-double LoginOwnership::startupStepBudget(const std::vector<HeldStartupItem>& optOuts) {
-    return kStepBase + kStepPerItem * static_cast<double>(optOuts.size());
 }
 
 std::string LoginOwnership::countsLine(const std::vector<HeldStartupItem>& /*optOuts*/,

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "core/takeover/login_ownership.h"
+#include "core/takeover/startup_sources_step.h"
 #include "tests/support/config_file.h"
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_script_running.h"
@@ -54,7 +55,12 @@ TEST_F(StartupSourcesPass, SwitchesHeldJobsThatCameBackOnOffAgain) {
               }));
     EXPECT_EQ(launchd.changes(), (Calls{{"disable", launchdServiceTarget("com.example.back")}}));
     EXPECT_EQ(result.countsLine(), "re_assert_failed=0 re_assert_skipped=1 gracefully_quit=0");
-    EXPECT_EQ(LoginOwnership::startupStepBudget(result.optOuts), 30 + 3 * 25);
+    // 30 s, and 25 s for each held item, managed app and blocked app.
+    EXPECT_EQ(StartupSourcesStep::budget(file.stored), 30 + 3 * 25);
+    auto withApps = file.stored;
+    withApps.apps.resize(2);
+    withApps.blockedApps.resize(1);
+    EXPECT_EQ(StartupSourcesStep::budget(withApps), 30 + 6 * 25);
     // The records the history keeps of the held jobs.
     const auto records = result.records(Date{5});
     ASSERT_EQ(records.size(), 2u);
@@ -116,7 +122,7 @@ TEST_F(StartupSourcesPass, AnUnreadableConfigCountsLine) {
     tally.configUnreadable = true;
     EXPECT_EQ(LoginOwnership::countsLine({}, tally),
               "re_assert_failed=0 re_assert_skipped=0 gracefully_quit=0 config=unreadable");
-    EXPECT_EQ(LoginOwnership::startupStepBudget({}), 30);
+    EXPECT_EQ(StartupSourcesStep::budget({}), 30);
 }
 
 }  // namespace
