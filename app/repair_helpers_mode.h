@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/discovery/script_running.h"
-#include "core/discovery/startup_item.h"
+#include "core/startup/startup_item.h"
 #include "core/launchd/launchctl_running.h"
 
 namespace holdenmere {

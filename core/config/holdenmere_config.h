@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/config/gate_settings.h"
-#include "core/discovery/startup_source.h"
+#include "core/startup/startup_source.h"
 #include "core/support/date.h"
 
 namespace holdenmere {

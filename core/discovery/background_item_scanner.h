@@ -9,7 +9,7 @@
 #include "core/config/holdenmere_config.h"
 #include "core/discovery/background_item_records.h"
 #include "core/discovery/background_items_tool.h"
-#include "core/discovery/startup_item.h"
+#include "core/startup/startup_item.h"
 
 namespace holdenmere {
 

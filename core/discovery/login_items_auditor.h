@@ -9,7 +9,7 @@
 #include "core/config/holdenmere_config.h"
 #include "core/config/launch_record.h"
 #include "core/discovery/script_running.h"
-#include "core/discovery/startup_item.h"
+#include "core/startup/startup_item.h"
 
 namespace holdenmere {
 

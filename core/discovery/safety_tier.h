@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/discovery/startup_source.h"
+#include "core/startup/startup_source.h"
 
 namespace holdenmere {
 

@@ -11,7 +11,7 @@
 namespace holdenmere {
 
 // What a script printed, or why it gave no answer.
-struct ScriptOutcome {
+struct [[nodiscard]] ScriptOutcome {
     std::optional<std::string> output;
     // Why there is no output, for the user: "not allowed to control System
     // Events (…)", "osascript exited with status 1: {its error}", "could not

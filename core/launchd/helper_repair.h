@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "core/config/holdenmere_config.h"
-#include "core/discovery/startup_item.h"
+#include "core/startup/startup_item.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/support/date.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "core/discovery/safety_tier.h"
-#include "core/discovery/startup_source.h"
+#include "core/startup/startup_source.h"
 
 namespace holdenmere {
 

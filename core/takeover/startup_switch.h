@@ -7,7 +7,7 @@
 
 #include "core/config/holdenmere_config.h"
 #include "core/discovery/session_restore_scanner.h"
-#include "core/discovery/startup_source.h"
+#include "core/startup/startup_source.h"
 #include "core/discovery/tool_running.h"
 #include "core/launchd/launchctl_running.h"
 

@@ -8,7 +8,7 @@
 
 #include "core/discovery/background_item_scanner.h"
 #include "core/discovery/script_running.h"
-#include "core/discovery/startup_item.h"
+#include "core/startup/startup_item.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/takeover/startup_switch.h"
 

@@ -1,4 +1,4 @@
-#include "core/discovery/startup_source.h"
+#include "core/startup/startup_source.h"
 
 namespace holdenmere {
 
