@@ -6,7 +6,6 @@
 #include <set>
 #include <sstream>
 
-#include "app/desktop/startup_background_items.h"
 #include "app/desktop/startup_work.h"
 #include "core/launchd/agent_installer.h"
 #include "core/apps/installed_app.h"
@@ -21,21 +20,6 @@ namespace {
 QString text(const std::string& value) { return QString::fromStdString(value); }
 
 
-// A script runner that notes whether the Login Items could be listed.
-class NotingScripts final : public ScriptRunning {
-public:
-    explicit NotingScripts(ScriptRunning& inner) : inner_(inner) {}
-    std::optional<std::string> run(const std::string& script) override {
-        auto output = inner_.run(script);
-        if (!output && script == LoginItemsAuditor::kListPathsScript) listFailed = true;
-        return output;
-    }
-    bool listFailed = false;
-
-private:
-    ScriptRunning& inner_;
-};
-
 ManagedApp appOf(const StartupItemRow& row) {
     ManagedApp app;
     app.bundleIdentifier = row.bundleIdentifier;
@@ -44,62 +28,27 @@ ManagedApp appOf(const StartupItemRow& row) {
     return app;
 }
 
-std::vector<std::string> chipsOf(const SafetyTier& tier) {
-    return tier.kind == SafetyTier::Kind::needsConfirmation ? StartupSafety::chips(tier) : std::vector<std::string>{};
-}
-
 }  // namespace
 
-StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts,
-                             const std::vector<std::filesystem::path>& agentDirectories,
-                             const StartupSafety::Environment& environment, BackgroundItemsTool& backgroundTool,
-                             const BackgroundItemStore& backgroundStore) {
-    StartupScan scan;
-    NotingScripts noting(scripts);
-    scan.loginItems = LoginItemsAuditor(noting).loginItems(/*readingHidden=*/true);
-    scan.loginItemsUnreadable = noting.listFailed;
-    const LaunchAgentScanner scanner(launchctl, agentDirectories);
-    auto agents = scanner.startupItems();
-    scan.agentItems = std::move(agents.items);
-    scan.agentStatesUnknown = !agents.stateKnown();
-    scan.ineligible = scanner.ineligibleItems();
-    if (environment.systemDaemonAppPaths) scan.systemDaemonApps = environment.systemDaemonAppPaths();
-    for (const auto& item : scan.agentItems) {
-        const auto& agent = std::get<StartupItem::LaunchAgent>(item.source);
-        ManagedApp app;
-        app.bundleIdentifier = item.bundleIdentifier;
-        app.name = item.name;
-        app.path = item.path.value_or(std::string());
-        scan.agentTiers[agent.label] =
-            StartupSafety::tier(LoginOwnership::agentCandidate(app, agent.label, agent.plistPath), environment);
-    }
-    auto icon = [&](const std::optional<std::string>& path) {
-        if (path && scan.icons.count(*path) == 0) scan.icons[*path] = InstalledApp::read(*path).iconPath;
-    };
-    for (const auto& item : scan.loginItems) {
-        if (item.bundleIdentifier) icon(item.path);
-    }
-    for (const auto& item : scan.agentItems) icon(item.path);
-    scanBackgroundItems(scan, backgroundTool, environment, backgroundStore);
-    return scan;
-}
-
-QString StartupItemRow::sourceText() const {
-    if (source == Source::backgroundItem && opensItselfAtLogin) {
+QString sourceText(const StartupItemRow& row) {
+    if (row.source == StartupItemRow::Source::backgroundItem && row.opensItselfAtLogin) {
         return QStringLiteral(
             "Opens itself at login \u00B7 switch it off in System Settings \u203A General \u203A "
             "Login Items");
     }
-    if (source == Source::backgroundItem) return QStringLiteral("Background item %1").arg(text(backgroundIdentifier));
-    return source == Source::loginItem ? QStringLiteral("Login Item") : QStringLiteral("LaunchAgent %1").arg(text(label));
+    if (row.source == StartupItemRow::Source::backgroundItem) {
+        return QStringLiteral("Background item %1").arg(text(row.backgroundIdentifier));
+    }
+    return row.source == StartupItemRow::Source::loginItem ? QStringLiteral("Login Item")
+                                                          : QStringLiteral("LaunchAgent %1").arg(text(row.label));
 }
 
-QString ConflictRow::sourcesText() const {
+QString sourcesText(const ConflictRow& row) {
     QStringList parts;
-    if (loginItems.size() == 1) parts << QStringLiteral("Login Item");
-    if (loginItems.size() > 1) parts << QStringLiteral("%1 Login Items").arg(loginItems.size());
-    for (const Agent& agent : agents) parts << QStringLiteral("LaunchAgent %1").arg(text(agent.label));
-    for (const auto& item : settingsItems) parts << QStringLiteral("background item %1").arg(text(item));
+    if (row.loginItems.size() == 1) parts << QStringLiteral("Login Item");
+    if (row.loginItems.size() > 1) parts << QStringLiteral("%1 Login Items").arg(row.loginItems.size());
+    for (const ConflictRow::Agent& agent : row.agents) parts << QStringLiteral("LaunchAgent %1").arg(text(agent.label));
+    for (const auto& item : row.settingsItems) parts << QStringLiteral("background item %1").arg(text(item));
     return parts.join(QStringLiteral(" and "));
 }
 
@@ -169,118 +118,18 @@ void StartupItemsModel::adoptScan(StartupScan scan) {
     }
 }
 
-void StartupItemsModel::derive() {
-    const HoldenmereConfig& config = session_.config();
-    std::set<std::string> blocked;
-    for (const auto& app : config.blockedApps) blocked.insert(app.bundleIdentifier);
-    const std::set<std::string> leftToMacOS(config.leftToMacOS.begin(), config.leftToMacOS.end());
-
-    // Login Items first, so that an app's Login Item wins over its LaunchAgent.
-    std::vector<StartupItem> all;
-    for (const auto& item : scan_.loginItems) {
-        if (item.bundleIdentifier) all.push_back(StartupItem{*item.bundleIdentifier, item.name, item.path, StartupItem::LoginItem{}});
-    }
-    all.insert(all.end(), scan_.agentItems.begin(), scan_.agentItems.end());
-    items_.clear();
-    std::vector<IneligibleRow> daemonRun;
-    for (const auto& item : StartupDiscovery::unmanaged(StartupDiscovery::merged(all, backgroundStartupItems(scan_)), config.apps)) {
-        if (blocked.count(item.bundleIdentifier) != 0) continue;
-        if (item.path && StartupSafety::runBySystemDaemon(*item.path, scan_.systemDaemonApps)) {
-            const auto* agent = std::get_if<StartupItem::LaunchAgent>(&item.source);
-            daemonRun.push_back(IneligibleRow{item.name, item.bundleIdentifier, agent ? agent->label : *item.path,
-                                              std::string(StartupSafety::kRunBySystemDaemon), false});
-            continue;
-        }
-        StartupItemRow row;
-        row.bundleIdentifier = item.bundleIdentifier;
-        row.name = item.name;
-        row.path = item.path.value_or(std::string());
-        row.leftToMacOS = leftToMacOS.count(item.bundleIdentifier) != 0;
-        if (auto icon = scan_.icons.find(row.path); icon != scan_.icons.end()) row.iconPath = icon->second;
-        if (const auto* agent = std::get_if<StartupItem::LaunchAgent>(&item.source)) {
-            row.source = StartupItemRow::Source::launchAgent;
-            row.label = agent->label;
-            row.plistPath = agent->plistPath;
-            if (auto tier = scan_.agentTiers.find(agent->label); tier != scan_.agentTiers.end()) row.tier = tier->second;
-            row.chips = chipsOf(row.tier);
-        } else if (const auto* background = std::get_if<StartupItem::BackgroundItem>(&item.source)) {
-            describeBackgroundRow(row, *background, scan_);
-            row.chips = chipsOf(row.tier);
-        } else {
-            for (const auto& loginItem : scan_.loginItems) {
-                if (loginItem.path == row.path) row.hidden = loginItem.hidden;
-            }
-        }
-        items_.push_back(std::move(row));
-    }
-
-    std::set<std::string> managed;
-    for (const auto& app : config.apps) managed.insert(app.bundleIdentifier);
-    ineligible_.clear();
-    auto ineligible = scan_.ineligible;
-    if (scan_.background) ineligible.insert(ineligible.end(), scan_.background->ineligible.begin(), scan_.background->ineligible.end());
-    for (const auto& item : LoginOwnership::shownIneligible(ineligible, config.apps, config.blockedApps)) {
-        ineligible_.push_back(IneligibleRow{item.name, item.bundleIdentifier, item.label, item.reason,
-                                            managed.count(item.bundleIdentifier) != 0});
-    }
-    for (const auto& item : scan_.loginItems) {
-        if (item.bundleIdentifier) continue;
-        ineligible_.push_back(IneligibleRow{item.name, {}, item.path, "not an app, left in Login Items", false});
-    }
-    ineligible_.insert(ineligible_.end(), daemonRun.begin(), daemonRun.end());
-
-    std::vector<LaunchAgentScanner::AgentConflict> agentConflicts;
-    for (const auto& app : config.apps) {
-        for (const auto& item : scan_.agentItems) {
-            if (item.bundleIdentifier != app.bundleIdentifier) continue;
-            const auto& agent = std::get<StartupItem::LaunchAgent>(item.source);
-            agentConflicts.push_back({app, agent.label, agent.plistPath});
-        }
-    }
-    conflicts_.clear();
-    for (const auto& conflict :
-         StartupConflicts::merge(LoginItemsAuditor::conflicts(config.apps, scan_.loginItems), agentConflicts,
-                                 backgroundConflicts(scan_, config.apps))) {
-        ConflictRow row;
-        row.bundleIdentifier = conflict.managed.bundleIdentifier;
-        row.name = conflict.managed.name;
-        for (const auto& loginItem : conflict.loginItems) {
-            row.loginItems.push_back(loginItem.loginItem);
-            if (auto icon = scan_.icons.find(loginItem.loginItem.path); icon != scan_.icons.end() && !row.iconPath) {
-                row.iconPath = icon->second;
-            }
-        }
-        for (const auto& agent : conflict.agents) {
-            ConflictRow::Agent entry{agent.agentLabel, agent.plistPath, {}, {}};
-            for (const auto& item : scan_.agentItems) {
-                const auto* source = std::get_if<StartupItem::LaunchAgent>(&item.source);
-                if (row.iconPath || source == nullptr || source->label != agent.agentLabel || !item.path) continue;
-                if (auto icon = scan_.icons.find(*item.path); icon != scan_.icons.end()) row.iconPath = icon->second;
-            }
-            if (auto tier = scan_.agentTiers.find(agent.agentLabel); tier != scan_.agentTiers.end()) {
-                entry.tier = tier->second;
-            }
-            entry.chips = chipsOf(entry.tier);
-            row.agents.push_back(std::move(entry));
-        }
-        describeBackgroundConflict(row, conflict, scan_);
-        if (!row.iconPath) {
-            if (auto icon = scan_.icons.find(conflict.managed.path); icon != scan_.icons.end()) row.iconPath = icon->second;
-        }
-        conflicts_.push_back(std::move(row));
-    }
-}
+void StartupItemsModel::derive() { listing_ = StartupItemsListing::from(scan_, session_.config()); }
 
 const StartupItemRow* StartupItemsModel::item(const std::string& bundleIdentifier) const {
-    auto found = std::find_if(items_.begin(), items_.end(),
+    auto found = std::find_if(items().begin(), items().end(),
                               [&](const StartupItemRow& row) { return row.bundleIdentifier == bundleIdentifier; });
-    return found == items_.end() ? nullptr : &*found;
+    return found == items().end() ? nullptr : &*found;
 }
 
 const ConflictRow* StartupItemsModel::conflict(const std::string& bundleIdentifier) const {
-    auto found = std::find_if(conflicts_.begin(), conflicts_.end(),
+    auto found = std::find_if(conflicts().begin(), conflicts().end(),
                               [&](const ConflictRow& row) { return row.bundleIdentifier == bundleIdentifier; });
-    return found == conflicts_.end() ? nullptr : &*found;
+    return found == conflicts().end() ? nullptr : &*found;
 }
 
 QString StartupItemsModel::refusal(const std::string& bundleIdentifier) const {
@@ -349,15 +198,10 @@ bool StartupItemsModel::takeOver(const std::string& bundleIdentifier, bool confi
                       false);
         return false;
     }
+    // Nothing is asked of the system for what the rules do not allow.
     if (row.source != StartupItemRow::Source::loginItem) {
-        // Nothing is asked of the system for what the rules do not allow.
-        if (row.tier.kind == SafetyTier::Kind::refused) {
-            emit finished(QStringLiteral("%1 was not taken over: %2").arg(text(row.name), text(row.tier.reason)), false);
-            return false;
-        }
-        if (row.tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
-            emit finished(QStringLiteral("%1 was not taken over: it needs your confirmation first.").arg(text(row.name)),
-                          false);
+        if (auto refusal = StartupActions::tierRefusal(row.name, row.tier, confirmed)) {
+            emit finished(text(*refusal), false);
             return false;
         }
     }
@@ -397,7 +241,20 @@ bool StartupItemsModel::endConflict(const std::string& bundleIdentifier, bool co
     return true;
 }
 
-QString StartupItemsModel::backgroundItemsProblem() const { return desktop::backgroundItemsProblem(scan_); }
+QString StartupItemsModel::backgroundItemsProblem() const {
+    if (scan_.background && !scan_.backgroundNotSaved.empty()) {
+        return (scan_.earlierBackgroundSaved
+                    ? QStringLiteral("Holdenmere could not save the background items it found, so the login pass "
+                                     "goes on with the list saved before: %1")
+                    : QStringLiteral("Holdenmere could not save the background items it found, so the login pass "
+                                     "has no list of them: %1"))
+            .arg(text(scan_.backgroundNotSaved));
+    }
+    if (scan_.background || scan_.backgroundIncomplete.empty()) return {};
+    return QStringLiteral("Holdenmere could not read the background items macOS starts at login, so this list is "
+                          "incomplete: %1")
+        .arg(text(scan_.backgroundIncomplete));
+}
 
 void StartupItemsModel::openLoginItemsSettings() {
     if (auto failure = services_.settingsOpening().open(BackgroundItemScanner::kLoginItemsSettingsURL)) {

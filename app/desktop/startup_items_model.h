@@ -13,108 +13,25 @@
 #include "app/desktop/config_session.h"
 #include "app/desktop/desktop_preferences.h"
 #include "app/desktop/desktop_services.h"
-#include "core/discovery/background_item_store.h"
-#include "core/discovery/launch_agent_scanner.h"
-#include "core/discovery/login_items_auditor.h"
-#include "core/discovery/startup_conflict.h"
 #include "core/takeover/startup_actions.h"
-#include "core/takeover/startup_safety.h"
+#include "core/takeover/startup_items_listing.h"
 
 namespace holdenmere::desktop {
 
 class BackgroundQueue;
 
-// What one scan of the startup sources found. Made on a worker thread: it
-// reads Login Items through System Events and LaunchAgents from disk and
-// launchd; everything that depends on the configuration is derived from it
-// afterwards, so that a change of the managed apps needs no new scan.
-struct StartupScan {
-    std::vector<LoginItemsAuditor::LoginItem> loginItems;
-    bool loginItemsUnreadable = false;  // System Events did not answer
-    std::vector<StartupItem> agentItems;  // LaunchAgents that open an app and are switched on
-    // launchd's disabled list could not be read: LaunchAgents that open an
-    // app may be switched on or off, and none is listed.
-    bool agentStatesUnknown = false;
-    std::map<std::string, SafetyTier> agentTiers;  // by label: what switching each off means
-    std::set<std::string> systemDaemonApps;  // apps system LaunchDaemons run: never offered
-    std::vector<IneligibleStartupItem> ineligible;
-    // The background items, or nothing when sfltool could not be read
-    // (`backgroundIncomplete` says why).
-    std::optional<BackgroundItemScanner::Result> background;
-    std::string backgroundIncomplete;
-    // Why a complete background scan could not be saved for the login pass,
-    // and whether an earlier one stays saved in its place.
-    std::string backgroundNotSaved;
-    bool earlierBackgroundSaved = false;
-    // The icon file of each app bundle found, by its path.
-    std::map<std::string, std::optional<std::filesystem::path>> icons;
+// The rows of the page are the core's listing of a scan under the
+// configuration, as it stands.
+using StartupItemRow = StartupItemsListing::Offered;
+using IneligibleRow = StartupItemsListing::LeftAlone;
+using ConflictRow = StartupItemsListing::Conflict;
 
-    // Runs the scanners. Blocks while System Events and sfltool answer; a
-    // complete background scan is saved to `backgroundStore` for the login pass.
-    static StartupScan run(LaunchctlRunning& launchctl, ScriptRunning& scripts,
-                           const std::vector<std::filesystem::path>& agentDirectories,
-                           const StartupSafety::Environment& environment, BackgroundItemsTool& backgroundTool,
-                           const BackgroundItemStore& backgroundStore);
-};
-
-// One app that macOS starts at login and that Holdenmere could start instead.
-struct StartupItemRow {
-    enum class Source { loginItem, launchAgent, backgroundItem };
-
-    std::string bundleIdentifier;
-    std::string name;
-    std::string path;
-    Source source = Source::loginItem;
-    std::string label;      // a LaunchAgent's
-    std::string plistPath;  // a LaunchAgent's
-    std::string backgroundIdentifier;      // a background item's
-    bool opensLoginItemsSettings = false;  // only System Settings switches it off
-    bool opensItselfAtLogin = false;       // a background item that is the app's own registration
-    bool hidden = false;    // a Login Item opened hidden
-    SafetyTier tier;        // switching a LaunchAgent off; Login Items are always allowed
-    std::vector<std::string> chips;
-    bool leftToMacOS = false;
-    std::optional<std::filesystem::path> iconPath;
-
-    // "Login Item", "LaunchAgent {label}" or "Background item {identifier}";
-    // for an app that opens itself at login, that and where to switch it off.
-    QString sourceText() const;
-    friend bool operator==(const StartupItemRow&, const StartupItemRow&) = default;
-};
-
-// Something that starts at login and that Holdenmere leaves alone, with why.
-struct IneligibleRow {
-    std::string name;
-    std::string bundleIdentifier;
-    std::string label;  // a launchd label, or a Login Item's path
-    std::string reason;
-    bool ofManagedApp = false;
-
-    friend bool operator==(const IneligibleRow&, const IneligibleRow&) = default;
-};
-
-// A managed app that macOS also starts by itself, before the network.
-struct ConflictRow {
-    struct Agent {
-        std::string label;
-        std::string plistPath;
-        SafetyTier tier;
-        std::vector<std::string> chips;
-        friend bool operator==(const Agent&, const Agent&) = default;
-    };
-
-    std::string bundleIdentifier;
-    std::string name;
-    std::vector<LoginItemsAuditor::LoginItem> loginItems;
-    std::vector<Agent> agents;  // a background item's LaunchAgent too
-    std::vector<std::string> settingsItems;  // background items only System Settings switches off
-    bool opensLoginItemsSettings = false;
-    std::optional<std::filesystem::path> iconPath;
-
-    // "Login Item", "LaunchAgent {label}", joined with " and ".
-    QString sourcesText() const;
-    friend bool operator==(const ConflictRow&, const ConflictRow&) = default;
-};
+// "Login Item", "LaunchAgent {label}" or "Background item {identifier}";
+// for an app that opens itself at login, that and where to switch it off.
+QString sourceText(const StartupItemRow& row);
+// A conflict's sources: "Login Item", "LaunchAgent {label}", joined with
+// " and ".
+QString sourcesText(const ConflictRow& row);
 
 // The Startup Items page: what macOS starts at login, taking single items
 // over, ending the conflicts of managed apps, the consent to take startup
@@ -137,11 +54,11 @@ public:
 
     // Items Holdenmere could take over: not Holdenmere, not managed, not
     // blocked, the first of each app (a Login Item before a LaunchAgent).
-    const std::vector<StartupItemRow>& items() const { return items_; }
+    const std::vector<StartupItemRow>& items() const { return listing_.offered; }
     // What Holdenmere leaves alone, a managed app's items first.
-    const std::vector<IneligibleRow>& ineligible() const { return ineligible_; }
+    const std::vector<IneligibleRow>& ineligible() const { return listing_.leftAlone; }
     // Managed apps that macOS also starts.
-    const std::vector<ConflictRow>& conflicts() const { return conflicts_; }
+    const std::vector<ConflictRow>& conflicts() const { return listing_.conflicts; }
     // Why the Login Items are missing, or empty.
     QString loginItemsProblem() const;
     // Why the background items are missing or were not saved, or empty.
@@ -222,9 +139,7 @@ private:
     bool scanning_ = false;
     bool scanAgain_ = false;
     int busy_ = 0;
-    std::vector<StartupItemRow> items_;
-    std::vector<IneligibleRow> ineligible_;
-    std::vector<ConflictRow> conflicts_;
+    StartupItemsListing listing_;
     std::unique_ptr<BackgroundQueue> queue_;
 };
 

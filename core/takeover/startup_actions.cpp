@@ -84,6 +84,15 @@ SafetyTier StartupActions::agentTier(const ManagedApp& app, const Agent& agent) 
                                services_.environment);
 }
 
+std::optional<std::string> StartupActions::tierRefusal(const std::string& name, const SafetyTier& tier,
+                                                      bool confirmed) {
+    if (tier.kind == SafetyTier::Kind::refused) return name + " was not taken over: " + tier.reason;
+    if (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
+        return name + " was not taken over: it needs your confirmation first.";
+    }
+    return std::nullopt;
+}
+
 ActionOutcome StartupActions::takeOverLoginItem(const ManagedApp& row, const std::string& loginItemPath) const {
     if (auto refusal = daemonRefusal(row)) return *refusal;
     return inTransaction([&](StartupChangeEngine& engine, ActionOutcome& outcome) {
@@ -118,14 +127,9 @@ ActionOutcome StartupActions::takeOverAgent(const ManagedApp& row, const Agent& 
     app.importedFromStartup = true;
     // Nothing is asked of the system for what the rules do not allow.
     const SafetyTier tier = agentTier(app, agent);
-    if (tier.kind == SafetyTier::Kind::refused) {
+    if (auto refusal = tierRefusal(app.name, tier, confirmed)) {
         ActionOutcome outcome;
-        outcome.fail(app.name + " was not taken over: " + tier.reason);
-        return outcome;
-    }
-    if (tier.kind == SafetyTier::Kind::needsConfirmation && !confirmed) {
-        ActionOutcome outcome;
-        outcome.fail(app.name + " was not taken over: it needs your confirmation first.");
+        outcome.fail(*refusal);
         return outcome;
     }
     return inTransaction([&](StartupChangeEngine& engine, ActionOutcome& outcome) {

@@ -23,7 +23,7 @@ namespace holdenmere {
 
 // What one user action on startup state did: one line per item it touched,
 // and whether every part of it went through.
-struct ActionOutcome {
+struct [[nodiscard]] ActionOutcome {
     std::vector<std::string> lines;
     bool ok = true;
 
@@ -69,6 +69,10 @@ public:
     // The safety tier of switching an app's agent off, decided afresh (the
     // plist may have changed since it was listed).
     SafetyTier agentTier(const ManagedApp& app, const Agent& agent) const;
+    // Why an agent of this tier is not taken over ("{name} was not taken
+    // over: …"), before anything is asked of the system: a refused tier, or
+    // one that needs confirmation without it. Nothing when it may go ahead.
+    static std::optional<std::string> tierRefusal(const std::string& name, const SafetyTier& tier, bool confirmed);
 
     // Take Over: the app becomes a managed app (opened hidden when its Login
     // Item was), then its Login Item is removed, recorded first.

@@ -79,11 +79,11 @@ private slots:
         // System Settings could switch off.
         const StartupItemRow* driveRow = model->item("com.example.drive");
         QVERIFY(driveRow != nullptr);
-        QCOMPARE(driveRow->sourceText(), QStringLiteral("Background item 8.com.example.drive.agent"));
+        QCOMPARE(sourceText(*driveRow), QStringLiteral("Background item 8.com.example.drive.agent"));
         // Chat opens itself at login: said so, with where to switch it off.
         const StartupItemRow* chatRow = model->item("com.example.chat");
         QVERIFY(chatRow != nullptr && chatRow->opensLoginItemsSettings);
-        QCOMPARE(chatRow->sourceText(), QStringLiteral("Opens itself at login \u00B7 switch it off in System Settings "
+        QCOMPARE(sourceText(*chatRow), QStringLiteral("Opens itself at login \u00B7 switch it off in System Settings "
                                                        "\u203A General \u203A Login Items"));
         QCOMPARE(driveRow->label, std::string("com.example.drive.agent"));
         QVERIFY(!driveRow->opensLoginItemsSettings);
@@ -92,7 +92,7 @@ private slots:
         // Mail is managed: only System Settings can end its conflict.
         QCOMPARE(model->conflicts().size(), std::size_t{1});
         QVERIFY(model->conflicts()[0].opensLoginItemsSettings);
-        QCOMPARE(model->conflicts()[0].sourcesText(), QStringLiteral("background item 4.com.example.mail"));
+        QCOMPARE(sourcesText(model->conflicts()[0]), QStringLiteral("background item 4.com.example.mail"));
         StartupItemsPage page(*model);
         QCOMPARE(page.buttonFor("com.example.mail")->text(), QStringLiteral("Open Login Items Settings"));
         QCOMPARE(page.buttonFor("com.example.notes")->text(), QStringLiteral("Open Login Items Settings"));

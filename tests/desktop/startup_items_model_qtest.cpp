@@ -105,9 +105,9 @@ private slots:
         QCOMPARE(identifiers(model->items()), (std::vector<std::string>{"com.example.notes", "com.example.chess",
                                                                          "com.example.parcel", "com.example.vault"}));
         const StartupItemRow* notesRow = model->item("com.example.notes");
-        QCOMPARE(notesRow->sourceText(), QStringLiteral("Login Item"));
+        QCOMPARE(sourceText(*notesRow), QStringLiteral("Login Item"));
         QVERIFY(notesRow->hidden);
-        QCOMPARE(model->item("com.example.parcel")->sourceText(),
+        QCOMPARE(sourceText(*model->item("com.example.parcel")),
                  QStringLiteral("LaunchAgent com.example.parcel.launcher"));
 
         // The safety tiers: an Apple component is refused, a security tool
@@ -129,7 +129,7 @@ private slots:
         QCOMPARE(model->conflicts().size(), std::size_t{1});
         const ConflictRow& conflict = model->conflicts()[0];
         QCOMPARE(conflict.bundleIdentifier, std::string("com.example.mail"));
-        QCOMPARE(conflict.sourcesText(), QStringLiteral("Login Item and LaunchAgent com.example.mail.launcher"));
+        QCOMPARE(sourcesText(conflict), QStringLiteral("Login Item and LaunchAgent com.example.mail.launcher"));
         QVERIFY(services->fakeLaunchctl.changes().empty());
     }
 
@@ -172,7 +172,7 @@ private slots:
         QVERIFY(testing::scanned(*model));
         QVERIFY(model->item("com.example.notes") == nullptr);
         QVERIFY(model->conflict("com.example.notes") != nullptr);
-        QCOMPARE(model->conflict("com.example.notes")->sourcesText(), QStringLiteral("LaunchAgent com.example.notes.agent"));
+        QCOMPARE(sourcesText(*model->conflict("com.example.notes")), QStringLiteral("LaunchAgent com.example.notes.agent"));
     }
 
     void takingOverALaunchAgentRecordsItBeforeSwitchingItOff() {

@@ -137,7 +137,7 @@ void StartupConsentStepPage::fill() {
         // Apps just chosen are managed once the welcome is finished.
         if (flow_.chosen().count(row.bundleIdentifier) != 0) continue;
         auto* item = new QListWidgetItem(icons::forApp(row.iconPath, text(row.name), text(row.bundleIdentifier)),
-                                         QStringLiteral("%1 \u2014 %2").arg(text(row.name), row.sourceText()), list_);
+                                         QStringLiteral("%1 \u2014 %2").arg(text(row.name), sourceText(row)), list_);
         item->setData(kIdentifierRole, text(row.bundleIdentifier));
         item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
         item->setCheckState(flow_.leftToMacOS().count(row.bundleIdentifier) ? Qt::Unchecked : Qt::Checked);

@@ -115,7 +115,7 @@ StartupConsentDialog::StartupConsentDialog(const std::vector<StartupItemRow>& it
     list_->setIconSize(QSize(24, 24));
     for (const StartupItemRow& row : items) {
         auto* item = new QListWidgetItem(icons::forApp(row.iconPath, text(row.name), text(row.bundleIdentifier)),
-                                         QStringLiteral("%1 \u2014 %2").arg(text(row.name), row.sourceText()), list_);
+                                         QStringLiteral("%1 \u2014 %2").arg(text(row.name), sourceText(row)), list_);
         item->setData(kIdentifierRole, text(row.bundleIdentifier));
         item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
         const bool left = std::find(leftToMacOS.begin(), leftToMacOS.end(), row.bundleIdentifier) != leftToMacOS.end();
@@ -344,7 +344,7 @@ void StartupItemsPage::rebuild() {
                 for (const auto& name : agent.chips) tags << chip(text(name), QColor(220, 150, 30), nullptr);
                 if (agent.tier.kind == SafetyTier::Kind::refused) refused << text(agent.tier.reason);
             }
-            QString subtitle = QStringLiteral("Also started by its %1").arg(row.sourcesText());
+            QString subtitle = QStringLiteral("Also started by its %1").arg(sourcesText(row));
             if (!refused.isEmpty()) subtitle += QStringLiteral("\n") + refused.join(QLatin1Char('\n'));
             const bool settingsOnly = row.loginItems.empty() && row.agents.empty();
             if (row.opensLoginItemsSettings && !settingsOnly) {
@@ -371,7 +371,7 @@ void StartupItemsPage::rebuild() {
         QList<QLabel*> tags;
         if (row.leftToMacOS) tags << chip(QStringLiteral("Left to macOS"), QColor(120, 120, 130), nullptr);
         for (const auto& name : row.chips) tags << chip(text(name), QColor(220, 150, 30), nullptr);
-        QString subtitle = row.sourceText();
+        QString subtitle = sourceText(row);
         if (row.hidden) subtitle += QStringLiteral(" \u00B7 opens hidden");
         const bool refused = row.tier.kind == SafetyTier::Kind::refused;
         if (refused) subtitle += QStringLiteral("\n") + text(row.tier.reason);
