@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "app/desktop/desktop_services.h"
-#include "app/desktop/login_passes.h"
+#include "core/config/login_passes.h"
 #include "core/config/last_login_conflicts.h"
 
 namespace holdenmere::desktop {

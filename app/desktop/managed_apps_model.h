@@ -10,6 +10,7 @@
 
 #include "app/desktop/config_session.h"
 #include "app/desktop/desktop_services.h"
+#include "core/config/managed_app_changes.h"
 
 namespace holdenmere::desktop {
 
@@ -34,11 +35,6 @@ class ManagedAppsModel : public QObject {
     Q_OBJECT
 
 public:
-    // The delays offered: 5-second steps from 5 to 40 seconds.
-    static constexpr int kDelayStep = 5;
-    static constexpr int kMinDelay = 5;
-    static constexpr int kMaxDelay = 40;
-
     ManagedAppsModel(ConfigSession& session, DesktopServices& services, QObject* parent = nullptr);
 
     // In launch order.
@@ -68,8 +64,6 @@ public:
     // Login Item or LaunchAgent Holdenmere switched off, that removing it
     // does not give that back.
     QString removeHelp(const std::string& bundleIdentifier) const;
-
-    static int clampedDelay(int seconds);
 
 public slots:
     void refresh();

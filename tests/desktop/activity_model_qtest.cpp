@@ -49,27 +49,6 @@ private slots:
         services = std::make_unique<testing::FakeDesktopServices>(home->path());
     }
 
-    void passesAreSplitWhereAnAppRepeatsOrTimeJumps() {
-        const std::vector<LaunchRecord> history{
-            // Newest pass: three apps, the third delayed 30 s.
-            record("a", LaunchOutcome::launched, kMorning + 86400),
-            record("b", LaunchOutcome::failed, kMorning + 86401),
-            record("c", LaunchOutcome::launched, kMorning + 86431),
-            // The day before: a and b again.
-            record("a", LaunchOutcome::alreadyRunning, kMorning),
-            record("b", LaunchOutcome::launched, kMorning + 1),
-            // A pass with different apps an hour earlier.
-            record("d", LaunchOutcome::missing, kMorning - 3600),
-        };
-        auto passes = LoginPasses::group(history);
-        QCOMPARE(sizes(passes), (Sizes{3, 2, 1}));
-        QCOMPARE(passes[0].started(), Date{kMorning + 86400});
-        QCOMPARE(passes[0].counts(), (std::array<int, 5>{2, 0, 0, 0, 1}));
-        QVERIFY(!passes[0].allWell());
-        QVERIFY(passes[1].allWell());
-        QVERIFY(LoginPasses::group({}).empty());
-    }
-
     void readsTheHistoryNewestFirst() {
         services->historyStore().appendOrThrow({record("a", LaunchOutcome::launched, kMorning)});
         services->historyStore().appendOrThrow({record("a", LaunchOutcome::failed, kMorning + 86400, "open failed")});

@@ -122,8 +122,8 @@ ManagedAppsPage::ManagedAppsPage(ManagedAppsModel& model, QWidget* parent) : QWi
     hidden_ = new QCheckBox(QStringLiteral("Open hidden"), details_);
     delayed_ = new QCheckBox(QStringLiteral("Wait after the network answers"), details_);
     delay_ = new QSpinBox(details_);
-    delay_->setRange(ManagedAppsModel::kMinDelay, ManagedAppsModel::kMaxDelay);
-    delay_->setSingleStep(ManagedAppsModel::kDelayStep);
+    delay_->setRange(ManagedAppChanges::kMinDelay, ManagedAppChanges::kMaxDelay);
+    delay_->setSingleStep(ManagedAppChanges::kDelayStep);
     delay_->setSuffix(QStringLiteral(" s"));
     delay_->setKeyboardTracking(false);
     auto* delayRow = new QHBoxLayout();
@@ -256,7 +256,7 @@ void ManagedAppsPage::showSelection() {
         hidden_->setChecked(row->launchHidden);
         delayed_->setChecked(row->delaySeconds > 0);
         delay_->setEnabled(row->delaySeconds > 0);
-        delay_->setValue(row->delaySeconds > 0 ? row->delaySeconds : ManagedAppsModel::kMinDelay);
+        delay_->setValue(row->delaySeconds > 0 ? row->delaySeconds : ManagedAppChanges::kMinDelay);
         up_->setEnabled(index > 0);
         down_->setEnabled(index + 1 < static_cast<int>(model_.apps().size()));
     } else {

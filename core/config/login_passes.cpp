@@ -1,9 +1,9 @@
-#include "app/desktop/login_passes.h"
+#include "core/config/login_passes.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace holdenmere::desktop {
+namespace holdenmere {
 
 Date LoginPass::started() const {
     Date earliest = records.empty() ? Date{} : records.front().timestamp;
@@ -43,4 +43,4 @@ std::vector<LoginPass> LoginPasses::group(const std::vector<LaunchRecord>& newes
     return passes;
 }
 
-}  // namespace holdenmere::desktop
+}  // namespace holdenmere

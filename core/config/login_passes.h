@@ -5,7 +5,7 @@
 
 #include "core/config/launch_record.h"
 
-namespace holdenmere::desktop {
+namespace holdenmere {
 
 // The records of one login pass, as the history keeps them.
 struct LoginPass {
@@ -30,4 +30,4 @@ struct LoginPasses {
     static std::vector<LoginPass> group(const std::vector<LaunchRecord>& newestFirst);
 };
 
-}  // namespace holdenmere::desktop
+}  // namespace holdenmere
