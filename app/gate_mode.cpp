@@ -40,6 +40,7 @@
 #include "core/takeover/startup_sources_step.h"
 #include "core/takeover/startup_transaction.h"
 #include "core/takeover/login_ownership.h"
+#include "core/takeover/login_ownership_pass.h"
 
 namespace holdenmere {
 namespace {

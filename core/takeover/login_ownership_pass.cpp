@@ -1,5 +1,5 @@
-// The ownership pass: Login Items and LaunchAgents taken over at the end of
-// a login pass, every change made through the startup-change engine.
+#include "core/takeover/login_ownership_pass.h"
+
 #include <algorithm>
 #include <map>
 
@@ -8,6 +8,8 @@
 #include "core/support/text.h"
 #include "core/takeover/login_ownership.h"
 
+// The ownership pass: Login Items and LaunchAgents taken over at the end of
+// a login pass, every change made through the startup-change engine.
 namespace holdenmere {
 namespace {
 

@@ -1,12 +1,14 @@
-// The startup-sources step's re-assert: held items that macOS switched back
-// on are switched off again, and apps held to be quit after login are quit
-// when loginwindow reopened them.
+#include "core/takeover/startup_sources_pass.h"
+
 #include <algorithm>
 
 #include "core/takeover/login_ownership.h"
 #include "core/support/log_text.h"
 #include "core/takeover/startup_switch.h"
 
+// The startup-sources step's re-assert: held items that macOS switched back
+// on are switched off again, and apps held to be quit after login are quit
+// when loginwindow reopened them.
 namespace holdenmere {
 namespace {
 

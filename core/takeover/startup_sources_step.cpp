@@ -7,6 +7,8 @@
 #include "core/takeover/startup_change_engine.h"
 #include "core/takeover/startup_safety.h"
 #include "core/takeover/startup_transaction.h"
+#include "core/takeover/login_ownership_pass.h"
+#include "core/takeover/startup_sources_pass.h"
 
 namespace holdenmere {
 namespace {

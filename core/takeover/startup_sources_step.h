@@ -13,6 +13,7 @@
 #include "core/launchd/launchctl_running.h"
 #include "core/support/clock.h"
 #include "core/takeover/login_ownership.h"
+#include "core/takeover/login_ownership_pass.h"
 
 namespace holdenmere {
 

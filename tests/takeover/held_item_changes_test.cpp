@@ -8,6 +8,7 @@
 #include <map>
 
 #include "core/takeover/login_ownership.h"
+#include "core/takeover/startup_sources_pass.h"
 #include "core/takeover/other_source_scans.h"
 #include "core/takeover/startup_actions.h"
 #include "core/takeover/startup_restorer.h"

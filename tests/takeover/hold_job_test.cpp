@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "core/takeover/login_ownership.h"
+#include "core/takeover/startup_sources_pass.h"
 #include "core/takeover/startup_actions.h"
 #include "tests/support/config_file.h"
 #include "tests/support/fake_launchctl_running.h"

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/takeover/login_ownership.h"
+#include "core/takeover/login_ownership_pass.h"
 #include "tests/support/config_file.h"
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_script_running.h"

@@ -23,6 +23,8 @@
 
 #include "core/discovery/reregistration_sweep.h"
 #include "core/takeover/login_ownership.h"
+#include "core/takeover/startup_sources_pass.h"
+#include "core/takeover/login_ownership_pass.h"
 #include "core/takeover/startup_restorer.h"
 #include "tests/support/config_file.h"
 #include "tests/support/fake_clock.h"
