@@ -11,7 +11,7 @@
 namespace holdenmere {
 
 // How one attempt to open an app ended.
-struct LaunchAttempt {
+struct [[nodiscard]] LaunchAttempt {
     enum class Result {
         opened,       // the app runs (and, when asked, was seen to stay hidden)
         unconfirmed,  // the app was opened, but its hidden state was not confirmed

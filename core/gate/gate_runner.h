@@ -15,7 +15,7 @@
 namespace holdenmere {
 
 // What one run of the login pass did.
-struct LaunchPlan {
+struct [[nodiscard]] LaunchPlan {
     // The pass reached its end with the network answering (or with the gate
     // switched off, so that nothing had to answer): exit status 0.
     bool completed = false;

@@ -31,7 +31,7 @@ struct ProbeAttemptDiagnostic {
 std::string_view rawValue(ProbeAttemptDiagnostic::Winner winner);
 
 // What one wait for the network found.
-struct ProbeResult {
+struct [[nodiscard]] ProbeResult {
     bool reachable = false;
     int attempts = 0;
     double elapsed = 0;  // from the start of the wait to its end

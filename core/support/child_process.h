@@ -31,7 +31,7 @@ struct ChildProcessRequest {
     bool combineOutput = false;
 };
 
-struct ChildProcessResult {
+struct [[nodiscard]] ChildProcessResult {
     enum class Ending {
         exited,         // `status` is the exit status
         signalled,      // `status` is the signal number

@@ -18,7 +18,7 @@ namespace holdenmere {
 
 // How a tool ended when its standard output and standard error were read
 // together.
-struct CommandOutcome {
+struct [[nodiscard]] CommandOutcome {
     using Ending = ChildProcessResult::Ending;
 
     Ending ending = Ending::couldNotStart;

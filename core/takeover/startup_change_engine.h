@@ -25,7 +25,7 @@ class AppQuitting;
 struct StartupSwitches;
 
 // How one change of startup state ended.
-struct StartupChangeOutcome {
+struct [[nodiscard]] StartupChangeOutcome {
     enum class Status {
         changed,      // made and confirmed
         unchanged,    // already as wanted: nothing run, nothing recorded

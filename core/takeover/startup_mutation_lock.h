@@ -14,7 +14,7 @@ public:
     // Owns the open descriptor of the lock file: while it exists and has not
     // been released, its holder owns the lock. Release may come from any
     // thread; destroying a lease releases it.
-    class Lease {
+    class [[nodiscard]] Lease {
     public:
         explicit Lease(int fd) : fd_(fd) {}
         Lease(Lease&& other) noexcept;

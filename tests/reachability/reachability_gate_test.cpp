@@ -65,7 +65,7 @@ TEST_F(ReachabilityGateTest, PacingIsClampedAndURLsFallBackToTheDefault) {
     settings.pollInterval = 600;
     settings.maxAttempts = 2;
     settings.probeURL = "plain words";
-    slowGate.waitForNetwork(settings);
+    EXPECT_FALSE(slowGate.waitForNetwork(settings).reachable);
     EXPECT_THAT(slowClock.waits(), ElementsAre(1.5, 60.0, 1.5, 60.0));
     EXPECT_EQ(slowProbe.asked()[0].url, GateSettings::kDefaultProbeURL);
 }

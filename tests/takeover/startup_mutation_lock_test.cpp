@@ -81,7 +81,7 @@ TEST(StartupMutationLock, SymbolicLinkAtTheLockPathIsRefused) {
     const auto config = folder / "config.json";
     std::filesystem::create_symlink(folder / "elsewhere", config.string() + ".startup-lock");
     try {
-        StartupMutationLock(config).acquire(false);
+        auto lease = StartupMutationLock(config).acquire(false);
         FAIL();
     } catch (const std::system_error& error) {
         EXPECT_EQ(error.code().value(), ELOOP);
@@ -94,7 +94,7 @@ TEST(StartupMutationLock, FolderThatCannotBeMadeIsAnError) {
     TemporaryDirectory folder;
     testing::writeFile(folder / "file", "x");
     try {
-        StartupMutationLock(folder / "file/config.json").acquire(true);
+        auto lease = StartupMutationLock(folder / "file/config.json").acquire(true);
         FAIL();
     } catch (const std::system_error& error) {
         EXPECT_EQ(error.code().value(), ENOTDIR);
