@@ -136,7 +136,7 @@ else
   signing=(--force --sign -)
 fi
 sign() {  # codesign options... path
-  codesign "${signing[@]}" "$@" || die "codesign failed on ${*: -1}"
+  codesign "${signing[@]}" "$@" || die "codesign failed on ${!#}"
 }
 # A bundle's main executable is signed with its bundle, not on its own.
 is_bundle_executable() {
