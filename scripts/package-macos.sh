@@ -172,9 +172,9 @@ notarize() {  # file to submit, file to staple
   local result status id
   result="$out/notarization-$(basename "$1").json"
   step "Notarizing $(basename "$1") (xcrun notarytool submit --wait)"
-  xcrun notarytool submit "$1" "${notary[@]}" --wait --timeout 45m --output-format json >"$result" ||
-    { cat "$result" >&2; die "notarytool could not submit $1"; }
-  status=$(plist_value status "$result") || status=unknown
+  # Its status says little: a submission that was refused also ends it.
+  xcrun notarytool submit "$1" "${notary[@]}" --wait --timeout 45m --output-format json >"$result" || true
+  status=$(plist_value status "$result") || { cat "$result" >&2; die "notarytool could not submit $1"; }
   if [ "$status" != Accepted ]; then
     id=$(plist_value id "$result") && xcrun notarytool log "$id" "${notary[@]}" >&2
     die "the notarization of $1 ended '$status' (the log above says why)"
@@ -225,7 +225,7 @@ leaks=0
 while IFS= read -r file; do
   while IFS= read -r path; do
     for prefix in "${homebrew[@]}"; do
-      case "$path" in "$prefix"*) echo "  ${file#"$mount"/}: $path" >&2; leaks=1 ;; esac
+      case "$path" in "$prefix"*) echo "  ${file#"$mount"/}: $path" >&2; leaks=1; break ;; esac
     done
   done < <(search_paths "$file")
 done < <(macho_files "$mount/Holdenmere.app")
