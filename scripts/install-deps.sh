@@ -5,6 +5,8 @@
 #   scripts/install-deps.sh [--fuzz] [--bench]
 #   (--fuzz adds clang for libFuzzer builds; --bench hyperfine, GNU time and
 #   procps for bench/whole_process.sh)
+# Where npm is installed, it also puts GitHub's workflow parser, for the check
+# of .github/workflows, into a cache outside the tree (scripts/check-workflows.sh).
 set -euo pipefail
 
 want_fuzz=0
@@ -16,6 +18,8 @@ for arg in "$@"; do
     *) echo "usage: $0 [--fuzz] [--bench]" >&2; exit 64 ;;
   esac
 done
+
+"$(dirname "$0")/check-workflows.sh" --install
 
 if [ "$(uname -s)" = Darwin ]; then
   formulae=(cmake ninja pkg-config libplist nlohmann-json curl googletest google-benchmark qt)

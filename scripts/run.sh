@@ -10,8 +10,15 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
+# A shallow clone or a source export has no commit count to number the build
+# with (CMakeLists.txt): build it unnumbered there, numbered everywhere else.
+build_number=-DHOLDENMERE_BUILD_NUMBER=
+if [ "$(git rev-parse --is-shallow-repository 2>/dev/null)" != false ] ||
+  [ "$(git rev-parse --show-toplevel 2>/dev/null)" != "$(pwd -P)" ]; then
+  build_number=-DHOLDENMERE_BUILD_NUMBER=dev
+fi
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DHOLDENMERE_TESTS=OFF -DHOLDENMERE_BENCH=OFF >/dev/null
+  -DHOLDENMERE_TESTS=OFF -DHOLDENMERE_BENCH=OFF "$build_number" >/dev/null
 cmake --build build/release --target holdenmere holdenmere_demo_probe_server holdenmere_demo_app >/dev/null
 holdenmere=build/release/Holdenmere.app/Contents/MacOS/holdenmere
 

@@ -15,7 +15,14 @@ for arg in "$@"; do
 done
 
 scripts/install-deps.sh
-cmake -S . -B "$build" -G Ninja "${options[@]}" >/dev/null
+# A shallow clone or a source export has no commit count to number the build
+# with (CMakeLists.txt): build it unnumbered there, numbered everywhere else.
+build_number=-DHOLDENMERE_BUILD_NUMBER=
+if [ "$(git rev-parse --is-shallow-repository 2>/dev/null)" != false ] ||
+  [ "$(git rev-parse --show-toplevel 2>/dev/null)" != "$(pwd -P)" ]; then
+  build_number=-DHOLDENMERE_BUILD_NUMBER=dev
+fi
+cmake -S . -B "$build" -G Ninja "${options[@]}" "$build_number" >/dev/null
 cmake --build "$build"
 cd "$build"
 ctest --output-on-failure --parallel 2 --timeout 300
