@@ -28,6 +28,13 @@ public:
     bool isDisabled(std::string_view label) override;
     std::optional<std::set<std::string>> disabledLabels() override;
     std::optional<std::map<std::string, bool>> disabledMarks() override;
+    // The service table and a job's own "print" are not simulated: launchd
+    // could not tell.
+    std::optional<std::vector<std::string>> serviceLabels() override { return std::nullopt; }
+    std::optional<std::string> print(std::string_view) override { return std::nullopt; }
+    LaunchctlOutput runCapturingOutput(const std::vector<std::string>& arguments) override {
+        return {run(arguments), {}};
+    }
 
 private:
     std::mutex mutex_;

@@ -41,21 +41,18 @@ public:
     // also when the tool fails.
     virtual bool isDisabled(std::string_view label) = 0;
     // The labels "print-disabled gui/{uid}" lists as disabled.
-    virtual std::optional<std::set<std::string>> disabledLabels() { return std::nullopt; }
+    virtual std::optional<std::set<std::string>> disabledLabels() = 0;
     // launchd's enabled/disabled marks ("print-disabled gui/{uid}"): label ->
     // disabled. A label marked enabled runs even when its plist says
     // "Disabled"; an unmarked one goes by its plist.
-    virtual std::optional<std::map<std::string, bool>> disabledMarks() { return std::nullopt; }
+    virtual std::optional<std::map<std::string, bool>> disabledMarks() = 0;
     // The output of "print {target}".
-    virtual std::optional<std::string> print(std::string_view /*target*/) { return std::nullopt; }
+    virtual std::optional<std::string> print(std::string_view target) = 0;
     // The labels of the domain's service table ("print gui/{uid}"), in order.
-    virtual std::optional<std::vector<std::string>> serviceLabels() { return std::nullopt; }
+    virtual std::optional<std::vector<std::string>> serviceLabels() = 0;
     // launchctl with these arguments, keeping what it printed (the login
-    // agent shows launchd's refusal). Without an implementation of its own
-    // this is `run` with nothing printed.
-    virtual LaunchctlOutput runCapturingOutput(const std::vector<std::string>& arguments) {
-        return LaunchctlOutput{run(arguments), {}};
-    }
+    // agent shows launchd's refusal).
+    virtual LaunchctlOutput runCapturingOutput(const std::vector<std::string>& arguments) = 0;
 };
 
 // Asks nothing and changes nothing: every command "fails" with -1, nothing
@@ -65,6 +62,11 @@ public:
     std::int32_t run(const std::vector<std::string>&) override { return -1; }
     bool isLoaded(std::string_view) override { return false; }
     bool isDisabled(std::string_view) override { return false; }
+    std::optional<std::set<std::string>> disabledLabels() override { return std::nullopt; }
+    std::optional<std::map<std::string, bool>> disabledMarks() override { return std::nullopt; }
+    std::optional<std::string> print(std::string_view) override { return std::nullopt; }
+    std::optional<std::vector<std::string>> serviceLabels() override { return std::nullopt; }
+    LaunchctlOutput runCapturingOutput(const std::vector<std::string>&) override { return {-1, {}}; }
 };
 
 }  // namespace holdenmere

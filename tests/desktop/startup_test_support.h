@@ -12,6 +12,7 @@
 #include "app/desktop/startup_items_model.h"
 #include "tests/desktop/desktop_test_support.h"
 #include "tests/support/app_bundles.h"
+#include "tests/support/fake_launchctl_running.h"
 
 // Startup items laid out in a temporary home for the desktop's Qt tests:
 // app bundles with their executables named, LaunchAgent plists in the
@@ -45,22 +46,15 @@ inline std::string writeAgent(const std::filesystem::path& home, const std::stri
 
 // launchd that calls `beforeChange` with the arguments of every command
 // that changes something, before passing it on to the fake.
-class WatchedLaunchctl final : public LaunchctlRunning {
+class WatchedLaunchctl final : public ForwardingLaunchctl {
 public:
-    explicit WatchedLaunchctl(FakeLaunchctlRunning& inner) : inner_(inner) {}
+    using ForwardingLaunchctl::ForwardingLaunchctl;
     std::function<void(const std::vector<std::string>&)> beforeChange;
 
     std::int32_t run(const std::vector<std::string>& arguments) override {
         if (beforeChange && !arguments.empty() && arguments[0] != "print") beforeChange(arguments);
-        return inner_.run(arguments);
+        return ForwardingLaunchctl::run(arguments);
     }
-    bool isLoaded(std::string_view label) override { return inner_.isLoaded(label); }
-    bool isDisabled(std::string_view label) override { return inner_.isDisabled(label); }
-    std::optional<std::set<std::string>> disabledLabels() override { return inner_.disabledLabels(); }
-    std::optional<std::map<std::string, bool>> disabledMarks() override { return inner_.disabledMarks(); }
-
-private:
-    FakeLaunchctlRunning& inner_;
 };
 
 // The fake services with launchd watched.

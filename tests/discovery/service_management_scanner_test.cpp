@@ -34,7 +34,10 @@ struct ScriptedLaunchctl final : LaunchctlRunning {
     std::int32_t run(const std::vector<std::string>&) override { return 0; }
     bool isLoaded(std::string_view) override { return false; }
     bool isDisabled(std::string_view) override { return false; }
+    std::optional<std::set<std::string>> disabledLabels() override { return std::nullopt; }
     std::optional<std::map<std::string, bool>> disabledMarks() override { return marks; }
+    std::optional<std::vector<std::string>> serviceLabels() override { return std::nullopt; }
+    LaunchctlOutput runCapturingOutput(const std::vector<std::string>&) override { return {0, {}}; }
     std::optional<std::string> print(std::string_view target) override {
         asked.emplace_back(target);
         auto output = printed.find(std::string(target));

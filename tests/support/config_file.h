@@ -13,6 +13,7 @@
 #include "core/config/config_store.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/takeover/startup_transaction.h"
+#include "tests/support/fake_launchctl_running.h"
 
 namespace holdenmere::testing {
 
@@ -84,12 +85,12 @@ inline bool holdsItem(const HoldenmereConfig& config, const std::string& handle)
 // entry (a take-over agent, a held helper or a held item) is in the saved
 // configuration (`saved`, the configuration as stored now: in memory, or
 // read from disk). Everything else goes to `inner`.
-class CheckedLaunchctl final : public LaunchctlRunning {
+class CheckedLaunchctl final : public ForwardingLaunchctl {
 public:
     CheckedLaunchctl(LaunchctlRunning& inner, const ConfigFile& file)
         : CheckedLaunchctl(inner, [&file] { return file.stored; }) {}
     CheckedLaunchctl(LaunchctlRunning& inner, std::function<HoldenmereConfig()> saved)
-        : inner_(inner), saved_(std::move(saved)) {}
+        : ForwardingLaunchctl(inner), saved_(std::move(saved)) {}
     std::int32_t run(const std::vector<std::string>& arguments) override {
         if (arguments.size() == 2 && arguments[0] == "disable") {
             const std::string label = arguments[1].substr(arguments[1].rfind('/') + 1);
@@ -97,17 +98,10 @@ public:
             EXPECT_TRUE(recordsAgent(stored, label) || holdsHelper(stored, label) || holdsItem(stored, label))
                 << label << " disabled before it was recorded";
         }
-        return inner_.run(arguments);
+        return ForwardingLaunchctl::run(arguments);
     }
-    bool isLoaded(std::string_view label) override { return inner_.isLoaded(label); }
-    bool isDisabled(std::string_view label) override { return inner_.isDisabled(label); }
-    std::optional<std::set<std::string>> disabledLabels() override { return inner_.disabledLabels(); }
-    std::optional<std::map<std::string, bool>> disabledMarks() override { return inner_.disabledMarks(); }
-    std::optional<std::string> print(std::string_view target) override { return inner_.print(target); }
-    std::optional<std::vector<std::string>> serviceLabels() override { return inner_.serviceLabels(); }
 
 private:
-    LaunchctlRunning& inner_;
     std::function<HoldenmereConfig()> saved_;
 };
 

@@ -82,10 +82,40 @@ public:
         calls_.push_back({"print", launchdDomain()});
         return services;
     }
+    // A job's own "print" is not simulated: launchd could not tell.
+    std::optional<std::string> print(std::string_view target) override {
+        std::lock_guard lock(mutex_);
+        calls_.push_back({"print", std::string(target)});
+        return std::nullopt;
+    }
+    LaunchctlOutput runCapturingOutput(const std::vector<std::string>& arguments) override {
+        return {run(arguments), {}};
+    }
 
 private:
     mutable std::mutex mutex_;
     std::vector<std::vector<std::string>> calls_;
+};
+
+// Passes every question and change on to another launchd; a test double
+// overrides the calls it watches. What a change printed is not kept.
+class ForwardingLaunchctl : public LaunchctlRunning {
+public:
+    explicit ForwardingLaunchctl(LaunchctlRunning& inner) : inner_(inner) {}
+
+    std::int32_t run(const std::vector<std::string>& arguments) override { return inner_.run(arguments); }
+    bool isLoaded(std::string_view label) override { return inner_.isLoaded(label); }
+    bool isDisabled(std::string_view label) override { return inner_.isDisabled(label); }
+    std::optional<std::set<std::string>> disabledLabels() override { return inner_.disabledLabels(); }
+    std::optional<std::map<std::string, bool>> disabledMarks() override { return inner_.disabledMarks(); }
+    std::optional<std::string> print(std::string_view target) override { return inner_.print(target); }
+    std::optional<std::vector<std::string>> serviceLabels() override { return inner_.serviceLabels(); }
+    LaunchctlOutput runCapturingOutput(const std::vector<std::string>& arguments) override {
+        return {run(arguments), {}};
+    }
+
+private:
+    LaunchctlRunning& inner_;
 };
 
 }  // namespace holdenmere::testing

@@ -20,17 +20,19 @@ using Calls = std::vector<std::vector<std::string>>;
 using testing::TemporaryDirectory;
 
 // launchd in memory, with a look around before each change.
-class ObservedLaunchctl final : public LaunchctlRunning {
-public:
+struct InMemoryLaunchd {
     testing::FakeLaunchctlRunning launchd;
+};
+class ObservedLaunchctl final : private InMemoryLaunchd, public testing::ForwardingLaunchctl {
+public:
+    using InMemoryLaunchd::launchd;
     std::function<void()> beforeChange;
 
+    ObservedLaunchctl() : ForwardingLaunchctl(launchd) {}
     std::int32_t run(const std::vector<std::string>& arguments) override {
         if (beforeChange) beforeChange();
-        return launchd.run(arguments);
+        return ForwardingLaunchctl::run(arguments);
     }
-    bool isLoaded(std::string_view label) override { return launchd.isLoaded(label); }
-    bool isDisabled(std::string_view label) override { return launchd.isDisabled(label); }
 };
 
 class LoginAgentSwitchTest : public ::testing::Test {
