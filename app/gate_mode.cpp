@@ -153,8 +153,8 @@ private:
 };
 
 // A line of the pass: errors to standard error, the rest to standard output.
-void printLine(std::ostream& out, std::ostream& err, const std::string& line) {
-    (line.starts_with("ERROR:") ? err : out) << kTag << line << '\n';
+void printLine(std::ostream& out, std::ostream& err, const LogLine& line) {
+    (line.severity == LogLine::Severity::error ? err : out) << kTag << line.text << '\n';
 }
 
 // Managed apps that macOS also starts from a Login Item and that this pass

@@ -24,12 +24,12 @@ double StartupSourcesStep::budget(const HoldenmereConfig& config) {
     return kStepBase + kStepPerItem * static_cast<double>(items);
 }
 
-void StartupSourcesStep::add(std::string line) {
+void StartupSourcesStep::add(LogLine line) {
     std::lock_guard lock(mutex_);
     lines_.push_back(std::move(line));
 }
 
-std::pair<std::vector<std::string>, std::vector<LaunchRecord>> StartupSourcesStep::take() {
+std::pair<std::vector<LogLine>, std::vector<LaunchRecord>> StartupSourcesStep::take() {
     std::lock_guard lock(mutex_);
     return {std::move(lines_), std::move(records_)};
 }
@@ -41,7 +41,7 @@ void StartupSourcesStep::run(const Tools& tools, const Inputs& inputs) {
         // Out of time while another holder kept the lock: the pass says so
         // once the step's deadline has passed.
         if (failure->kind != StartupTransaction::Failure::Kind::outOfTime) {
-            add("ERROR: " + failure->text(inputs.store.url) + ". Nothing changed.");
+            add(LogLine::error(failure->text(inputs.store.url) + ". Nothing changed."));
         }
         if (failure->kind == StartupTransaction::Failure::Kind::configUnreadable) {
             LoginOwnership::StartupSourcesTally tally;

@@ -12,6 +12,7 @@
 #include "core/discovery/script_running.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/support/clock.h"
+#include "core/support/log_text.h"
 #include "core/takeover/login_ownership.h"
 #include "core/takeover/login_ownership_pass.h"
 
@@ -52,21 +53,22 @@ public:
     // app and blocked app it may have to act on.
     static double budget(const HoldenmereConfig& config);
 
-    // Runs the step; its lines (without the tag; "ERROR: " ones for standard
-    // error) and records are added as it goes, and `done` is raised at the end.
+    // Runs the step; its lines (without the tag) and records are added as it
+    // goes, and `done` is raised at the end.
     void run(const Tools& tools, const Inputs& inputs);
 
     Signal done;
     Signal cancel;
 
     // The lines and records so far, taken away.
-    std::pair<std::vector<std::string>, std::vector<LaunchRecord>> take();
+    std::pair<std::vector<LogLine>, std::vector<LaunchRecord>> take();
 
 private:
-    void add(std::string line);
+    void add(std::string line) { add(LogLine::report(std::move(line))); }
+    void add(LogLine line);
 
     std::mutex mutex_;
-    std::vector<std::string> lines_;
+    std::vector<LogLine> lines_;
     std::vector<LaunchRecord> records_;
 };
 
