@@ -29,13 +29,9 @@ const Record* recordWithIdentifier(const BackgroundItemDump& dump, const std::op
 // The job a record names; nothing when it is not a regular plist of a
 // sensible size (the reader refuses pipes and huge files without waiting).
 std::optional<plist::Value> readPlist(const std::string& path) {
-    try {
-        auto value = plist::readFile(path);
-        if (value.dictionary() == nullptr) return std::nullopt;
-        return value;
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
+    auto value = plist::tryReadFile(path);
+    if (!value || value->dictionary() == nullptr) return std::nullopt;
+    return std::move(value).value();
 }
 
 // One record read against its parent and the files on disk.

@@ -191,11 +191,12 @@ std::vector<LaunchAgentScanner::Agent> LaunchAgentScanner::readTopLevelAgents(
             // anything else that is not a regular plist of sensible size (a
             // pipe, an enormous file) is refused by the reader as unreadable.
             if (fs::status(file, error).type() == fs::file_type::directory) continue;
-            try {
-                if (auto agent = agentFrom(plist::readFile(file), file)) agents.push_back(std::move(*agent));
-            } catch (const std::exception&) {
+            const auto job = plist::tryReadFile(file);
+            if (!job) {
                 incomplete.push_back(unreadable(file));
                 if (unreadableFiles != nullptr) unreadableFiles->push_back(file);
+            } else if (auto agent = agentFrom(*job, file)) {
+                agents.push_back(std::move(*agent));
             }
         }
     }

@@ -128,13 +128,9 @@ std::optional<std::string> StartupDiscovery::launchdOnlyReason(const plist::Valu
 }
 
 std::optional<std::string> StartupDiscovery::launchdOnlyReason(const std::filesystem::path& plistPath) {
-    try {
-        auto job = plist::readFile(plistPath);
-        if (job.dictionary() == nullptr) return std::string(kCannotTell);
-        return launchdOnlyReason(job);
-    } catch (const std::exception&) {
-        return std::string(kCannotTell);
-    }
+    const auto job = plist::tryReadFile(plistPath);
+    if (!job || job->dictionary() == nullptr) return std::string(kCannotTell);
+    return launchdOnlyReason(*job);
 }
 
 bool StartupDiscovery::launchesOwnApp(std::optional<std::string_view> programPath, const plist::Value* launchdJob) {

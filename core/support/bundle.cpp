@@ -22,13 +22,9 @@ std::optional<Bundle> Bundle::main() {
 }
 
 std::optional<plist::Value> Bundle::infoDictionary() const {
-    try {
-        auto value = plist::readFile(infoPlistPath());
-        if (value.dictionary() == nullptr) return std::nullopt;
-        return value;
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
+    auto value = plist::tryReadFile(infoPlistPath());
+    if (!value || value->dictionary() == nullptr) return std::nullopt;
+    return std::move(value).value();
 }
 
 }  // namespace holdenmere

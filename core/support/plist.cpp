@@ -300,6 +300,16 @@ Value readFile(const std::filesystem::path& path) {
     }
 }
 
+Result<Value> tryReadFile(const std::filesystem::path& path) {
+    try {
+        return readFile(path);
+    } catch (const files::ReadError& error) {
+        return Failure{error.what()};
+    } catch (const ParseError& error) {
+        return Failure{error.what()};
+    }
+}
+
 std::string toXml(const Value& value) {
     std::unique_ptr<void, NodeDeleter> root(node(value, 0));
     char* xml = nullptr;

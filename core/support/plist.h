@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/support/date.h"
+#include "core/support/result.h"
 
 // Property lists (XML or binary) read into plain values, so that the code
 // that interprets an Info.plist or a LaunchAgent never touches the parser.
@@ -64,6 +65,9 @@ Value parse(std::string_view bytes);
 
 // Reads (files::read) and parses a file; throws files::ReadError or ParseError.
 Value readFile(const std::filesystem::path& path);
+// The same, with what stood in the way as a failure: for the readers that
+// carry on without the file and say what they could not read.
+Result<Value> tryReadFile(const std::filesystem::path& path);
 
 // The value as an XML property list with the standard prologue and DOCTYPE,
 // dictionaries keeping their key order. Strings are written up to their first

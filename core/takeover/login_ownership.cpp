@@ -176,11 +176,8 @@ std::vector<std::string> LoginOwnership::droppedArguments(const plist::Value& ag
 }
 
 std::vector<std::string> LoginOwnership::droppedArguments(const std::filesystem::path& agentPlistPath) {
-    try {
-        return droppedArguments(plist::readFile(agentPlistPath));
-    } catch (const std::exception&) {
-        return {};
-    }
+    const auto agentPlist = plist::tryReadFile(agentPlistPath);
+    return agentPlist ? droppedArguments(*agentPlist) : std::vector<std::string>{};
 }
 
 StartupSafety::Candidate LoginOwnership::agentCandidate(const ManagedApp& app, const std::string& label,

@@ -23,14 +23,13 @@ bool jobRuns(const std::string& label, const std::optional<std::string>& plistPa
     auto mark = marks.find(label);
     if (mark != marks.end() && mark->second) return false;
     if (!plistPath || plistPath->empty()) return true;
-    try {
-        auto agent = LaunchAgentScanner::agentFrom(plist::readFile(*plistPath), *plistPath);
-        if (!agent) return true;
-        agent->label = label;
-        return LaunchAgentScanner::runsInSession(*agent, marks);
-    } catch (const std::exception&) {
-        return true;
-    }
+    // A plist that cannot be read cannot show the job is off: it may run.
+    const auto job = plist::tryReadFile(*plistPath);
+    if (!job) return true;
+    auto agent = LaunchAgentScanner::agentFrom(*job, *plistPath);
+    if (!agent) return true;
+    agent->label = label;
+    return LaunchAgentScanner::runsInSession(*agent, marks);
 }
 
 }  // namespace
