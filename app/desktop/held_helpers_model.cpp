@@ -7,6 +7,7 @@
 #include <set>
 
 #include "app/desktop/startup_work.h"
+#include "core/discovery/startup_discovery.h"
 #include "core/launchd/helper_delay.h"
 #include "core/takeover/startup_actions.h"
 
@@ -14,18 +15,6 @@ namespace holdenmere::desktop {
 namespace {
 
 QString text(const std::string& value) { return QString::fromStdString(value); }
-
-// A helper's own name: the innermost app bundle on its program's path that
-// is not the app itself, else the program's file name.
-std::string helperName(const std::string& program, const std::string& appName) {
-    const std::filesystem::path path(program);
-    std::string name = path.filename().string();
-    for (const auto& component : path) {
-        const std::string part = component.string();
-        if (part.ends_with(".app") && part != appName + ".app") name = part.substr(0, part.size() - 4);
-    }
-    return name;
-}
 
 }  // namespace
 
@@ -111,7 +100,7 @@ void HeldHelpersModel::derive() {
         row.plistPath = helper.plistPath;
         row.appBundleIdentifier = helper.appBundleIdentifier;
         row.appName = helper.appName;
-        row.name = record ? record->name : helperName(helper.program, helper.appName);
+        row.name = record ? record->name : StartupDiscovery::helperName(helper.program, helper.appName + ".app");
         row.mode = record ? modeOf(record->mode) : HelperRow::Mode::notHeld;
         row.disabledInLaunchd = helper.isDisabled;
         rows_.push_back(std::move(row));

@@ -48,16 +48,6 @@ std::string mainExecutablePath(std::string_view appPath, std::string_view execut
     return StartupDiscovery::standardizedPath(std::string(appPath) + "/Contents/MacOS/" + std::string(executable));
 }
 
-// The helper's name for the reason: the innermost ".app" component that is
-// not the outer app itself, less its extension; else the executable's name.
-std::string helperName(std::string_view program, std::string_view outerAppFileName) {
-    auto parts = components(program);
-    for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
-        if (it->ends_with(".app") && *it != outerAppFileName) return std::string(it->substr(0, it->size() - 4));
-    }
-    return parts.empty() ? std::string(program) : std::string(parts.back());
-}
-
 }  // namespace
 
 std::optional<std::string> StartupDiscovery::outermostAppPath(std::string_view path) {
@@ -127,6 +117,14 @@ std::optional<std::string> StartupDiscovery::launchdOnlyReason(const plist::Valu
     return std::nullopt;
 }
 
+std::string StartupDiscovery::helperName(std::string_view program, std::string_view outerAppFileName) {
+    auto parts = components(program);
+    for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
+        if (it->ends_with(".app") && *it != outerAppFileName) return std::string(it->substr(0, it->size() - 4));
+    }
+    return parts.empty() ? std::string(program) : std::string(parts.back());
+}
+
 std::optional<std::string> StartupDiscovery::launchdOnlyReason(const std::filesystem::path& plistPath) {
     const auto job = plist::tryReadFile(plistPath);
     if (!job || job->dictionary() == nullptr) return std::string(kCannotTell);
@@ -178,7 +176,7 @@ std::optional<std::string> StartupDiscovery::ineligibleReason(std::optional<std:
         return std::string(kPrefix) + std::string(*cadence) + " updater inside " + appName +
                ", not an app Holdenmere starts";
     }
-    return std::string(kPrefix) + "runs " + helperName(*program, fileName(*app)) + ", a helper inside " + appName +
+    return std::string(kPrefix) + "runs " + StartupDiscovery::helperName(*program, fileName(*app)) + ", a helper inside " + appName +
            ", not the app itself";
 }
 

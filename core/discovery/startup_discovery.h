@@ -39,6 +39,10 @@ struct StartupDiscovery {
     // The path with "." and ".." components, duplicate and trailing slashes
     // removed; the file system is not consulted.
     static std::string standardizedPath(std::string_view path);
+    // A helper's name: the innermost ".app" component of its program that is
+    // not the outer app itself ("Foo.app"), less its extension; else the
+    // executable's name.
+    static std::string helperName(std::string_view program, std::string_view outerAppFileName);
 
     // A value that switches a launchd key on: a non-empty dictionary, array or
     // string, or true. Numbers, dates, data, false, empty values and a missing
