@@ -274,7 +274,8 @@ TEST_F(GiveBackDuringPass, AnUnconfirmedSwitchOffIsSettledByTheGiveBack) {
     auto pass = e2e.run({"--gate"});
     ASSERT_EQ(pass.status, 0) << pass.output << pass.error;
     EXPECT_THAT(pass.output, HasSubstr(std::string(StartupChangeEngine::kDisabledListUnconfirmed)));
-    const TakeoverRecord* record = saved().takeover(mail);
+    const HoldenmereConfig afterPass = saved();
+    const TakeoverRecord* record = afterPass.takeover(mail);
     ASSERT_NE(record, nullptr) << pass.output;
     ASSERT_EQ(record->agents.size(), 1u);
     EXPECT_TRUE(record->agents[0].unconfirmed);
