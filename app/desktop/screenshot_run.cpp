@@ -47,26 +47,25 @@ bool scansDone(DesktopContext& context) {
            !context.helpers.isBusy();
 }
 
-}  // namespace
-
-int runScreenshots(DesktopContext& context, const std::string& folder, std::ostream& err) {
-    QApplication::setQuitOnLastWindowClosed(false);
-    const QDir dir(QString::fromStdString(folder));
-    if (!QDir().mkpath(dir.absolutePath())) {
-        err << "Holdenmere: cannot create " << folder << '\n';
-        return 1;
-    }
+// Saves each window as "{name}.png" in the folder, counting what could not
+// be saved.
+struct Shots {
+    const QDir& dir;
+    std::ostream& err;
     int failures = 0;
-    auto save = [&](QWidget& widget, const QString& name) {
+
+    void save(QWidget& widget, const QString& name) {
         settle();
         const QString path = dir.filePath(name + QStringLiteral(".png"));
         if (!widget.grab().save(path)) {
             err << "Holdenmere: cannot save " << path.toStdString() << '\n';
             ++failures;
         }
-    };
+    }
+};
 
-    MainWindow window(context);
+// Every page of the main window, each once what it shows has been read.
+void takeWindowPages(MainWindow& window, DesktopContext& context, Shots& shots) {
     window.resize(kWindowSize);
     window.show();
     window.addAppsPage()->ensureScanned();
@@ -88,20 +87,22 @@ int runScreenshots(DesktopContext& context, const std::string& folder, std::ostr
         window.showPageAt(index);
         settle();
         waitUntil([&] { return scansDone(context); });
-        save(window, slug(window.pageTitle(index)));
+        shots.save(window, slug(window.pageTitle(index)));
     }
     window.hide();
+}
 
-    // The consent sheet of the Startup Items page, as it asks.
-    {
-        StartupConsentDialog sheet(context.startupItems.items(), {"com.example.vaultguard"});
-        sheet.resize(kWelcomeSize);
-        sheet.show();
-        save(sheet, QStringLiteral("startup-consent"));
-        sheet.hide();
-    }
+// The consent sheet of the Startup Items page, as it asks.
+void takeConsentSheet(DesktopContext& context, Shots& shots) {
+    StartupConsentDialog sheet(context.startupItems.items(), {"com.example.vaultguard"});
+    sheet.resize(kWelcomeSize);
+    sheet.show();
+    shots.save(sheet, QStringLiteral("startup-consent"));
+    sheet.hide();
+}
 
-    // The welcome, on its own preferences' behalf: nothing is finished or saved.
+// The welcome, on its own preferences' behalf: nothing is finished or saved.
+void takeWelcome(DesktopContext& context, Shots& shots) {
     OnboardingFlow flow(context.addApps, context.preferences);
     flow.setLoginAgent(&context.settings);
     flow.setStartupItems(&context.startupItems);
@@ -111,18 +112,34 @@ int runScreenshots(DesktopContext& context, const std::string& folder, std::ostr
     welcome.setStepPage(OnboardingFlow::Step::startupConsent, consentPage);
     welcome.resize(kWelcomeSize);
     welcome.show();
-    save(welcome, QStringLiteral("welcome"));
+    shots.save(welcome, QStringLiteral("welcome"));
     flow.next();
     QListWidget* list = welcome.suggestionList();
     for (int row = 0; row < list->count() && row < 2; ++row) list->item(row)->setCheckState(Qt::Checked);
-    save(welcome, QStringLiteral("welcome-apps"));
+    shots.save(welcome, QStringLiteral("welcome-apps"));
     flow.next();
-    save(welcome, QStringLiteral("welcome-start-at-login"));
+    shots.save(welcome, QStringLiteral("welcome-start-at-login"));
     flow.next();
     consentPage->grantButton()->setChecked(true);
-    save(welcome, QStringLiteral("welcome-startup-consent"));
+    shots.save(welcome, QStringLiteral("welcome-startup-consent"));
     welcome.hide();
-    return failures == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int runScreenshots(DesktopContext& context, const std::string& folder, std::ostream& err) {
+    QApplication::setQuitOnLastWindowClosed(false);
+    const QDir dir(QString::fromStdString(folder));
+    if (!QDir().mkpath(dir.absolutePath())) {
+        err << "Holdenmere: cannot create " << folder << '\n';
+        return 1;
+    }
+    Shots shots{dir, err};
+    MainWindow window(context);
+    takeWindowPages(window, context, shots);
+    takeConsentSheet(context, shots);
+    takeWelcome(context, shots);
+    return shots.failures == 0 ? 0 : 1;
 }
 
 }  // namespace holdenmere::desktop

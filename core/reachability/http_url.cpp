@@ -61,6 +61,69 @@ bool isIPv6Literal(std::string_view literal) {
     return name.size() > 3 && name.starts_with("%25");
 }
 
+// scheme = ALPHA *( ALPHA / DIGIT / "+" / "-" / "." ), then "://": the
+// scheme in lower case, and `rest` set to what follows.
+bool readScheme(std::string_view text, HTTPURL& url, std::string_view& rest) {
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos || colon == 0 || !isAsciiLetter(text.front())) return false;
+    for (char c : text.substr(0, colon)) {
+        if (!(isAsciiLetter(c) || isAsciiDigit(c) || c == '+' || c == '-' || c == '.')) return false;
+        url.scheme.push_back(asciiLower(c));
+    }
+    rest = text.substr(colon + 1);
+    if (!rest.starts_with("//")) return false;
+    rest.remove_prefix(2);
+    return true;
+}
+
+// The host of the authority (without its user info): a bracketed IPv6
+// literal or a registered name, and `port` set to the digits after it.
+bool readHost(std::string_view authority, HTTPURL& url, std::string_view& port) {
+    if (authority.starts_with("[")) {
+        const std::size_t close = authority.find(']');
+        if (close == std::string_view::npos) return false;
+        const std::string_view literal = authority.substr(1, close - 1);
+        if (!isIPv6Literal(literal)) return false;
+        url.host = std::string(literal);
+        url.hostIsIPv6 = true;
+        const std::string_view after = authority.substr(close + 1);
+        if (!after.empty()) {
+            if (after.front() != ':') return false;
+            port = after.substr(1);
+            url.portGiven = true;
+        }
+        return true;
+    }
+    const std::size_t portColon = authority.find(':');
+    const std::string_view host = authority.substr(0, portColon);
+    if (host.empty() || !isRegisteredName(host, url.hostIsASCII)) return false;
+    url.host = std::string(host);
+    if (portColon != std::string_view::npos) {
+        port = authority.substr(portColon + 1);
+        url.portGiven = true;
+    }
+    return true;
+}
+
+// The port as written, or the scheme's own when none is.
+bool readPort(std::string_view port, HTTPURL& url) {
+    if (port.empty()) {
+        // "http://host:/" names no port: the scheme's own.
+        url.portGiven = false;
+        url.port = url.scheme == "https" ? 443 : url.scheme == "http" ? 80 : 0;
+        return true;
+    }
+    if (port.size() > 5) return false;
+    int value = 0;
+    for (char c : port) {
+        if (!isAsciiDigit(c)) return false;
+        value = value * 10 + (c - '0');
+    }
+    if (value > 65535) return false;
+    url.port = value;
+    return true;
+}
+
 }  // namespace
 
 std::optional<HTTPURL> HTTPURL::parse(std::string_view text) {
@@ -69,66 +132,19 @@ std::optional<HTTPURL> HTTPURL::parse(std::string_view text) {
     }
     if (!escapesAreWhole(text)) return std::nullopt;
 
-    // scheme = ALPHA *( ALPHA / DIGIT / "+" / "-" / "." ), then "://"
-    const std::size_t colon = text.find(':');
-    if (colon == std::string_view::npos || colon == 0 || !isAsciiLetter(text.front())) return std::nullopt;
     HTTPURL url;
-    for (char c : text.substr(0, colon)) {
-        if (!(isAsciiLetter(c) || isAsciiDigit(c) || c == '+' || c == '-' || c == '.')) return std::nullopt;
-        url.scheme.push_back(asciiLower(c));
-    }
-    std::string_view rest = text.substr(colon + 1);
-    if (!rest.starts_with("//")) return std::nullopt;
-    rest.remove_prefix(2);
+    std::string_view rest;
+    if (!readScheme(text, url, rest)) return std::nullopt;
 
     const std::size_t authorityEnd = rest.find_first_of("/?#");
     std::string_view authority = rest.substr(0, authorityEnd);
     std::string_view tail = authorityEnd == std::string_view::npos ? std::string_view() : rest.substr(authorityEnd);
-
     if (const std::size_t at = authority.rfind('@'); at != std::string_view::npos) {
         url.hasUserInfo = true;
         authority.remove_prefix(at + 1);
     }
-
     std::string_view port;
-    if (authority.starts_with("[")) {
-        const std::size_t close = authority.find(']');
-        if (close == std::string_view::npos) return std::nullopt;
-        const std::string_view literal = authority.substr(1, close - 1);
-        if (!isIPv6Literal(literal)) return std::nullopt;
-        url.host = std::string(literal);
-        url.hostIsIPv6 = true;
-        const std::string_view after = authority.substr(close + 1);
-        if (!after.empty()) {
-            if (after.front() != ':') return std::nullopt;
-            port = after.substr(1);
-            url.portGiven = true;
-        }
-    } else {
-        const std::size_t portColon = authority.find(':');
-        const std::string_view host = authority.substr(0, portColon);
-        if (host.empty() || !isRegisteredName(host, url.hostIsASCII)) return std::nullopt;
-        url.host = std::string(host);
-        if (portColon != std::string_view::npos) {
-            port = authority.substr(portColon + 1);
-            url.portGiven = true;
-        }
-    }
-
-    if (!port.empty()) {
-        if (port.size() > 5) return std::nullopt;
-        int value = 0;
-        for (char c : port) {
-            if (!isAsciiDigit(c)) return std::nullopt;
-            value = value * 10 + (c - '0');
-        }
-        if (value > 65535) return std::nullopt;
-        url.port = value;
-    } else {
-        // "http://host:/" names no port: the scheme's own.
-        url.portGiven = false;
-        url.port = url.scheme == "https" ? 443 : url.scheme == "http" ? 80 : 0;
-    }
+    if (!readHost(authority, url, port) || !readPort(port, url)) return std::nullopt;
 
     tail = tail.substr(0, tail.find('#'));
     url.target = tail.empty() || tail.front() == '?' ? "/" + std::string(tail) : std::string(tail);

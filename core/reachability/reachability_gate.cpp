@@ -24,6 +24,15 @@ struct AttemptReport {
     double duration = 0;
 };
 
+// The attempt's count, duration and diagnostic in the result, and its
+// failure as the last one.
+void noteAttempt(ProbeResult& result, int attempt, const AttemptReport& report) {
+    result.attempts = attempt;
+    result.attemptDurations.push_back(report.duration);
+    result.attemptDiagnostics.push_back(report.diagnostic);
+    if (!report.outcome.isReachable) result.lastFailure = report.outcome.failureText;
+}
+
 // What the network-change announcements leave for the gate: a signal per
 // attempt, raised by any announcement after that attempt started. Each
 // attempt gets a fresh one, so the announcements of a burst count once: they
@@ -148,10 +157,7 @@ ProbeResult ReachabilityGate::waitForNetwork(const GateSettings& settings, const
         const auto changed = changes->restart();
         const double attemptStart = clock_.uptime();
         const AttemptReport report = attemptOnce(probe_, clock_, url, cap);
-        result.attempts = attempt;
-        result.attemptDurations.push_back(report.duration);
-        result.attemptDiagnostics.push_back(report.diagnostic);
-        if (!report.outcome.isReachable) result.lastFailure = report.outcome.failureText;
+        noteAttempt(result, attempt, report);
         if (onAttempt) onAttempt(attempt, report.outcome);
         if (report.outcome.isReachable) {
             result.reachable = true;

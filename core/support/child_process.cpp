@@ -98,6 +98,106 @@ int reap(pid_t pid) {
     }
 }
 
+// Starts the tool with its output and error going to the pipes' write ends:
+// in a process group of its own (so a time-out kills the tool's children
+// too), default signal dispositions and an empty mask whatever this process
+// set up. The spawn's error number, or 0 with `pid` set.
+int spawnTool(const ChildProcessRequest& request, const Pipe& output, const Pipe& error, pid_t& pid) {
+    SpawnSetup setup;
+    setup.nullDevice(STDIN_FILENO)
+        .descriptor(output.writeEnd(), STDOUT_FILENO)
+        .descriptor(request.combineOutput ? output.writeEnd() : error.writeEnd(), STDERR_FILENO)
+        .onlyNamedDescriptors()
+        .ownProcessGroup()
+        .defaultSignals({SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD});
+
+    std::vector<std::string> argv{request.executable.string()};
+    argv.insert(argv.end(), request.arguments.begin(), request.arguments.end());
+    const std::vector<std::string> environment = request.environment ? *request.environment : environmentWith({});
+    int spawned = 0;
+    pid = setup.spawn(argv, &environment, spawned);
+    return spawned;
+}
+
+// Only the child holds the write ends now, and reading never blocks.
+void keepReadEnds(Pipe& output, Pipe& error) {
+    output.closeWrite();
+    error.closeWrite();
+    for (int fd : {output.readEnd(), error.readEnd()}) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
+
+enum class Watched { ended, timedOut, pollFailed };
+
+// Drains both streams until the child ends or the deadline passes; what is
+// left in the pipes of a child that ended is read too.
+Watched watchUntilEnded(pid_t pid, std::array<Stream, 2>& streams, Clock::time_point deadline) {
+    bool timedOut = false;
+    bool ended = false;
+    std::chrono::microseconds idle{50};
+
+    while (!ended && !timedOut) {
+        std::array<pollfd, 2> watched{};
+        nfds_t count = 0;
+        for (auto& stream : streams) {
+            if (stream.open) watched[count++] = pollfd{stream.pipe->readEnd(), POLLIN, 0};
+        }
+        auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (remaining.count() <= 0) {
+            timedOut = true;
+            break;
+        }
+        if (count == 0) {
+            // Both pipes are closed: the tool is exiting (usually within
+            // microseconds), or lives on without them. Look again soon, then
+            // less and less often.
+            std::this_thread::sleep_for(std::min<std::chrono::microseconds>(idle, remaining));
+            idle = std::min<std::chrono::microseconds>(idle * 2, std::chrono::milliseconds(5));
+            ended = hasEnded(pid);
+            continue;
+        }
+        // Wake up now and then: a tool that exits while a child of its own
+        // keeps the pipes open must not hold us until the time limit.
+        int slice = static_cast<int>(std::min<long long>(remaining.count(), 50));
+        int ready = ::poll(watched.data(), count, slice);
+        if (ready < 0 && errno != EINTR) break;
+        for (auto& stream : streams) {
+            if (stream.open) stream.open = drain(stream);
+        }
+        ended = hasEnded(pid);
+    }
+    if (ended) {
+        for (auto& stream : streams) {
+            if (stream.open) drain(stream);
+        }
+    }
+    return timedOut ? Watched::timedOut : ended ? Watched::ended : Watched::pollFailed;
+}
+
+// Whatever is left of the group (a timed-out tool, or children a tool
+// left behind) goes before the leader is reaped, while its id is still ours.
+// The leader's wait status, or -1.
+int killGroupAndReap(pid_t pid, bool timedOut) {
+    ::kill(-pid, SIGKILL);
+    if (timedOut) ::kill(pid, SIGKILL);
+    return reap(pid);
+}
+
+// How the tool ended, from its wait status.
+void noteEnding(const ChildProcessRequest& request, bool timedOut, int status, ChildProcessResult& result) {
+    if (timedOut) {
+        result.ending = ChildProcessResult::Ending::timedOut;
+    } else if (status >= 0 && WIFEXITED(status)) {
+        result.ending = ChildProcessResult::Ending::exited;
+        result.status = WEXITSTATUS(status);
+    } else if (status >= 0 && WIFSIGNALED(status)) {
+        result.ending = ChildProcessResult::Ending::signalled;
+        result.status = WTERMSIG(status);
+    } else {
+        result.ending = ChildProcessResult::Ending::couldNotStart;
+        result.startError = "could not wait for " + request.executable.string();
+    }
+}
+
 }  // namespace
 
 std::string ChildProcessResult::describe(std::chrono::milliseconds timeout) const {
@@ -145,92 +245,18 @@ ChildProcessResult runChildProcess(const ChildProcessRequest& request) {
         result.startError = std::string("could not create a pipe: ") + std::strerror(errno);
         return result;
     }
-
-    // Own process group (so a time-out kills the tool's children too), default
-    // signal dispositions and an empty mask whatever this process set up.
-    SpawnSetup setup;
-    setup.nullDevice(STDIN_FILENO)
-        .descriptor(output.writeEnd(), STDOUT_FILENO)
-        .descriptor(request.combineOutput ? output.writeEnd() : error.writeEnd(), STDERR_FILENO)
-        .onlyNamedDescriptors()
-        .ownProcessGroup()
-        .defaultSignals({SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD});
-
-    std::vector<std::string> argv{request.executable.string()};
-    argv.insert(argv.end(), request.arguments.begin(), request.arguments.end());
-    const std::vector<std::string> environment = request.environment ? *request.environment : environmentWith({});
-    int spawned = 0;
-    const pid_t pid = setup.spawn(argv, &environment, spawned);
-    if (spawned != 0) {
+    pid_t pid = 0;
+    if (const int spawned = spawnTool(request, output, error, pid); spawned != 0) {
         result.startError = "could not start " + request.executable.string() + ": " + std::strerror(spawned);
         return result;
     }
-
-    output.closeWrite();
-    error.closeWrite();
-    for (int fd : {output.readEnd(), error.readEnd()}) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+    keepReadEnds(output, error);
 
     std::array<Stream, 2> streams{Stream{&output, &result.output, request.outputLimit},
                                   Stream{&error, &result.error, request.errorLimit.value_or(request.outputLimit)}};
-    const auto deadline = Clock::now() + request.timeout;
-    bool timedOut = false;
-    bool ended = false;
-    std::chrono::microseconds idle{50};
-
-    while (!ended && !timedOut) {
-        std::array<pollfd, 2> watched{};
-        nfds_t count = 0;
-        for (auto& stream : streams) {
-            if (stream.open) watched[count++] = pollfd{stream.pipe->readEnd(), POLLIN, 0};
-        }
-        auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (remaining.count() <= 0) {
-            timedOut = true;
-            break;
-        }
-        if (count == 0) {
-            // Both pipes are closed: the tool is exiting (usually within
-            // microseconds), or lives on without them. Look again soon, then
-            // less and less often.
-            std::this_thread::sleep_for(std::min<std::chrono::microseconds>(idle, remaining));
-            idle = std::min<std::chrono::microseconds>(idle * 2, std::chrono::milliseconds(5));
-            ended = hasEnded(pid);
-            continue;
-        }
-        // Wake up now and then: a tool that exits while a child of its own
-        // keeps the pipes open must not hold us until the time limit.
-        int slice = static_cast<int>(std::min<long long>(remaining.count(), 50));
-        int ready = ::poll(watched.data(), count, slice);
-        if (ready < 0 && errno != EINTR) break;
-        for (auto& stream : streams) {
-            if (stream.open) stream.open = drain(stream);
-        }
-        ended = hasEnded(pid);
-    }
-    if (ended) {
-        for (auto& stream : streams) {
-            if (stream.open) drain(stream);
-        }
-    }
-
-    // Whatever is left of the group (a timed-out tool, or children a tool
-    // left behind) goes before the leader is reaped, while its id is still ours.
-    ::kill(-pid, SIGKILL);
-    if (timedOut) ::kill(pid, SIGKILL);
-    int status = reap(pid);
-
-    if (timedOut) {
-        result.ending = ChildProcessResult::Ending::timedOut;
-    } else if (status >= 0 && WIFEXITED(status)) {
-        result.ending = ChildProcessResult::Ending::exited;
-        result.status = WEXITSTATUS(status);
-    } else if (status >= 0 && WIFSIGNALED(status)) {
-        result.ending = ChildProcessResult::Ending::signalled;
-        result.status = WTERMSIG(status);
-    } else {
-        result.ending = ChildProcessResult::Ending::couldNotStart;
-        result.startError = "could not wait for " + request.executable.string();
-    }
+    const bool timedOut = watchUntilEnded(pid, streams, Clock::now() + request.timeout) == Watched::timedOut;
+    const int status = killGroupAndReap(pid, timedOut);
+    noteEnding(request, timedOut, status, result);
     return result;
 }
 

@@ -135,6 +135,40 @@ private:
     std::size_t referenceSize_ = 1;
 };
 
+Value convert(plist_t node, int depth);
+
+Array convertArray(plist_t node, int depth) {
+    Array items;
+    uint32_t count = plist_array_get_size(node);
+    items.reserve(count);
+    for (uint32_t index = 0; index < count; ++index) {
+        items.push_back(convert(plist_array_get_item(node, index), depth + 1));
+    }
+    return items;
+}
+
+// The entries in the order the property list has them.
+Dictionary convertDictionary(plist_t node, int depth) {
+    Dictionary entries;
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(node, &iterator);
+    for (;;) {
+        char* key = nullptr;
+        plist_t value = nullptr;
+        plist_dict_next_item(node, iterator, &key, &value);
+        if (value == nullptr) {
+            std::free(key);
+            break;
+        }
+        std::string name = key == nullptr ? std::string() : std::string(key);
+        std::free(key);
+        // Braces: clang before 16 has no parenthesised aggregate initialisation.
+        entries.push_back(DictionaryEntry{std::move(name), convert(value, depth + 1)});
+    }
+    std::free(iterator);
+    return entries;
+}
+
 Value convert(plist_t node, int depth) {
     if (depth > kMaxDepth) throw ParseError("property list nested too deeply");
     switch (plist_get_node_type(node)) {
@@ -176,35 +210,8 @@ Value convert(plist_t node, int depth) {
             plist_get_uid_val(node, &value);
             return Value{static_cast<std::int64_t>(value)};
         }
-        case PLIST_ARRAY: {
-            Array items;
-            uint32_t count = plist_array_get_size(node);
-            items.reserve(count);
-            for (uint32_t index = 0; index < count; ++index) {
-                items.push_back(convert(plist_array_get_item(node, index), depth + 1));
-            }
-            return Value{std::move(items)};
-        }
-        case PLIST_DICT: {
-            Dictionary entries;
-            plist_dict_iter iterator = nullptr;
-            plist_dict_new_iter(node, &iterator);
-            for (;;) {
-                char* key = nullptr;
-                plist_t value = nullptr;
-                plist_dict_next_item(node, iterator, &key, &value);
-                if (value == nullptr) {
-                    std::free(key);
-                    break;
-                }
-                std::string name = key == nullptr ? std::string() : std::string(key);
-                std::free(key);
-                // Braces: clang before 16 has no parenthesised aggregate initialisation.
-                entries.push_back(DictionaryEntry{std::move(name), convert(value, depth + 1)});
-            }
-            std::free(iterator);
-            return Value{std::move(entries)};
-        }
+        case PLIST_ARRAY: return Value{convertArray(node, depth)};
+        case PLIST_DICT: return Value{convertDictionary(node, depth)};
         case PLIST_NONE:
             break;
     }

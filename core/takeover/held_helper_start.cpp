@@ -34,26 +34,30 @@ LaunchRecord StartupChangeEngine::startHeldHelper(const DelayedHelper& asRead, D
                         "no longer held by Holdenmere, so it was left to launchd");
     }
     const DelayedHelper helper = *current;
-    const auto disabledNow = [this, &helper]() -> std::optional<bool> {
-        const auto disabled = launchctl_.disabledLabels();
-        if (!disabled) return std::nullopt;
-        return disabled->count(helper.label) != 0;
-    };
-
-    if (helper.mode == DelayedHelper::Mode::off) {
-        const auto off = disabledNow();
-        if (!off) return recordOf(helper, now, LaunchOutcome::failed, std::string(kDisabledListUnreadable));
-        if (*off) {
-            return recordOf(helper, now, LaunchOutcome::disabled,
-                            "helper is off; not started and stays off at the next login");
-        }
-        return recordOf(helper, now, LaunchOutcome::failed,
-                        "helper is off in Holdenmere but launchd lists it as enabled");
-    }
+    if (helper.mode == DelayedHelper::Mode::off) return checkHelperKeptOff(helper, now);
     if (!fileExists_(helper.plistPath)) {
         return recordOf(helper, now, LaunchOutcome::failed, std::string(kHelperPlistMissing) + helper.plistPath);
     }
+    return startHelperForSession(helper, now);
+}
 
+std::optional<bool> StartupChangeEngine::helperDisabled(const std::string& label) {
+    const auto disabled = launchctl_.disabledLabels();
+    if (!disabled) return std::nullopt;
+    return disabled->count(label) != 0;
+}
+
+LaunchRecord StartupChangeEngine::checkHelperKeptOff(const DelayedHelper& helper, Date now) {
+    const auto off = helperDisabled(helper.label);
+    if (!off) return recordOf(helper, now, LaunchOutcome::failed, std::string(kDisabledListUnreadable));
+    if (*off) {
+        return recordOf(helper, now, LaunchOutcome::disabled,
+                        "helper is off; not started and stays off at the next login");
+    }
+    return recordOf(helper, now, LaunchOutcome::failed, "helper is off in Holdenmere but launchd lists it as enabled");
+}
+
+LaunchRecord StartupChangeEngine::startHelperForSession(const DelayedHelper& helper, Date now) {
     // Its record is in the ledger already; enabling it is this session's
     // start, and it is disabled again whatever happens, so that the next
     // login waits for the network again.
@@ -66,7 +70,7 @@ LaunchRecord StartupChangeEngine::startHeldHelper(const DelayedHelper& asRead, D
     }
     if (auto failure = launchctlRun({"disable", launchdServiceTarget(helper.label)})) problems.push_back(*failure);
     if (!launchctl_.isLoaded(helper.label)) problems.emplace_back(kHelperNotLoaded);
-    const auto off = disabledNow();
+    const auto off = helperDisabled(helper.label);
     if (!off) {
         problems.emplace_back(kDisabledListUnconfirmed);
     } else if (!*off) {

@@ -29,6 +29,27 @@ bool isOwnBundle(std::string_view bundleIdentifier) {
     return bundleIdentifier == StartupDiscovery::ownBundleIdentifier;
 }
 
+// An app Holdenmere starts from now on: imported once, however many Login
+// Items it has, and each of them removed.
+void planImport(LoginOwnership::Plan& plan, const LoginOwnership::LoginItem& item, const std::string& identifier,
+                const std::string& path) {
+    const bool planned = std::any_of(plan.imports.begin(), plan.imports.end(),
+                                     [&](const ManagedApp& app) { return app.bundleIdentifier == identifier; });
+    if (!planned) {
+        ManagedApp app;
+        app.bundleIdentifier = identifier;
+        app.name = item.name;
+        app.path = path;
+        app.isEnabled = true;
+        app.launchHidden = item.hidden;
+        app.importedFromLoginItem = true;
+        app.delaySeconds = 0;
+        plan.imports.push_back(std::move(app));
+        plan.logLines.push_back("imported: " + item.name + kDash + "was a macOS Login Item; Holdenmere now starts it");
+    }
+    plan.importRemovals.push_back(item);
+}
+
 }  // namespace
 
 std::string LoginOwnership::standardizedPath(std::string_view path) { return StartupDiscovery::standardizedPath(path); }
@@ -76,22 +97,7 @@ LoginOwnership::Plan LoginOwnership::plan(const std::vector<LoginItem>& loginIte
                        "is removed"
                      : "not in Holdenmere, so its Login Item is removed"));
         } else {
-            bool planned = std::any_of(plan.imports.begin(), plan.imports.end(),
-                                       [&](const ManagedApp& app) { return app.bundleIdentifier == identifier; });
-            if (!planned) {
-                ManagedApp app;
-                app.bundleIdentifier = identifier;
-                app.name = item.name;
-                app.path = path;
-                app.isEnabled = true;
-                app.launchHidden = item.hidden;
-                app.importedFromLoginItem = true;
-                app.delaySeconds = 0;
-                plan.imports.push_back(std::move(app));
-                plan.logLines.push_back("imported: " + item.name + kDash +
-                                        "was a macOS Login Item; Holdenmere now starts it");
-            }
-            plan.importRemovals.push_back(item);
+            planImport(plan, item, identifier, path);
         }
     }
     return plan;

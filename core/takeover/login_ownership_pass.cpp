@@ -276,6 +276,48 @@ void checkLedger(StartupChangeEngine& engine, const Recorded& recorded, std::vec
     for (const auto& name : recorded.names) lines.push_back(name + kDash + "recorded for --restore-startup");
 }
 
+// Plans what becomes of the Login Items. A list that cannot be read
+// changes nothing.
+LoginOwnership::Plan planLoginItems(const StartupChangeEngine& engine,
+                                    const std::optional<std::vector<LoginOwnership::LoginItem>>& loginItems,
+                                    const LoginOwnership::PassInputs& inputs, std::vector<std::string>& lines) {
+    if (!loginItems) {
+        lines.push_back("WARNING: Login Items" + std::string(kDash) +
+                        std::string(StartupChangeEngine::kLoginItemsUnreadable));
+        return {};
+    }
+    LoginOwnership::Plan plan =
+        LoginOwnership::plan(*loginItems, engine.config().apps, engine.config().blockedApps, inputs.systemDaemonAppPaths,
+                             inputs.switchedOff, engine.config().leftToMacOS, inputs.unreadableSystemDaemons.empty());
+    lines.insert(lines.end(), plan.logLines.begin(), plan.logLines.end());
+    return plan;
+}
+
+// Takes over the LaunchAgents of the managed and blocked apps, the imports
+// among them (unsaved ones too: they keep their agents), each recorded first.
+void takeOverOwnersAgents(StartupChangeEngine& engine, const LaunchAgentScanner& agentScanner,
+                          const StartupSafety::Environment& environment, const LoginOwnership::PassInputs& inputs,
+                          const Imports& imports, std::vector<std::string>& lines, Recorded& recorded) {
+    HoldenmereConfig current = engine.config();
+    for (const auto& app : imports.apps) current.manage(app);
+    std::vector<ManagedApp> owners = current.apps;
+    for (const auto& app : current.blockedApps) owners.push_back(asManagedRecord(app));
+    const LoginOwnership::StaysReason staysReason = [&](const ManagedApp& app) -> std::optional<std::string> {
+        if (launchFailed(inputs.records, app.bundleIdentifier)) {
+            return "its launch failed this pass, so its LaunchAgent stays";
+        }
+        if (imports.unsaved.count(app.bundleIdentifier) != 0) {
+            return "its import could not be saved, so its LaunchAgent stays";
+        }
+        return std::nullopt;
+    };
+    for (const auto& agent :
+         LoginOwnership::takeOverAgents(owners, agentScanner, engine, environment, lines, staysReason)) {
+        appendOnce(recorded.names, agent.name);
+        recorded.agents.emplace_back(agent.bundleIdentifier, agent.label);
+    }
+}
+
 }  // namespace
 
 std::vector<LoginOwnership::AgentTakeoverResult> LoginOwnership::takeOverAgents(
@@ -342,43 +384,15 @@ LoginOwnership::PassResult LoginOwnership::ownershipPass(StartupChangeEngine& en
     settleUnconfirmed(engine, lines);
     if (inputs.predatesLedger) backfillOnce(engine, agentScanner, lines, recorded);
 
-    // Plan the Login Items. A list that cannot be read changes nothing.
     const auto loginItems = engine.loginItems();
-    Plan plan;
-    if (loginItems) {
-        plan = LoginOwnership::plan(*loginItems, engine.config().apps, engine.config().blockedApps,
-                                    inputs.systemDaemonAppPaths, inputs.switchedOff, engine.config().leftToMacOS,
-                                    inputs.unreadableSystemDaemons.empty());
-        lines.insert(lines.end(), plan.logLines.begin(), plan.logLines.end());
-    } else {
-        lines.push_back("WARNING: Login Items" + std::string(kDash) +
-                        std::string(StartupChangeEngine::kLoginItemsUnreadable));
-    }
-
+    const Plan plan = planLoginItems(engine, loginItems, inputs, lines);
     // Import, then remove Login Items and take LaunchAgents over, each
     // recorded first.
     const Imports imports = importApps(engine, plan, agentScanner.startupItems(), inputs, lines);
-    const std::set<std::string>& unsavedImports = imports.unsaved;
     if (loginItems) {
-        removeLoginItems(engine, plannedRemovals(*loginItems, plan), unsavedImports, inputs, result, recorded);
+        removeLoginItems(engine, plannedRemovals(*loginItems, plan), imports.unsaved, inputs, result, recorded);
     }
-    HoldenmereConfig current = engine.config();
-    for (const auto& app : imports.apps) current.manage(app);  // unsaved ones too: they keep their agents
-    std::vector<ManagedApp> owners = current.apps;
-    for (const auto& app : current.blockedApps) owners.push_back(asManagedRecord(app));
-    const StaysReason staysReason = [&](const ManagedApp& app) -> std::optional<std::string> {
-        if (launchFailed(inputs.records, app.bundleIdentifier)) {
-            return "its launch failed this pass, so its LaunchAgent stays";
-        }
-        if (unsavedImports.count(app.bundleIdentifier) != 0) {
-            return "its import could not be saved, so its LaunchAgent stays";
-        }
-        return std::nullopt;
-    };
-    for (const auto& agent : takeOverAgents(owners, agentScanner, engine, environment, lines, staysReason)) {
-        appendOnce(recorded.names, agent.name);
-        recorded.agents.emplace_back(agent.bundleIdentifier, agent.label);
-    }
+    takeOverOwnersAgents(engine, agentScanner, environment, inputs, imports, lines, recorded);
 
     checkLedger(engine, recorded, lines);
     // Imports that could not be saved stay in memory for the rest of the pass.

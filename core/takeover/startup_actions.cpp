@@ -53,6 +53,28 @@ void reportRemoval(const StartupChangeOutcome& outcome, const std::string& name,
     }
 }
 
+// A held helper switched between "delay" and "off": launchd's state
+// converted as the new mode needs it, then the record.
+void changeHelperMode(StartupChangeEngine& engine, const DelayedHelper& recorded, DelayedHelper::Mode mode,
+                      HoldenmereLoginAgentStatus loginAgent, ActionOutcome& outcome) {
+    HelperDelay helperDelay(engine.launchctl());
+    const auto conversion = helperDelay.convert(recorded, mode, loginAgent);
+    if (const std::string* refusal = conversion.refusal()) {
+        outcome.fail(*refusal);
+        return;
+    }
+    const DelayedHelper converted = *conversion.helper();
+    if (auto failure = engine.transaction().commit([converted](HoldenmereConfig& config) {
+            for (auto& existing : config.delayedHelpers) {
+                if (existing.label == converted.label) existing = converted;
+            }
+        })) {
+        outcome.fail(recorded.name + " was not changed: " + *failure);
+        return;
+    }
+    outcome.add(heldLine(recorded.name, mode));
+}
+
 }  // namespace
 
 std::optional<ActionOutcome> StartupActions::daemonRefusal(const ManagedApp& app) const {
@@ -244,23 +266,7 @@ ActionOutcome StartupActions::setHelperMode(const DelayedHelper& helper, std::op
             }
             return;
         }
-        if (recorded.mode == *mode) return;
-        HelperDelay helperDelay(engine.launchctl());
-        const auto conversion = helperDelay.convert(recorded, *mode, loginAgent);
-        if (const std::string* refusal = conversion.refusal()) {
-            outcome.fail(*refusal);
-            return;
-        }
-        const DelayedHelper converted = *conversion.helper();
-        if (auto failure = engine.transaction().commit([converted](HoldenmereConfig& config) {
-                for (auto& existing : config.delayedHelpers) {
-                    if (existing.label == converted.label) existing = converted;
-                }
-            })) {
-            outcome.fail(recorded.name + " was not changed: " + *failure);
-            return;
-        }
-        outcome.add(heldLine(recorded.name, *mode));
+        if (recorded.mode != *mode) changeHelperMode(engine, recorded, *mode, loginAgent, outcome);
     });
 }
 

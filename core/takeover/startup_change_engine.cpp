@@ -57,57 +57,70 @@ bool StartupChangeEngine::isOwnBundle(std::string_view bundleIdentifier) {
     return bundleIdentifier == StartupDiscovery::ownBundleIdentifier;
 }
 
+// The transaction holds the startup lock throughout: still wanted, read
+// afresh, recorded first, changed, confirmed.
 StartupChangeOutcome StartupChangeEngine::run(const StartupStep& step) {
     StartupChangeOutcome outcome;
     outcome.subject = step.subject;
     outcome.recorded = step.alreadyRecorded;
-    if (stopped()) {
-        outcome.reason = std::string(kOutOfTime);
-        return outcome;
-    }
-    if (auto reason = unwanted(step.purpose, step.forApp)) {
+    if (auto reason = reasonNotToGoAhead(step)) {
         outcome.reason = std::move(*reason);
         return outcome;
     }
+    if (endsAtFreshRead(step, outcome)) return outcome;
+    if (!recordFirst(step, outcome)) return outcome;
+
+    const std::optional<std::string> failure = step.apply();
+    const std::optional<bool> confirmed = step.confirm ? step.confirm() : std::optional<bool>(!failure);
+    settleConfirmed(step, failure, confirmed, outcome);
+    return outcome;
+}
+
+std::optional<std::string> StartupChangeEngine::reasonNotToGoAhead(const StartupStep& step) {
+    if (stopped()) return std::string(kOutOfTime);
+    if (auto reason = unwanted(step.purpose, step.forApp)) return reason;
     // A pass that decided before this give-back must not take the item
     // again: the generation is raised before the item goes back.
     if (step.purpose == StartupStep::Purpose::giveBack) {
         if (auto failure = noteGiveBack()) {
-            outcome.reason = "the give-back could not be noted in the configuration (" + *failure +
-                             "), so nothing was changed";
-            return outcome;
+            return "the give-back could not be noted in the configuration (" + *failure + "), so nothing was changed";
         }
     }
-    if (step.isDone) {
-        const auto done = step.isDone();
-        if (!done) {
-            outcome.reason = step.unreadableBefore;
-            return outcome;
-        }
-        if (*done) {
-            outcome.status = Status::unchanged;
-            if (step.whenDone) {
-                if (auto failure = transaction_.commit(step.whenDone)) {
-                    outcome.ledgerFailure = *failure;
-                } else {
-                    outcome.recorded = false;
-                }
-            }
-            return outcome;
-        }
-    }
-    if (step.record) {
-        if (auto failure = transaction_.commit(step.record)) {
-            const std::string_view text = step.recordNotSaved.empty() ? kRecordNotSavedElsewhere : step.recordNotSaved;
-            outcome.reason = std::string(text) + " (" + *failure + ")";
-            return outcome;
-        }
-        outcome.recorded = true;
-    }
+    return std::nullopt;
+}
 
-    const std::optional<std::string> failure = step.apply();
-    const std::optional<bool> confirmed = step.confirm ? step.confirm() : std::optional<bool>(!failure);
+bool StartupChangeEngine::endsAtFreshRead(const StartupStep& step, StartupChangeOutcome& outcome) {
+    if (!step.isDone) return false;
+    const auto done = step.isDone();
+    if (!done) {
+        outcome.reason = step.unreadableBefore;
+        return true;
+    }
+    if (!*done) return false;
+    outcome.status = Status::unchanged;
+    if (step.whenDone) {
+        if (auto failure = transaction_.commit(step.whenDone)) {
+            outcome.ledgerFailure = *failure;
+        } else {
+            outcome.recorded = false;
+        }
+    }
+    return true;
+}
 
+bool StartupChangeEngine::recordFirst(const StartupStep& step, StartupChangeOutcome& outcome) {
+    if (!step.record) return true;
+    if (auto failure = transaction_.commit(step.record)) {
+        const std::string_view text = step.recordNotSaved.empty() ? kRecordNotSavedElsewhere : step.recordNotSaved;
+        outcome.reason = std::string(text) + " (" + *failure + ")";
+        return false;
+    }
+    outcome.recorded = true;
+    return true;
+}
+
+void StartupChangeEngine::settleConfirmed(const StartupStep& step, const std::optional<std::string>& failure,
+                                          std::optional<bool> confirmed, StartupChangeOutcome& outcome) {
     auto commitAfter = [&](const StartupStep::Change& change, bool recordedAfter) {
         if (!change) return;
         if (auto saveFailure = transaction_.commit(change)) {
@@ -128,7 +141,6 @@ StartupChangeOutcome StartupChangeEngine::run(const StartupStep& step) {
         outcome.reason = failure ? *failure : step.notTaken;
         commitAfter(step.whenNotTaken, false);
     }
-    return outcome;
 }
 
 std::optional<std::string> StartupChangeEngine::noteGiveBack() {

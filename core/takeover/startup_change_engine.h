@@ -260,6 +260,20 @@ public:
     std::optional<std::set<std::string>> disabledLabels() { return launchctl_.disabledLabels(); }
 
 private:
+    // The steps of `run`, in its order. Why the step must not go ahead:
+    // out of time, no longer wanted, or a give-back that could not be noted.
+    std::optional<std::string> reasonNotToGoAhead(const StartupStep& step);
+    // Reads the state afresh; true when the step ends there (it cannot be
+    // read, or it is as wanted already), with the outcome filled in.
+    bool endsAtFreshRead(const StartupStep& step, StartupChangeOutcome& outcome);
+    // Commits the recovery entry before anything is changed; false, with the
+    // reason, when it could not be saved.
+    bool recordFirst(const StartupStep& step, StartupChangeOutcome& outcome);
+    // The outcome from the change's failure and the state read back, and the
+    // ledger brought up to date after it.
+    void settleConfirmed(const StartupStep& step, const std::optional<std::string>& failure,
+                         std::optional<bool> confirmed, StartupChangeOutcome& outcome);
+
     StartupChangeOutcome refused(std::string subject, std::string_view reason) const;
     // Why a change of `purpose` (for `forApp`) is no longer wanted, read
     // afresh under the lock; nothing when it may go ahead.
@@ -276,6 +290,13 @@ private:
     StartupStep jobGiveBack(const std::string& subject, const StartupStep::Change& forget);
     StartupStep::ReadState loginItemListed(const std::string& path, bool wanted) const;
     std::optional<std::string> launchctlRun(const std::vector<std::string>& arguments);
+    // The steps of startHeldHelper (held_helper_start.cpp): whether launchd
+    // has the helper disabled, read afresh (nothing when it cannot be read);
+    // a helper held off, which is only checked; and the start of one held
+    // with a delay, switched off again for the next login.
+    std::optional<bool> helperDisabled(const std::string& label);
+    LaunchRecord checkHelperKeptOff(const DelayedHelper& helper, Date now);
+    LaunchRecord startHelperForSession(const DelayedHelper& helper, Date now);
 
     StartupTransaction& transaction_;
     LaunchctlRunning& launchctl_;

@@ -51,6 +51,8 @@ bool isDirectory(NSString* path) {
     return [[NSFileManager defaultManager] fileExistsAtPath:path isDirectory:&directory] && directory;
 }
 
+// Long: one workspace call whose completion block sets up the hidden-launch confirmation; its captures
+// read best beside the call.
 void beginOpening(const std::string& path, const OpenOptions& options, AppRunning::Completion completion) {
     auto request = std::make_shared<LaunchRequest>(std::move(completion));
     if (!isDirectory(toNSString(path))) {

@@ -49,6 +49,7 @@ QWidget* banner(QWidget* parent, const QColor& tint, QLabel*& text, QPushButton*
 
 }  // namespace
 
+// Long: lays out the window and its pages and wires their signals to it, in one place to read.
 MainWindow::MainWindow(DesktopContext& context, QWidget* parent) : QMainWindow(parent), context_(context) {
     setWindowTitle(QStringLiteral("Holdenmere"));
     setWindowIcon(icons::holdenmere());

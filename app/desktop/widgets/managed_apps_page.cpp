@@ -67,8 +67,19 @@ ManagedAppsPage::ManagedAppsPage(ManagedAppsModel& model, QWidget* parent) : QWi
 
     body_ = new QStackedWidget(this);
     layout->addWidget(body_, 1);
+    body_->addWidget(makeEmptyView());
+    auto* content = new QWidget(body_);
+    auto* contentLayout = new QHBoxLayout(content);
+    contentLayout->setContentsMargins(0, 0, 0, 0);
+    contentLayout->addLayout(makeLists(content), 3);
+    contentLayout->addWidget(makeDetails(content), 2);
+    body_->addWidget(content);
 
-    // Nothing managed yet.
+    connectControls();
+    rebuild();
+}
+
+QWidget* ManagedAppsPage::makeEmptyView() {
     auto* empty = new QWidget(body_);
     auto* emptyLayout = new QVBoxLayout(empty);
     emptyLayout->addStretch();
@@ -80,12 +91,10 @@ ManagedAppsPage::ManagedAppsPage(ManagedAppsModel& model, QWidget* parent) : QWi
     emptyLayout->addWidget(emptyButton, 0, Qt::AlignHCenter);
     emptyLayout->addStretch();
     connect(emptyButton, &QPushButton::clicked, this, &ManagedAppsPage::addAppsRequested);
-    body_->addWidget(empty);
+    return empty;
+}
 
-    auto* content = new QWidget(body_);
-    auto* contentLayout = new QHBoxLayout(content);
-    contentLayout->setContentsMargins(0, 0, 0, 0);
-
+QLayout* ManagedAppsPage::makeLists(QWidget* content) {
     auto* lists = new QVBoxLayout();
     apps_ = makeList(content);
     apps_->setDragDropMode(QAbstractItemView::InternalMove);
@@ -103,8 +112,10 @@ ManagedAppsPage::ManagedAppsPage(ManagedAppsModel& model, QWidget* parent) : QWi
     offButtons->addWidget(forget_);
     offButtons->addStretch();
     lists->addLayout(offButtons);
-    contentLayout->addLayout(lists, 3);
+    return lists;
+}
 
+QWidget* ManagedAppsPage::makeDetails(QWidget* content) {
     details_ = new QWidget(content);
     details_->setMinimumWidth(240);
     auto* detailsLayout = new QVBoxLayout(details_);
@@ -152,9 +163,10 @@ ManagedAppsPage::ManagedAppsPage(ManagedAppsModel& model, QWidget* parent) : QWi
     detailsLayout->addLayout(moveRow);
     detailsLayout->addLayout(stateRow);
     detailsLayout->addStretch();
-    contentLayout->addWidget(details_, 2);
-    body_->addWidget(content);
+    return details_;
+}
 
+void ManagedAppsPage::connectControls() {
     connect(&model_, &ManagedAppsModel::rowsChanged, this, &ManagedAppsPage::rebuild);
     connect(apps_, &QListWidget::currentRowChanged, this, &ManagedAppsPage::showSelection);
     connect(switchedOff_, &QListWidget::currentRowChanged, this, &ManagedAppsPage::showSelection);
@@ -173,20 +185,21 @@ ManagedAppsPage::ManagedAppsPage(ManagedAppsModel& model, QWidget* parent) : QWi
     connect(up_, &QPushButton::clicked, this, [this] { model_.moveUp(selectedApp()); });
     connect(down_, &QPushButton::clicked, this, [this] { model_.moveDown(selectedApp()); });
     connect(switchOff_, &QPushButton::clicked, this, [this] { model_.switchOff(selectedApp()); });
-    connect(remove_, &QPushButton::clicked, this, [this] {
-        const std::string identifier = selectedApp();
-        if (identifier.empty()) return;
-        QMessageBox box(QMessageBox::Question, QStringLiteral("Remove App"),
-                        QStringLiteral("Remove %1 from Holdenmere?").arg(apps_->currentItem()->text()),
-                        QMessageBox::Cancel, this);
-        box.setInformativeText(model_.removeHelp(identifier));
-        box.addButton(QStringLiteral("Remove"), QMessageBox::DestructiveRole);
-        box.exec();
-        if (box.buttonRole(box.clickedButton()) == QMessageBox::DestructiveRole) model_.remove(identifier);
-    });
+    connect(remove_, &QPushButton::clicked, this, &ManagedAppsPage::confirmRemove);
     connect(switchOn_, &QPushButton::clicked, this, [this] { model_.switchOn(selectedSwitchedOff()); });
     connect(forget_, &QPushButton::clicked, this, [this] { model_.remove(selectedSwitchedOff()); });
-    rebuild();
+}
+
+void ManagedAppsPage::confirmRemove() {
+    const std::string identifier = selectedApp();
+    if (identifier.empty()) return;
+    QMessageBox box(QMessageBox::Question, QStringLiteral("Remove App"),
+                    QStringLiteral("Remove %1 from Holdenmere?").arg(apps_->currentItem()->text()),
+                    QMessageBox::Cancel, this);
+    box.setInformativeText(model_.removeHelp(identifier));
+    box.addButton(QStringLiteral("Remove"), QMessageBox::DestructiveRole);
+    box.exec();
+    if (box.buttonRole(box.clickedButton()) == QMessageBox::DestructiveRole) model_.remove(identifier);
 }
 
 std::string ManagedAppsPage::selectedApp() const {

@@ -8,6 +8,7 @@
 
 class QCheckBox;
 class QLabel;
+class QLayout;
 class QListWidget;
 class QPushButton;
 class QSpinBox;
@@ -30,6 +31,15 @@ signals:
     void addAppsRequested();
 
 private:
+    // The parts of the page, made in the order they are tabbed through:
+    // what shows while nothing is managed, the lists of apps opened and
+    // switched off, the selected app's details; then their signals.
+    QWidget* makeEmptyView();
+    QLayout* makeLists(QWidget* content);
+    QWidget* makeDetails(QWidget* content);
+    void connectControls();
+    // Asks before the selected app is removed.
+    void confirmRemove();
     void rebuild();
     void showSelection();
     std::string selectedApp() const;

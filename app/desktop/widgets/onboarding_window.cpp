@@ -20,6 +20,7 @@ QString text(const std::string& value) { return QString::fromStdString(value); }
 
 }  // namespace
 
+// Long: lays out the welcome steps and the buttons under them, in the order they are shown.
 OnboardingWindow::OnboardingWindow(OnboardingFlow& flow, QWidget* parent) : QWidget(parent), flow_(flow) {
     setWindowTitle(QStringLiteral("Welcome to Holdenmere"));
     setWindowIcon(icons::holdenmere());

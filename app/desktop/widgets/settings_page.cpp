@@ -55,6 +55,16 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     scroll->setWidget(content);
     outer->addWidget(scroll, 1);
 
+    layout->addWidget(makeLoginGroup(content));
+    layout->addWidget(makeNetworkGroup(content));
+    layout->addWidget(makePresenceGroup(content));
+    layout->addStretch();
+
+    connectControls();
+    refresh();
+}
+
+QWidget* SettingsPage::makeLoginGroup(QWidget* content) {
     auto* login = new QGroupBox(QStringLiteral("At login"), content);
     auto* loginLayout = new QVBoxLayout(login);
     startAtLogin_ = new QCheckBox(QStringLiteral("Start at login"), login);
@@ -86,8 +96,10 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     loginLayout->addWidget(switchRow(login, launchAnyway_, nullptr));
     loginLayout->addWidget(switchRow(login, openAtLogin_, openAtLoginDetail_));
     loginLayout->addWidget(helpersRow_);
-    layout->addWidget(login);
+    return login;
+}
 
+QWidget* SettingsPage::makeNetworkGroup(QWidget* content) {
     auto* network = new QGroupBox(QStringLiteral("Network check"), content);
     auto* form = new QFormLayout(network);
     probeURL_ = new QLineEdit(network);
@@ -110,8 +122,11 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     worstCase_ = detailLabel(network);
     worstCase_->setContentsMargins(0, 0, 0, 0);
     form->addRow(QString(), worstCase_);
-    layout->addWidget(network);
+    connect(reset, &QPushButton::clicked, &model_, &SettingsModel::resetProbeURL);
+    return network;
+}
 
+QWidget* SettingsPage::makePresenceGroup(QWidget* content) {
     auto* presence = new QGroupBox(QStringLiteral("Show Holdenmere"), content);
     auto* presenceLayout = new QVBoxLayout(presence);
     menuBar_ = new QRadioButton(QStringLiteral("In the menu bar"), presence);
@@ -121,9 +136,10 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     group->addButton(dock_);
     presenceLayout->addWidget(menuBar_);
     presenceLayout->addWidget(dock_);
-    layout->addWidget(presence);
-    layout->addStretch();
+    return presence;
+}
 
+void SettingsPage::connectControls() {
     connect(&model_, &SettingsModel::changed, this, &SettingsPage::refresh);
     connect(startAtLogin_, &QCheckBox::toggled, this, [this](bool on) {
         if (!refreshing_) model_.setStartAtLogin(on);
@@ -140,7 +156,6 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     connect(probeURL_, &QLineEdit::editingFinished, this, [this] {
         if (!refreshing_ && !model_.setProbeURL(probeURL_->text())) refresh();
     });
-    connect(reset, &QPushButton::clicked, &model_, &SettingsModel::resetProbeURL);
     connect(interval_, &QDoubleSpinBox::valueChanged, this, [this](double seconds) {
         if (!refreshing_) model_.setPollInterval(seconds);
     });
@@ -150,7 +165,6 @@ SettingsPage::SettingsPage(SettingsModel& model, QWidget* parent) : QWidget(pare
     connect(menuBar_, &QRadioButton::toggled, this, [this](bool on) {
         if (!refreshing_) model_.setMenuBarMode(on);
     });
-    refresh();
 }
 
 void SettingsPage::setHelpersPanel(QWidget* panel) {

@@ -35,6 +35,13 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    // The page's groups, made in the order they are tabbed through: at
+    // login, the network check, where Holdenmere shows; then the signals of
+    // their controls.
+    QWidget* makeLoginGroup(QWidget* content);
+    QWidget* makeNetworkGroup(QWidget* content);
+    QWidget* makePresenceGroup(QWidget* content);
+    void connectControls();
     void refresh();
 
     SettingsModel& model_;

@@ -306,10 +306,20 @@ void StartupItemsPage::giveBack() {
 }
 
 void StartupItemsPage::rebuild() {
+    const bool busy = model_.isBusy();
+    showState(busy);
+    clearRows();
+    addConflictRows(busy);
+    addItemRows(busy);
+    addIneligibleRows();
+    rowsLayout_->addStretch();
+    askConsentIfDue();
+}
+
+void StartupItemsPage::showState(bool busy) {
     consent_->setText(model_.consentText());
     decide_->setText(model_.consent() == StartupConsent::undecided ? QStringLiteral("Decide\u2026")
                                                                     : QStringLiteral("Change\u2026"));
-    const bool busy = model_.isBusy();
     giveBack_->setEnabled(!busy);
     rescan_->setEnabled(!model_.isScanning());
     scanning_->setText(busy                    ? QStringLiteral("Changing your startup items\u2026")
@@ -320,8 +330,10 @@ void StartupItemsPage::rebuild() {
     const QString problem = problems.join(QLatin1Char('\n'));
     problem_->setText(problem);
     problem_->setVisible(!problem.isEmpty());
+}
 
-    // Rows are rebuilt whole: the lists are short.
+// Rows are rebuilt whole: the lists are short.
+void StartupItemsPage::clearRows() {
     while (QLayoutItem* item = rowsLayout_->takeAt(0)) {
         if (QWidget* widget = item->widget()) {
             widget->hide();
@@ -329,37 +341,41 @@ void StartupItemsPage::rebuild() {
         }
         delete item;
     }
-    auto addSection = [&](const QString& title, const QString& explanation) {
-        rowsLayout_->addWidget(sectionTitle(title, rows_));
-        if (!explanation.isEmpty()) rowsLayout_->addWidget(greyLabel(explanation, rows_));
-    };
+}
 
-    if (!model_.conflicts().empty()) {
-        addSection(QStringLiteral("Managed apps macOS also starts"),
-                   QStringLiteral("macOS opens these before the network, so they start offline."));
-        for (const ConflictRow& row : model_.conflicts()) {
-            QList<QLabel*> tags;
-            QStringList refused;
-            for (const auto& agent : row.agents) {
-                for (const auto& name : agent.chips) tags << chip(text(name), QColor(220, 150, 30), nullptr);
-                if (agent.tier.kind == SafetyTier::Kind::refused) refused << text(agent.tier.reason);
-            }
-            QString subtitle = QStringLiteral("Also started by its %1").arg(sourcesText(row));
-            if (!refused.isEmpty()) subtitle += QStringLiteral("\n") + refused.join(QLatin1Char('\n'));
-            const bool settingsOnly = row.loginItems.empty() && row.agents.empty();
-            if (row.opensLoginItemsSettings && !settingsOnly) {
-                subtitle += QStringLiteral("\nOnly System Settings can switch its background item off.");
-            }
-            auto* button = new QPushButton(settingsOnly ? QStringLiteral("Open Login Items Settings")
-                                                        : QStringLiteral("Stop macOS Starting It"));
-            button->setProperty("bundleIdentifier", text(row.bundleIdentifier));
-            button->setEnabled(!busy);
-            const std::string identifier = row.bundleIdentifier;
-            connect(button, &QPushButton::clicked, this, [this, identifier] { endConflict(identifier); });
-            rowsLayout_->addWidget(itemRow(rows_, row.iconPath, text(row.name), text(row.bundleIdentifier), subtitle, tags, button, true));
+void StartupItemsPage::addSection(const QString& title, const QString& explanation) {
+    rowsLayout_->addWidget(sectionTitle(title, rows_));
+    if (!explanation.isEmpty()) rowsLayout_->addWidget(greyLabel(explanation, rows_));
+}
+
+void StartupItemsPage::addConflictRows(bool busy) {
+    if (model_.conflicts().empty()) return;
+    addSection(QStringLiteral("Managed apps macOS also starts"),
+               QStringLiteral("macOS opens these before the network, so they start offline."));
+    for (const ConflictRow& row : model_.conflicts()) {
+        QList<QLabel*> tags;
+        QStringList refused;
+        for (const auto& agent : row.agents) {
+            for (const auto& name : agent.chips) tags << chip(text(name), QColor(220, 150, 30), nullptr);
+            if (agent.tier.kind == SafetyTier::Kind::refused) refused << text(agent.tier.reason);
         }
+        QString subtitle = QStringLiteral("Also started by its %1").arg(sourcesText(row));
+        if (!refused.isEmpty()) subtitle += QStringLiteral("\n") + refused.join(QLatin1Char('\n'));
+        const bool settingsOnly = row.loginItems.empty() && row.agents.empty();
+        if (row.opensLoginItemsSettings && !settingsOnly) {
+            subtitle += QStringLiteral("\nOnly System Settings can switch its background item off.");
+        }
+        auto* button = new QPushButton(settingsOnly ? QStringLiteral("Open Login Items Settings")
+                                                    : QStringLiteral("Stop macOS Starting It"));
+        button->setProperty("bundleIdentifier", text(row.bundleIdentifier));
+        button->setEnabled(!busy);
+        const std::string identifier = row.bundleIdentifier;
+        connect(button, &QPushButton::clicked, this, [this, identifier] { endConflict(identifier); });
+        rowsLayout_->addWidget(itemRow(rows_, row.iconPath, text(row.name), text(row.bundleIdentifier), subtitle, tags, button, true));
     }
+}
 
+void StartupItemsPage::addItemRows(bool busy) {
     addSection(QStringLiteral("Apps Holdenmere can start instead"), QString());
     if (model_.items().empty()) {
         rowsLayout_->addWidget(greyLabel(model_.hasScanned()
@@ -388,20 +404,19 @@ void StartupItemsPage::rebuild() {
         rowsLayout_->addWidget(itemRow(rows_, row.iconPath, text(row.name), text(row.bundleIdentifier), subtitle, tags, button,
                                        refused));
     }
+}
 
-    if (!model_.ineligible().empty()) {
-        addSection(QStringLiteral("Left alone"),
-                   QStringLiteral("These start at login too, but Holdenmere cannot start them itself."));
-        for (const IneligibleRow& row : model_.ineligible()) {
-            QList<QLabel*> tags;
-            if (row.ofManagedApp) tags << chip(QStringLiteral("Managed app"), QColor(90, 140, 220), nullptr);
-            rowsLayout_->addWidget(itemRow(rows_, std::nullopt, text(row.name), text(row.bundleIdentifier),
-                                           QStringLiteral("%1 \u2014 %2").arg(text(row.label), text(row.reason)), tags,
-                                           nullptr));
-        }
+void StartupItemsPage::addIneligibleRows() {
+    if (model_.ineligible().empty()) return;
+    addSection(QStringLiteral("Left alone"),
+               QStringLiteral("These start at login too, but Holdenmere cannot start them itself."));
+    for (const IneligibleRow& row : model_.ineligible()) {
+        QList<QLabel*> tags;
+        if (row.ofManagedApp) tags << chip(QStringLiteral("Managed app"), QColor(90, 140, 220), nullptr);
+        rowsLayout_->addWidget(itemRow(rows_, std::nullopt, text(row.name), text(row.bundleIdentifier),
+                                       QStringLiteral("%1 \u2014 %2").arg(text(row.label), text(row.reason)), tags,
+                                       nullptr));
     }
-    rowsLayout_->addStretch();
-    askConsentIfDue();
 }
 
 }  // namespace holdenmere::desktop

@@ -65,7 +65,18 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    // The page as the model has it now: its state, then the rows of each
+    // section.
     void rebuild();
+    void showState(bool busy);
+    void clearRows();
+    void addSection(const QString& title, const QString& explanation);
+    // The managed apps macOS also starts, each with the button that ends it.
+    void addConflictRows(bool busy);
+    // The apps Holdenmere can take over, each with its button.
+    void addItemRows(bool busy);
+    // What is left alone, with why.
+    void addIneligibleRows();
     void takeOver(const std::string& bundleIdentifier);
     void endConflict(const std::string& bundleIdentifier);
     void giveBack();
