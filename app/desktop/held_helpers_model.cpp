@@ -18,7 +18,7 @@ QString text(const std::string& value) { return QString::fromStdString(value); }
 
 }  // namespace
 
-HelperScan HelperScan::run(LaunchctlRunning& launchctl, const std::vector<std::filesystem::path>& agentDirectories) {
+HelperScan HelperScan::run(LaunchdReading& launchctl, const std::vector<std::filesystem::path>& agentDirectories) {
     const LaunchAgentScanner scanner(launchctl, agentDirectories);
     return HelperScan{scanner.helpers(), scanner.ineligible(/*whereDisabled=*/true)};
 }

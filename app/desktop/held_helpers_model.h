@@ -24,7 +24,7 @@ struct HelperScan {
     std::vector<HelperAgent> helpers;
     std::vector<IneligibleStartupItem> disabledIneligible;
 
-    static HelperScan run(LaunchctlRunning& launchctl, const std::vector<std::filesystem::path>& agentDirectories);
+    static HelperScan run(LaunchdReading& launchctl, const std::vector<std::filesystem::path>& agentDirectories);
 };
 
 // One helper of a managed app, or one Holdenmere holds.

@@ -28,7 +28,7 @@ std::string appName(const std::string& appPath) {
 // "could not tell".
 class DisabledState {
 public:
-    explicit DisabledState(LaunchctlRunning& launchctl) : launchctl_(launchctl) {}
+    explicit DisabledState(LaunchdReading& launchctl) : launchctl_(launchctl) {}
 
     // Nothing when launchd's disabled list could not be read.
     std::optional<bool> isDisabled(const std::string& label) {
@@ -41,7 +41,7 @@ public:
     }
 
 private:
-    LaunchctlRunning& launchctl_;
+    LaunchdReading& launchctl_;
     bool asked_ = false;
     std::optional<std::set<std::string>> labels_;
 };
@@ -50,7 +50,7 @@ private:
 // says "Disabled": every other agent runs in the session or not by its plist.
 class SessionState {
 public:
-    explicit SessionState(LaunchctlRunning& launchctl) : launchctl_(launchctl) {}
+    explicit SessionState(LaunchdReading& launchctl) : launchctl_(launchctl) {}
 
     bool runsInSession(const LaunchAgentScanner::Agent& agent) {
         if (agent.disabledInPlist && !agent.otherSessionsOnly && !asked_) {
@@ -61,7 +61,7 @@ public:
     }
 
 private:
-    LaunchctlRunning& launchctl_;
+    LaunchdReading& launchctl_;
     bool asked_ = false;
     std::optional<std::map<std::string, bool>> marks_;
 };
@@ -102,7 +102,7 @@ struct EligibleItems {
     std::vector<StartupItem> unknown;
 };
 
-EligibleItems eligibleItems(const std::vector<LaunchAgentScanner::Agent>& agents, LaunchctlRunning& launchctl) {
+EligibleItems eligibleItems(const std::vector<LaunchAgentScanner::Agent>& agents, LaunchdReading& launchctl) {
     DisabledState state(launchctl);
     EligibleItems items;
     for (const auto& agent : agents) {
@@ -135,7 +135,7 @@ std::vector<std::filesystem::path> LaunchAgentScanner::defaultDirectories() {
     return {homeDirectory() / "Library" / "LaunchAgents", "/Library/LaunchAgents"};
 }
 
-LaunchAgentScanner::LaunchAgentScanner(LaunchctlRunning& launchctlRunning,
+LaunchAgentScanner::LaunchAgentScanner(LaunchdReading& launchctlRunning,
                                        std::vector<std::filesystem::path> searchedDirectories)
     : directories(std::move(searchedDirectories)), launchctl(launchctlRunning) {}
 

@@ -92,11 +92,11 @@ public:
     // ~/Library/LaunchAgents, then /Library/LaunchAgents.
     static std::vector<std::filesystem::path> defaultDirectories();
 
-    explicit LaunchAgentScanner(LaunchctlRunning& launchctl,
+    explicit LaunchAgentScanner(LaunchdReading& launchctl,
                                 std::vector<std::filesystem::path> directories = defaultDirectories());
 
     std::vector<std::filesystem::path> directories;  // searched in order
-    LaunchctlRunning& launchctl;
+    LaunchdReading& launchctl;
 
     // Interprets one plist: nothing when it is no dictionary or names no
     // program. Reads no files.

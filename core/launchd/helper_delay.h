@@ -52,7 +52,7 @@ public:
         friend bool operator==(const Conversion&, const Conversion&) = default;
     };
 
-    explicit HelperDelay(LaunchctlRunning& launchctl) : launchctl_(launchctl) {}
+    explicit HelperDelay(LaunchdReading& launchctl) : launchctl_(launchctl) {}
 
     bool isDisabled(std::string_view label);
 
@@ -61,7 +61,7 @@ public:
     Conversion convert(const DelayedHelper& helper, DelayedHelper::Mode mode, HoldenmereLoginAgentStatus loginAgent);
 
 private:
-    LaunchctlRunning& launchctl_;
+    LaunchdReading& launchctl_;
 };
 
 }  // namespace holdenmere

@@ -24,17 +24,14 @@ struct LaunchctlOutput {
     friend bool operator==(const LaunchctlOutput&, const LaunchctlOutput&) = default;
 };
 
-// Everything asked of launchd for the current user, as one narrow seam so
-// that the logic can run against a fake. An absent answer means launchd
-// could not be asked or its answer was not understood; callers keep it apart
-// from an empty answer.
-class LaunchctlRunning {
+// What is asked of launchd for the current user, never told: the scanners
+// and every other reader need no more, and so cannot switch a job. An absent
+// answer means launchd could not be asked or its answer was not understood;
+// callers keep it apart from an empty answer.
+class LaunchdReading {
 public:
-    virtual ~LaunchctlRunning() = default;
+    virtual ~LaunchdReading() = default;
 
-    // launchctl with these arguments; the exit status, -1 when the tool could
-    // not be started. Output is discarded.
-    virtual std::int32_t run(const std::vector<std::string>& arguments) = 0;
     // "print gui/{uid}/{label}" exits 0.
     virtual bool isLoaded(std::string_view label) = 0;
     // The label's line of "print-disabled gui/{uid}" says disabled; false
@@ -50,10 +47,25 @@ public:
     virtual std::optional<std::string> print(std::string_view target) = 0;
     // The labels of the domain's service table ("print gui/{uid}"), in order.
     virtual std::optional<std::vector<std::string>> serviceLabels() = 0;
+};
+
+// What launchd is told: enable, disable, bootstrap, bootout. Only the
+// startup-change engine and the login agent's installer tell it anything.
+class LaunchdSwitching {
+public:
+    virtual ~LaunchdSwitching() = default;
+
+    // launchctl with these arguments; the exit status, -1 when the tool could
+    // not be started. Output is discarded.
+    virtual std::int32_t run(const std::vector<std::string>& arguments) = 0;
     // launchctl with these arguments, keeping what it printed (the login
     // agent shows launchd's refusal).
     virtual LaunchctlOutput runCapturingOutput(const std::vector<std::string>& arguments) = 0;
 };
+
+// launchd for the current user, asked and told, as one seam so that the
+// logic can run against a fake.
+class LaunchctlRunning : public LaunchdReading, public LaunchdSwitching {};
 
 // Asks nothing and changes nothing: every command "fails" with -1, nothing
 // is loaded or disabled, and the lists are absent.

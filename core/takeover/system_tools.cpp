@@ -24,7 +24,7 @@ std::unique_ptr<BackgroundItemsTool> makeSystemBackgroundItemsTool() {
     return std::make_unique<SystemBackgroundItemsTool>(toolPath(SystemBackgroundItemsTool::kExecutable));
 }
 
-std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchctlRunning& launchctl) {
+std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchdReading& launchctl) {
     return LaunchAgentScanner(launchctl).ineligible(true);
 }
 

@@ -35,7 +35,7 @@ std::unique_ptr<BackgroundItemsTool> makeSystemBackgroundItemsTool();
 
 // The LaunchAgents that the scanner leaves alone because launchd has them
 // disabled, with the scanner's reason for each.
-std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchctlRunning& launchctl);
+std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchdReading& launchctl);
 
 class AppRunning;
 
