@@ -275,9 +275,14 @@ std::vector<LaunchAgentScanner::AgentConflict> LaunchAgentScanner::conflicts(
     StartupItemListing listing = startupItems();
     std::vector<StartupItem> items = std::move(listing.items);
     items.insert(items.end(), listing.stateUnknown.begin(), listing.stateUnknown.end());
+    return conflicts(managed, items);
+}
+
+std::vector<LaunchAgentScanner::AgentConflict> LaunchAgentScanner::conflicts(
+    const std::vector<ManagedApp>& managed, const std::vector<StartupItem>& agentItems) {
     std::vector<AgentConflict> result;
     for (const auto& app : managed) {
-        for (const auto& item : items) {
+        for (const auto& item : agentItems) {
             if (item.bundleIdentifier != app.bundleIdentifier) continue;
             const auto& source = std::get<StartupItem::LaunchAgent>(item.source);
             result.push_back(AgentConflict{app, source.label, source.plistPath});

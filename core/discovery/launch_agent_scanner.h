@@ -134,6 +134,9 @@ public:
     // switched on ones and those whose state could not be read (any change
     // to those is refused where it is made).
     std::vector<AgentConflict> conflicts(const std::vector<ManagedApp>& managed) const;
+    // The same from LaunchAgent items already read, in the managed apps' order.
+    static std::vector<AgentConflict> conflicts(const std::vector<ManagedApp>& managed,
+                                                const std::vector<StartupItem>& agentItems);
     // Agents of app helpers, the first of each label; `isDisabled` is false
     // when launchd's disabled list could not be read.
     std::vector<HelperAgent> helpers() const;

@@ -189,14 +189,7 @@ Conflict conflictOf(const StartupConflict& conflict, const StartupScan& scan) {
 }
 
 std::vector<Conflict> conflictsOf(const StartupScan& scan, const std::vector<ManagedApp>& managed) {
-    std::vector<LaunchAgentScanner::AgentConflict> agentConflicts;
-    for (const auto& app : managed) {
-        for (const auto& item : scan.agentItems) {
-            if (item.bundleIdentifier != app.bundleIdentifier) continue;
-            const auto& agent = std::get<StartupItem::LaunchAgent>(item.source);
-            agentConflicts.push_back({app, agent.label, agent.plistPath});
-        }
-    }
+    const auto agentConflicts = LaunchAgentScanner::conflicts(managed, scan.agentItems);
     std::vector<BackgroundItemScanner::Conflict> backgroundConflicts;
     if (scan.background) backgroundConflicts = BackgroundItemScanner::conflicts(*scan.background, managed);
     std::vector<Conflict> rows;
