@@ -29,10 +29,7 @@ StartupInventory DesktopServices::startupInventory() {
                                                }});
 }
 
-BackgroundItemsTool& DesktopServices::backgroundItemsTool() {
-    static const auto tool = makeSystemBackgroundItemsTool();
-    return *tool;
-}
+ToolRunning& DesktopServices::backgroundItemsTool() { return *tools_; }
 
 SettingsOpening& DesktopServices::settingsOpening() {
     static SystemSettingsOpening opening;

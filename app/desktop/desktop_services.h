@@ -69,10 +69,10 @@ public:
     // "systemextensionsctl list", pluginkit, lsappinfo and the home's
     // loginwindow preferences; scanned from a worker thread.
     virtual StartupInventory startupInventory();
-    // macOS's background-items record (sfltool, which may ask for an
-    // administrator's authorization) and System Settings' panes; safe from
-    // any thread.
-    virtual BackgroundItemsTool& backgroundItemsTool();
+    // What runs sfltool for macOS's background-items record (it may ask for
+    // an administrator's authorization), and System Settings' panes; safe
+    // from any thread.
+    virtual ToolRunning& backgroundItemsTool();
     virtual SettingsOpening& settingsOpening();
 
     // Holdenmere's own login agent, which runs the login pass: the program
@@ -100,7 +100,7 @@ private:
     // systemextensionsctl (or its stand-in in HOLDENMERE_TOOLS_DIR).
     std::unique_ptr<ExtensionListing> systemExtensions_ =
         std::make_unique<SystemExtensionListing>(toolPath(SystemExtensionListing::kExecutable));
-    // pluginkit and lsappinfo (or their stand-ins).
+    // pluginkit, lsappinfo and sfltool (or their stand-ins).
     std::unique_ptr<ToolRunning> tools_ = makeSystemToolRunning();
 };
 
