@@ -36,7 +36,7 @@ std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchctlRunning& launchct
 class AppRunning;
 
 // The tools the startup-source scanners and switches ask (pluginkit,
-// lsappinfo, defaults, osascript, sfltool), from
+// lsappinfo, defaults, osascript, systemextensionsctl, sfltool), from
 // HOLDENMERE_TOOLS_DIR when it is set. sfltool only where a person is
 // present: it asks for an administrator's authorization.
 std::unique_ptr<ToolRunning> makeSystemToolRunning();
