@@ -19,8 +19,8 @@ std::string remedyText(const BackgroundItemScanner::Remedy& remedy) {
 
 }  // namespace
 
-void printBackgroundItems(std::ostream& out, BackgroundItemsTool& tool, const ConfigStore& store) {
-    const auto scan = BackgroundItemScanner(tool).scan();
+void printBackgroundItems(std::ostream& out, ToolRunning& tools, const ConfigStore& store) {
+    const auto scan = BackgroundItemScanner(tools).scan();
     if (!scan.result) {
         out << kTag << "BACKGROUND ITEMS: incomplete" << kDash << scan.incomplete << '\n';
         return;

@@ -12,6 +12,6 @@ namespace holdenmere {
 // to authorize it), against the managed and blocked apps of the
 // configuration when it can be read. An unreadable record is reported as
 // incomplete, never as empty.
-void printBackgroundItems(std::ostream& out, BackgroundItemsTool& tool, const ConfigStore& store);
+void printBackgroundItems(std::ostream& out, ToolRunning& tools, const ConfigStore& store);
 
 }  // namespace holdenmere

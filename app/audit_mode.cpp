@@ -77,7 +77,7 @@ int runAudit(std::ostream& out, std::ostream& err, ScriptRunning& scripts) {
     } catch (const ConfigStoreError& error) {
         err << kTag << "ERROR: cannot read config" << kDash << error.what() << '\n';
     }
-    printBackgroundItems(out, *makeSystemBackgroundItemsTool(), store);
+    printBackgroundItems(out, *makeSystemToolRunning(), store);
     printStartupInventory(out);
     printLastLogin(out);
     return exit_status::kSuccess;

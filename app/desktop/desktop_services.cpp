@@ -20,7 +20,7 @@ std::vector<std::filesystem::path> DesktopServices::launchAgentDirectories() {
 StartupSafety::Environment DesktopServices::safetyEnvironment() { return StartupSafety::systemEnvironment(); }
 
 StartupInventory DesktopServices::startupInventory() {
-    return makeStartupInventory(InventoryTools{launchctl(), *systemExtensions_, launchAgentDirectories(),
+    return makeStartupInventory(InventoryTools{launchctl(), *tools_, launchAgentDirectories(),
                                                "/Library/LaunchDaemons", BrackenspurLabels::fromEnvironment(),
                                                tools_.get(), homeDirectory(), [store = configStore()] {
                                                    auto config = store.tryLoad();
@@ -29,10 +29,7 @@ StartupInventory DesktopServices::startupInventory() {
                                                }});
 }
 
-BackgroundItemsTool& DesktopServices::backgroundItemsTool() {
-    static const auto tool = makeSystemBackgroundItemsTool();
-    return *tool;
-}
+ToolRunning& DesktopServices::backgroundItemsTool() { return *tools_; }
 
 SettingsOpening& DesktopServices::settingsOpening() {
     static SystemSettingsOpening opening;

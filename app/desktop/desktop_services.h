@@ -16,7 +16,6 @@
 #include "core/reachability/reachability_probe.h"
 #include "core/support/clock.h"
 #include "core/discovery/startup_inventory.h"
-#include "core/discovery/system_extensions.h"
 #include "core/discovery/background_item_scanner.h"
 #include "core/discovery/settings_opening.h"
 #include "core/takeover/login_agent_switch.h"
@@ -69,10 +68,10 @@ public:
     // "systemextensionsctl list", pluginkit, lsappinfo and the home's
     // loginwindow preferences; scanned from a worker thread.
     virtual StartupInventory startupInventory();
-    // macOS's background-items record (sfltool, which may ask for an
-    // administrator's authorization) and System Settings' panes; safe from
-    // any thread.
-    virtual BackgroundItemsTool& backgroundItemsTool();
+    // What runs sfltool for macOS's background-items record (it may ask for
+    // an administrator's authorization), and System Settings' panes; safe
+    // from any thread.
+    virtual ToolRunning& backgroundItemsTool();
     virtual SettingsOpening& settingsOpening();
 
     // Holdenmere's own login agent, which runs the login pass: the program
@@ -97,10 +96,8 @@ public:
     virtual std::optional<std::string> updateLoginAgent();
 
 private:
-    // systemextensionsctl (or its stand-in in HOLDENMERE_TOOLS_DIR).
-    std::unique_ptr<ExtensionListing> systemExtensions_ =
-        std::make_unique<SystemExtensionListing>(toolPath(SystemExtensionListing::kExecutable));
-    // pluginkit and lsappinfo (or their stand-ins).
+    // systemextensionsctl, pluginkit, lsappinfo and sfltool (or their
+    // stand-ins in HOLDENMERE_TOOLS_DIR).
     std::unique_ptr<ToolRunning> tools_ = makeSystemToolRunning();
 };
 

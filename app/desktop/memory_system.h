@@ -8,6 +8,7 @@
 
 #include "core/discovery/login_items_simulation.h"
 #include "core/discovery/script_running.h"
+#include "core/discovery/tool_running.h"
 #include "core/launchd/launchctl_running.h"
 #include "core/launchd/launchd_simulation.h"
 
@@ -53,6 +54,15 @@ public:
 private:
     std::mutex mutex_;
     SimulatedLoginItems loginItems_;
+};
+
+// macOS's command-line tools for a UI fixture: "sfltool dumpbtm" prints an
+// empty background-items record of the current user; no other tool starts.
+// Safe to call from any thread.
+class MemoryTools final : public ToolRunning {
+public:
+    ChildProcessResult run(const std::filesystem::path& tool, const std::vector<std::string>& arguments,
+                           std::chrono::milliseconds timeLimit) override;
 };
 
 }  // namespace holdenmere::desktop

@@ -94,12 +94,12 @@ void StartupItemsModel::rescan() {
     ScriptRunning& scripts = services_.scripts();
     auto directories = services_.launchAgentDirectories();
     auto environment = services_.safetyEnvironment();
-    BackgroundItemsTool& backgroundTool = services_.backgroundItemsTool();
+    ToolRunning& backgroundTools = services_.backgroundItemsTool();
     const auto backgroundStore = BackgroundItemStore::besideConfig(session_.store().url);
     StartupItemsModel* self = this;
     queue_->post([self, &launchctl, &scripts, directories = std::move(directories),
-                  environment = std::move(environment), &backgroundTool, backgroundStore] {
-        StartupScan scan = StartupScan::run(launchctl, scripts, directories, environment, backgroundTool, backgroundStore);
+                  environment = std::move(environment), &backgroundTools, backgroundStore] {
+        StartupScan scan = StartupScan::run(launchctl, scripts, directories, environment, backgroundTools, backgroundStore);
         QMetaObject::invokeMethod(
             self, [self, scan = std::move(scan)]() mutable { self->adoptScan(std::move(scan)); }, Qt::QueuedConnection);
     });

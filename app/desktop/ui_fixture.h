@@ -72,7 +72,7 @@ public:
     std::vector<std::filesystem::path> launchAgentDirectories() override;
     std::optional<std::filesystem::path> agentExecutable() override;
     std::filesystem::path loginAgentPlistPath() const override;
-    BackgroundItemsTool& backgroundItemsTool() override { return backgroundItems_; }
+    ToolRunning& backgroundItemsTool() override { return tools_; }
     SettingsOpening& settingsOpening() override { return settings_; }
 
     bool onboardingDone() const { return onboardingDone_; }
@@ -93,7 +93,7 @@ private:
     bool onboardingDone_ = true;
     MemoryLaunchctl launchctl_;
     MemoryLoginItems loginItems_;
-    CannedBackgroundItemsTool backgroundItems_;  // an empty record
+    MemoryTools tools_;  // an empty background-items record
     InertSettingsOpening settings_;
 };
 

@@ -9,6 +9,7 @@
 #include "core/discovery/launch_agent_scanner.h"
 #include "core/discovery/startup_discovery.h"
 #include "core/support/plist.h"
+#include "core/support/text.h"
 
 namespace holdenmere {
 namespace {
@@ -86,6 +87,12 @@ private:
     std::optional<std::string> urlPath_;
 };
 
+std::string firstLine(const std::string& text) {
+    std::string line = text.substr(0, text.find('\n'));
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
+    return line;
+}
+
 bool isOwn(const Record& record) {
     const std::string label = record.unprefixedIdentifier();
     auto own = [](const std::optional<std::string>& identifier) {
@@ -150,20 +157,45 @@ std::vector<StartupItem> BackgroundItemScanner::Result::startupItems() const {
     return result;
 }
 
-BackgroundItemScanner::BackgroundItemScanner(BackgroundItemsTool& tool, std::string uid)
-    : tool_(tool), uid_(std::move(uid)) {}
+BackgroundItemScanner::BackgroundItemScanner(ToolRunning& tools, std::string uid)
+    : tools_(tools), uid_(std::move(uid)) {}
 
 std::string BackgroundItemScanner::currentUid() { return std::to_string(::getuid()); }
 
+// Its own words for a failure, rather than ToolRunning::output's: the wait
+// for an authorization is named, and the record is read as printed.
+std::optional<std::string> BackgroundItemScanner::dump(ToolRunning& tools, std::string& failure) {
+    const ChildProcessResult result = tools.run(kSfltool, dumpArguments(), kTimeLimit);
+    if (result.succeeded()) return result.output;
+    switch (result.ending) {
+        case ChildProcessResult::Ending::couldNotStart:
+            failure = result.startError;
+            return std::nullopt;
+        case ChildProcessResult::Ending::timedOut:
+            failure = "sfltool dumpbtm did not finish within " +
+                      text::number(static_cast<double>(kTimeLimit.count()) / 1000.0) +
+                      " s (an administrator's authorization nobody answered?)";
+            return std::nullopt;
+        case ChildProcessResult::Ending::exited:
+        case ChildProcessResult::Ending::signalled:
+            break;
+    }
+    failure = "sfltool dumpbtm failed with " + result.describe(kTimeLimit);
+    if (auto line = firstLine(result.error); !line.empty()) failure += ": " + line;
+    return std::nullopt;
+}
+
 BackgroundItemScanner::Scan BackgroundItemScanner::scan() const {
-    const auto reading = tool_.dump();
-    if (!reading.output) return {std::nullopt, reading.failure};
-    const auto dump = BackgroundItemDump::parse(*reading.output);
-    if (!dump.recognised()) return {std::nullopt, "sfltool dumpbtm printed nothing Holdenmere recognises"};
-    if (!dump.sections.empty() && std::find(dump.sections.begin(), dump.sections.end(), uid_) == dump.sections.end()) {
+    std::string failure;
+    const auto output = dump(tools_, failure);
+    if (!output) return {std::nullopt, failure};
+    const auto records = BackgroundItemDump::parse(*output);
+    if (!records.recognised()) return {std::nullopt, "sfltool dumpbtm printed nothing Holdenmere recognises"};
+    const auto& sections = records.sections;
+    if (!sections.empty() && std::find(sections.begin(), sections.end(), uid_) == sections.end()) {
         return {std::nullopt, "sfltool dumpbtm printed no records for this user (UID " + uid_ + ")"};
     }
-    return {interpret(dump, uid_), {}};
+    return {interpret(records, uid_), {}};
 }
 
 BackgroundItemScanner::Result BackgroundItemScanner::interpret(const BackgroundItemDump& dump, std::string_view uid) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,7 +9,7 @@
 
 #include "core/config/holdenmere_config.h"
 #include "core/discovery/background_item_records.h"
-#include "core/discovery/background_items_tool.h"
+#include "core/discovery/tool_running.h"
 #include "core/startup/startup_item.h"
 
 namespace holdenmere {
@@ -70,8 +71,19 @@ public:
         std::string incomplete;
     };
 
+    // "sfltool dumpbtm" prints the record. On a Mac the tool asks for an
+    // administrator's authorization first; a request nobody answers is a
+    // hang like any other, ended by the time limit.
+    static constexpr const char* kSfltool = "/usr/bin/sfltool";
+    static constexpr std::chrono::milliseconds kTimeLimit{60'000};
+    static std::vector<std::string> dumpArguments() { return {"dumpbtm"}; }
+
     // `uid` is the user whose section counts: this process's by default.
-    explicit BackgroundItemScanner(BackgroundItemsTool& tool, std::string uid = currentUid());
+    explicit BackgroundItemScanner(ToolRunning& tools, std::string uid = currentUid());
+
+    // The record as sfltool printed it; nothing, with `failure` saying why,
+    // when the tool could not start, failed or did not finish in time.
+    static std::optional<std::string> dump(ToolRunning& tools, std::string& failure);
 
     // Runs the tool once. Output that is not the tool's, or that holds no
     // section of this user, is incomplete, never "nothing there".
@@ -85,7 +97,7 @@ public:
     static std::string currentUid();
 
 private:
-    BackgroundItemsTool& tool_;
+    ToolRunning& tools_;
     std::string uid_;
 };
 

@@ -38,9 +38,13 @@ std::optional<std::string> fieldOf(const std::map<std::string, std::string>& fie
 
 }  // namespace
 
-ServiceManagementScanner::ServiceManagementScanner(LaunchctlRunning& launchctl, ExtensionListing& extensions,
+ServiceManagementScanner::ServiceManagementScanner(LaunchctlRunning& launchctl,
+                                                   std::optional<std::vector<SystemExtension>> systemExtensions,
                                                    SafetyRules safety, std::filesystem::path daemonFolder)
-    : launchctl_(launchctl), extensions_(extensions), safety_(std::move(safety)), daemonFolder_(std::move(daemonFolder)) {}
+    : launchctl_(launchctl),
+      systemExtensions_(std::move(systemExtensions)),
+      safety_(std::move(safety)),
+      daemonFolder_(std::move(daemonFolder)) {}
 
 StartupSourceScan ServiceManagementScanner::Result::scan() const {
     StartupSourceScan result;
@@ -147,7 +151,7 @@ void ServiceManagementScanner::scanDaemons(Result& result) const {
 }
 
 void ServiceManagementScanner::scanExtensions(Result& result) const {
-    result.systemExtensions = extensions_.list();
+    result.systemExtensions = systemExtensions_;
     if (!result.systemExtensions) {
         result.incomplete.emplace_back(OtherJobs::kSystemExtensionsUnreadable);
         return;

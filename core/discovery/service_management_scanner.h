@@ -42,8 +42,10 @@ public:
     // answers the rest are not asked (each could take the whole time limit).
     static constexpr int kMaxFailedPrints = 3;
 
-    ServiceManagementScanner(LaunchctlRunning& launchctl, ExtensionListing& extensions, SafetyRules safety,
-                             std::filesystem::path daemonFolder = "/Library/LaunchDaemons");
+    // `systemExtensions` as SystemExtensionsReader read them; nothing when
+    // they could not be.
+    ServiceManagementScanner(LaunchctlRunning& launchctl, std::optional<std::vector<SystemExtension>> systemExtensions,
+                             SafetyRules safety, std::filesystem::path daemonFolder = "/Library/LaunchDaemons");
 
     Result scan() const;
 
@@ -54,7 +56,7 @@ private:
     SafetyTier tierOf(const StartupCandidate& candidate) const;
 
     LaunchctlRunning& launchctl_;
-    ExtensionListing& extensions_;
+    std::optional<std::vector<SystemExtension>> systemExtensions_;
     SafetyRules safety_;
     std::filesystem::path daemonFolder_;
 };

@@ -1,7 +1,5 @@
 #include "core/discovery/system_extensions.h"
 
-#include "core/support/startup_command.h"
-
 namespace holdenmere {
 namespace {
 
@@ -86,8 +84,9 @@ std::optional<std::vector<SystemExtension>> systemExtensionsFromOutput(std::stri
     return extensions;
 }
 
-std::optional<std::vector<SystemExtension>> SystemExtensionListing::list() {
-    auto output = StartupCommand::run(tool_, {"list"}, limit_);
+std::optional<std::vector<SystemExtension>> SystemExtensionsReader::list(ToolRunning& tools) {
+    std::string failure;
+    auto output = tools.output(kSystemextensionsctl, listArguments(), kTimeLimit, failure);
     if (!output) return std::nullopt;
     return systemExtensionsFromOutput(*output);
 }
@@ -95,7 +94,7 @@ std::optional<std::vector<SystemExtension>> SystemExtensionListing::list() {
 std::optional<std::vector<SystemExtension>> CachedExtensionListing::list() {
     std::lock_guard lock(mutex_);
     if (!asked_) {
-        answer_ = inner_.list();
+        answer_ = SystemExtensionsReader::list(tools_);
         asked_ = true;
     }
     return answer_;

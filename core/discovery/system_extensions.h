@@ -1,12 +1,13 @@
 #pragma once
 
 #include <chrono>
-#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "core/discovery/tool_running.h"
 
 namespace holdenmere {
 
@@ -33,53 +34,35 @@ struct SystemExtension {
 // count line, a row before any category, or a row of another shape.
 std::optional<std::vector<SystemExtension>> systemExtensionsFromOutput(std::string_view output);
 
-// The system extensions installed on this Mac, as one seam so that the
-// logic can run against a fake. Nothing means the list could not be read.
-class ExtensionListing {
-public:
-    virtual ~ExtensionListing() = default;
-    virtual std::optional<std::vector<SystemExtension>> list() = 0;
+// The system extensions installed on this Mac, as "systemextensionsctl
+// list" prints them.
+struct SystemExtensionsReader {
+    static constexpr const char* kSystemextensionsctl = "/usr/bin/systemextensionsctl";
+    static constexpr std::chrono::milliseconds kTimeLimit{5'000};
+
+    static std::vector<std::string> listArguments() { return {"list"}; }
+    // Nothing when the tool fails, hangs or prints what the parser does not
+    // recognise: nobody can tell what is installed, which is not an empty list.
+    static std::optional<std::vector<SystemExtension>> list(ToolRunning& tools);
 };
 
-// Runs "systemextensionsctl list" through the generic command runner, within
-// its time limit.
-class SystemExtensionListing final : public ExtensionListing {
-public:
-    static constexpr const char* kExecutable = "/usr/bin/systemextensionsctl";
-
-    explicit SystemExtensionListing(std::filesystem::path tool = kExecutable,
-                                    std::chrono::milliseconds limit = std::chrono::seconds(5))
-        : tool_(std::move(tool)), limit_(limit) {}
-    std::optional<std::vector<SystemExtension>> list() override;
-
-private:
-    std::filesystem::path tool_;
-    std::chrono::milliseconds limit_;
-};
-
-// Asks another listing once and keeps its answer, so that every scanner and
+// Reads the list once and keeps its answer, so that every scanner and
 // safety rule of one inventory sees the same list for one run of the tool.
-class CachedExtensionListing final : public ExtensionListing {
+// Safe to ask from any thread.
+class CachedExtensionListing {
 public:
-    explicit CachedExtensionListing(ExtensionListing& inner) : inner_(inner) {}
-    std::optional<std::vector<SystemExtension>> list() override;
-    // The bundle identifiers of the list; nothing when it could not be read
-    // (which is not an empty list: nobody can tell what is installed).
+    explicit CachedExtensionListing(ToolRunning& tools) : tools_(tools) {}
+    std::optional<std::vector<SystemExtension>> list();
+    // The bundle identifiers of the list; nothing when it could not be read.
     std::optional<std::vector<std::string>> bundleIdentifiers();
     // The next question asks the tool again.
     void forget();
 
 private:
-    ExtensionListing& inner_;
+    ToolRunning& tools_;
     std::mutex mutex_;
     bool asked_ = false;
     std::optional<std::vector<SystemExtension>> answer_;
-};
-
-// Knows of no extension and cannot read the list.
-class InertExtensionListing final : public ExtensionListing {
-public:
-    std::optional<std::vector<SystemExtension>> list() override { return std::nullopt; }
 };
 
 }  // namespace holdenmere

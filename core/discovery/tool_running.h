@@ -11,8 +11,9 @@
 namespace holdenmere {
 
 // Asks a command-line tool of macOS something (pluginkit, lsappinfo,
-// defaults): the seam between the startup-source scanners and switches and
-// the tools, so that their logic can run against a fake. Every call has a
+// defaults, osascript, sfltool, systemextensionsctl): the one seam between
+// the startup-source scanners and switches and the tools, so that their
+// logic can run against a fake. Every call has a
 // time limit and an argument vector, never a shell.
 class ToolRunning {
 public:

@@ -59,9 +59,9 @@ std::optional<std::filesystem::path> iconOf(const StartupScan& scan, const std::
 
 // The background items, with the safety tier of each LaunchAgent behind one;
 // a complete result is saved for the login pass.
-void scanBackgroundItems(StartupScan& scan, BackgroundItemsTool& tool, const StartupSafety::Environment& environment,
+void scanBackgroundItems(StartupScan& scan, ToolRunning& tools, const StartupSafety::Environment& environment,
                          const BackgroundItemStore& store) {
-    auto result = BackgroundItemScanner(tool).scan();
+    auto result = BackgroundItemScanner(tools).scan();
     if (!result.result) {
         scan.backgroundIncomplete = result.incomplete;
         return;
@@ -204,7 +204,7 @@ std::vector<Conflict> conflictsOf(const StartupScan& scan, const std::vector<Man
 
 StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts,
                              const std::vector<std::filesystem::path>& agentDirectories,
-                             const StartupSafety::Environment& environment, BackgroundItemsTool& backgroundTool,
+                             const StartupSafety::Environment& environment, ToolRunning& backgroundTools,
                              const BackgroundItemStore& backgroundStore) {
     StartupScan scan;
     NotingScripts noting(scripts);
@@ -228,7 +228,7 @@ StartupScan StartupScan::run(LaunchctlRunning& launchctl, ScriptRunning& scripts
         if (item.bundleIdentifier) icon(item.path);
     }
     for (const auto& item : scan.agentItems) icon(item.path);
-    scanBackgroundItems(scan, backgroundTool, environment, backgroundStore);
+    scanBackgroundItems(scan, backgroundTools, environment, backgroundStore);
     return scan;
 }
 

@@ -50,7 +50,7 @@ struct StartupScan {
     // pass, and a save that fails is noted.
     static StartupScan run(LaunchctlRunning& launchctl, ScriptRunning& scripts,
                            const std::vector<std::filesystem::path>& agentDirectories,
-                           const StartupSafety::Environment& environment, BackgroundItemsTool& backgroundTool,
+                           const StartupSafety::Environment& environment, ToolRunning& backgroundTools,
                            const BackgroundItemStore& backgroundStore);
 };
 

@@ -185,8 +185,8 @@ SafetyRules StartupSafety::rules(Environment environment) {
 
 StartupSafety::Environment StartupSafety::systemEnvironment() {
     struct Listing {
-        SystemExtensionListing system{toolPath(SystemExtensionListing::kExecutable)};
-        CachedExtensionListing cached{system};
+        std::unique_ptr<ToolRunning> tools = makeSystemToolRunning();
+        CachedExtensionListing cached{*tools};
     };
     auto listing = std::make_shared<Listing>();
     return systemEnvironment([listing] { return listing->cached.bundleIdentifiers(); });

@@ -33,7 +33,8 @@ struct SharedScan {
     const ServiceManagementScanner::Result& serviceManagementScan() {
         std::lock_guard lock(mutex);
         if (!serviceManagement) {
-            serviceManagement = ServiceManagementScanner(tools.launchctl, extensions, rules(), tools.daemonFolder).scan();
+            serviceManagement =
+                ServiceManagementScanner(tools.launchctl, extensions.list(), rules(), tools.daemonFolder).scan();
         }
         return *serviceManagement;
     }
@@ -80,9 +81,8 @@ StartupInventory makeStartupInventory(InventoryTools tools) {
 SystemInventory makeSystemStartupInventory(std::function<std::vector<HeldStartupItem>()> held) {
     SystemInventory system;
     system.launchctl = makeSystemLaunchctl();
-    system.extensions = std::make_unique<SystemExtensionListing>(toolPath(SystemExtensionListing::kExecutable));
     system.tools = makeSystemToolRunning();
-    system.inventory = makeStartupInventory(InventoryTools{*system.launchctl, *system.extensions,
+    system.inventory = makeStartupInventory(InventoryTools{*system.launchctl, *system.tools,
                                                            LaunchAgentScanner::defaultDirectories(),
                                                            "/Library/LaunchDaemons", BrackenspurLabels::fromEnvironment(),
                                                            system.tools.get(), homeDirectory(), std::move(held)});

@@ -20,7 +20,8 @@ namespace holdenmere {
 // Brackenspur's owned labels. The tools must outlive the inventory.
 struct InventoryTools {
     LaunchctlRunning& launchctl;
-    ExtensionListing& extensions;
+    // What runs systemextensionsctl.
+    ToolRunning& extensions;
     std::vector<std::filesystem::path> agentDirectories;
     std::filesystem::path daemonFolder = "/Library/LaunchDaemons";
     BrackenspurLabels brackenspur;
@@ -42,12 +43,11 @@ struct InventoryTools {
 // safety tiers of both sources know the system extensions.
 StartupInventory makeStartupInventory(InventoryTools tools);
 
-// The same on this machine: launchctl and systemextensionsctl (or their
-// stand-ins in HOLDENMERE_TOOLS_DIR), the default folders, and the labels
-// named by HOLDENMERE_BRACKENSPUR_OWNED_LABELS.
+// The same on this machine: launchctl, systemextensionsctl, pluginkit and
+// lsappinfo (or their stand-ins in HOLDENMERE_TOOLS_DIR), the default
+// folders, and the labels named by HOLDENMERE_BRACKENSPUR_OWNED_LABELS.
 struct SystemInventory {
     std::unique_ptr<LaunchctlRunning> launchctl;
-    std::unique_ptr<ExtensionListing> extensions;
     std::unique_ptr<ToolRunning> tools;
     StartupInventory inventory;
 };

@@ -20,10 +20,6 @@ std::unique_ptr<ScriptRunning> makeSystemScriptRunner() {
     return std::make_unique<OSAScriptRunner>(toolPath(OSAScriptRunner::kExecutable));
 }
 
-std::unique_ptr<BackgroundItemsTool> makeSystemBackgroundItemsTool() {
-    return std::make_unique<SystemBackgroundItemsTool>(toolPath(SystemBackgroundItemsTool::kExecutable));
-}
-
 std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchdReading& launchctl) {
     return LaunchAgentScanner(launchctl).ineligible(true);
 }

@@ -29,10 +29,6 @@ std::unique_ptr<LaunchctlRunning> makeSystemLaunchctl();
 // AppleScript for System Events (Login Items).
 std::unique_ptr<ScriptRunning> makeSystemScriptRunner();
 
-// sfltool for the background-items record. Only where a person is present:
-// the tool asks for an administrator's authorization.
-std::unique_ptr<BackgroundItemsTool> makeSystemBackgroundItemsTool();
-
 // The LaunchAgents that the scanner leaves alone because launchd has them
 // disabled, with the scanner's reason for each.
 std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchdReading& launchctl);
@@ -40,7 +36,9 @@ std::vector<IneligibleStartupItem> scanDisabledAgents(LaunchdReading& launchctl)
 class AppRunning;
 
 // The tools the startup-source scanners and switches ask (pluginkit,
-// lsappinfo, defaults, osascript), from HOLDENMERE_TOOLS_DIR when it is set.
+// lsappinfo, defaults, osascript, systemextensionsctl, sfltool), from
+// HOLDENMERE_TOOLS_DIR when it is set. sfltool only where a person is
+// present: it asks for an administrator's authorization.
 std::unique_ptr<ToolRunning> makeSystemToolRunning();
 
 // Quits an app through an Apple event, as the Quit menu item does, so that

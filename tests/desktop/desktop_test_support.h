@@ -18,7 +18,9 @@
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_launchctl_running.h"
 #include "tests/support/fake_probe.h"
+#include "tests/support/background_items_text.h"
 #include "tests/support/fake_script_running.h"
+#include "tests/support/fake_tool_running.h"
 
 // Shared by the desktop app's Qt tests: a temporary home folder and services
 // that stay inside it.
@@ -80,9 +82,13 @@ public:
     }
     Clock& clock() override { return clock_; }
     // An empty record unless a test says otherwise; System Settings recorded.
-    BackgroundItemsTool& backgroundItemsTool() override { return backgroundTool; }
+    ToolRunning& backgroundItemsTool() override { return backgroundTool; }
     SettingsOpening& settingsOpening() override { return settings; }
-    CannedBackgroundItemsTool backgroundTool;
+    FakeToolRunning backgroundTool = [] {
+        FakeToolRunning tools;
+        tools.answers["sfltool"] = FakeToolRunning::printing(btmSection(BackgroundItemScanner::currentUid(), {}));
+        return tools;
+    }();
     struct RecordingSettings final : SettingsOpening {
         std::vector<std::string> opened;
         std::optional<std::string> open(std::string_view url) override {

@@ -45,14 +45,14 @@ private slots:
                                                                testing::stringEntry("BundleProgram", "Contents/MacOS/Drive") +
                                                                "<key>RunAtLoad</key><true/>\n"));
         services->fakeLaunchctl.loaded.insert("com.example.drive.agent");
-        services->backgroundTool.reading.output = testing::btmSection(
+        services->backgroundTool.answers["sfltool"] = testing::FakeToolRunning::printing(testing::btmSection(
             BackgroundItemScanner::currentUid(),
             {record("app (0x2)", "2.com.example.drive", "file://" + drive + "/"),
              record("agent (0x8)", "8.com.example.drive.agent",
                     "Contents/Library/LaunchAgents/com.example.drive.agent.plist", "2.com.example.drive"),
              record("login item (0x4)", "4.com.example.notes", "file://" + notes + "/"),
              record("login item (0x4)", "4.com.example.mail", "file://" + mail + "/"),
-             record("app (0x2)", "2.com.example.chat", "file://" + chat + "/")});
+             record("app (0x2)", "2.com.example.chat", "file://" + chat + "/")}));
 
         HoldenmereConfig config;
         ManagedApp managed = testing::managedApp("Mail", "com.example.mail");
@@ -129,7 +129,7 @@ private slots:
     }
 
     void aFailedReadIsIncompleteAndNeverSaved() {
-        services->backgroundTool.reading = {std::nullopt, "sfltool dumpbtm did not finish within 60 s"};
+        services->backgroundTool.answers["sfltool"] = testing::FakeToolRunning::timedOut();
         QVERIFY(testing::scanned(*model));
         QVERIFY(model->startupDiscoveryIncomplete());
         QVERIFY(model->backgroundItemsProblem().contains(QStringLiteral("sfltool dumpbtm did not finish within 60 s")));
@@ -154,8 +154,9 @@ private slots:
                 std::filesystem::remove_all(path, ignored);
             }
         } removed{bad};
-        services->backgroundTool.reading.output = testing::btmSection(
-            BackgroundItemScanner::currentUid(), {record("login item (0x4)", "4.com.example.bad", "file://" + bad + "/")});
+        services->backgroundTool.answers["sfltool"] = testing::FakeToolRunning::printing(testing::btmSection(
+            BackgroundItemScanner::currentUid(),
+            {record("login item (0x4)", "4.com.example.bad", "file://" + bad + "/")}));
         QVERIFY(testing::scanned(*model));
         QVERIFY(model->startupDiscoveryCompleted());
         QVERIFY2(model->backgroundItemsProblem().startsWith(

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/support/background_items_text.h"
+#include "tests/support/fake_tool_running.h"
 #include "tests/support/plist_files.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/test_executables.h"
@@ -17,13 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::FakeBackgroundItem;
 using Scanner = BackgroundItemScanner;
-
-// Answers with canned text or a failure, as a test says.
-class CannedTool final : public BackgroundItemsTool {
-public:
-    Reading reading;
-    Reading dump() override { return reading; }
-};
 
 class BackgroundItemScan : public ::testing::Test {
 protected:
@@ -207,67 +201,49 @@ TEST_F(BackgroundItemScan, ConflictsOfManagedAppsInTheirOrder) {
 }
 
 TEST(BackgroundItemScanner, AnyFailedOrUnrecognisedReadIsIncompleteNeverEmpty) {
-    CannedTool tool;
-    const Scanner scanner(tool, "501");
-    tool.reading = {std::nullopt, "could not start /usr/bin/sfltool: No such file or directory"};
+    using testing::FakeToolRunning;
+    FakeToolRunning tools;
+    const Scanner scanner(tools, "501");
     auto scan = scanner.scan();
     EXPECT_FALSE(scan.result);
     EXPECT_EQ(scan.incomplete, "could not start /usr/bin/sfltool: No such file or directory");
-    tool.reading = {std::string("garbage\n"), {}};
+    EXPECT_EQ(tools.calls, (std::vector<FakeToolRunning::Call>{{"sfltool", "dumpbtm"}}));
+    tools.answers["sfltool"] = FakeToolRunning::printing("", 1, "sfltool: Operation not permitted \r\nmore\n");
+    EXPECT_EQ(scanner.scan().incomplete, "sfltool dumpbtm failed with exit status 1: sfltool: Operation not permitted");
+    // An authorization request nobody answers.
+    tools.answers["sfltool"] = FakeToolRunning::timedOut();
+    EXPECT_EQ(scanner.scan().incomplete,
+              "sfltool dumpbtm did not finish within 60 s (an administrator's authorization nobody answered?)");
+    tools.answers["sfltool"] = FakeToolRunning::printing("garbage\n");
     EXPECT_EQ(scanner.scan().incomplete, "sfltool dumpbtm printed nothing Holdenmere recognises");
-    tool.reading = {testing::btmSection("502", {}), {}};
+    tools.answers["sfltool"] = FakeToolRunning::printing(testing::btmSection("502", {}));
     EXPECT_EQ(scanner.scan().incomplete, "sfltool dumpbtm printed no records for this user (UID 501)");
-    tool.reading = {testing::btmSection("501", {}), {}};
+    tools.answers["sfltool"] = FakeToolRunning::printing(testing::btmSection("501", {}));
     scan = scanner.scan();
     ASSERT_TRUE(scan.result);
     EXPECT_TRUE(scan.result->items.empty());
 }
 
-// The real tool's stand-in, run as a child process.
-class SystemBackgroundItemsToolTest : public ::testing::Test {
-protected:
+// The real tool's stand-in, run as a child process, prints what the reader reads.
+TEST(BackgroundItemScanner, ReadsTheFakeToolsRecordsOfTheCurrentUser) {
     testing::TemporaryDirectory folder;
-    fs::path state = folder / "sfltool.json";
-
-    BackgroundItemsTool::Reading dump(const nlohmann::json& contents, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-        std::ofstream(state) << contents.dump();
-        SystemBackgroundItemsTool tool(testing::fakeSfltoolPath(), limit,
-                                       environmentWith({"HOLDENMERE_FAKE_SFLTOOL_STATE=" + state.string()}));
-        return tool.dump();
-    }
-};
-
-TEST_F(SystemBackgroundItemsToolTest, PrintsTheRecordsOfTheCurrentUser) {
+    fs::create_directories(folder / "tools");
+    fs::create_symlink(testing::fakeSfltoolPath(), folder / "tools/sfltool");
+    const fs::path state = folder / "sfltool.json";
     FakeBackgroundItem item{"Drive", "login item (0x4)", "[enabled, allowed, notified] (0xb)", "4.com.example.drive",
                             "file:///Applications/Drive.app/", std::nullopt, std::nullopt, std::nullopt, std::nullopt};
-    auto reading = dump({{"records", {item}}});
-    ASSERT_TRUE(reading.output) << reading.failure;
-    auto parsed = BackgroundItemDump::parse(*reading.output);
+    std::ofstream(state) << nlohmann::json{{"records", {item}}}.dump();
+    ::setenv("HOLDENMERE_FAKE_SFLTOOL_STATE", state.c_str(), 1);
+    SystemToolRunning tools(folder / "tools");
+    std::string failure;
+    const auto output = Scanner::dump(tools, failure);
+    ::unsetenv("HOLDENMERE_FAKE_SFLTOOL_STATE");
+    ASSERT_TRUE(output) << failure;
+    auto parsed = BackgroundItemDump::parse(*output);
     EXPECT_EQ(parsed.sections, (std::vector<std::string>{Scanner::currentUid()}));
     ASSERT_EQ(parsed.records.size(), 1u);
     EXPECT_EQ(parsed.records[0].identifier, "4.com.example.drive");
     EXPECT_EQ(testing::readFile(fs::path(state.string() + ".calls")), "dumpbtm\n");
-}
-
-TEST_F(SystemBackgroundItemsToolTest, MissingToolRefusalHangAndGarbageAreIncomplete) {
-    SystemBackgroundItemsTool missing(folder / "no-sfltool", std::chrono::seconds(1));
-    auto scan = Scanner(missing).scan();
-    EXPECT_FALSE(scan.result);
-    EXPECT_EQ(scan.incomplete, "could not start " + (folder / "no-sfltool").string() + ": No such file or directory");
-
-    auto refused = dump({{"exit", 1}, {"stderr", "sfltool: Operation not permitted\n"}});
-    EXPECT_FALSE(refused.output);
-    EXPECT_EQ(refused.failure, "sfltool dumpbtm failed with exit status 1: sfltool: Operation not permitted");
-
-    // An authorization request nobody answers.
-    auto hung = dump({{"hang", true}}, std::chrono::milliseconds(300));
-    EXPECT_FALSE(hung.output);
-    EXPECT_EQ(hung.failure, "sfltool dumpbtm did not finish within 0.3 s (an administrator's authorization nobody answered?)");
-
-    std::ofstream(state) << R"({"stdout": "Usage: something else entirely\n"})";
-    SystemBackgroundItemsTool garbage(testing::fakeSfltoolPath(), std::chrono::seconds(10),
-                                      environmentWith({"HOLDENMERE_FAKE_SFLTOOL_STATE=" + state.string()}));
-    EXPECT_EQ(Scanner(garbage).scan().incomplete, "sfltool dumpbtm printed nothing Holdenmere recognises");
 }
 
 }  // namespace

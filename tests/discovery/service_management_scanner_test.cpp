@@ -21,11 +21,6 @@ using State = StartupEntry::State;
 using Labels = std::vector<std::string>;
 using Extensions = std::vector<SystemExtension>;
 
-struct FixedExtensions final : ExtensionListing {
-    std::optional<Extensions> extensions;
-    std::optional<Extensions> list() override { return extensions; }
-};
-
 // launchd answering "print" from a table, for answers the fake tool never gives.
 struct ScriptedLaunchctl final : LaunchctlRunning {
     std::map<std::string, std::string> printed;
@@ -83,8 +78,7 @@ TEST(ServiceManagementScanner, JobsDaemonsAndExtensionsWithStateAndTier) {
     daemon("com.example.sync.updater", sync + "/Contents/MacOS/Updater", "<key>Disabled</key><true/>");
     daemon("org.example.tool", "/usr/local/sbin/tool", "");
 
-    FixedExtensions extensions;
-    extensions.extensions = Extensions{
+    const Extensions extensions{
         {"com.apple.system_extension.network_extension", true, true, "T", "com.example.vpn.tunnel", "1/1", "VPN Tunnel", "activated enabled"},
         {"com.apple.system_extension.endpoint_security", true, true, "T", "com.example.edr", "2/2", "EDR", "activated enabled"},
         {"com.apple.system_extension.driver_extension", false, true, "-", "com.example.driver", "1/1", "Driver", "activated waiting for user"},
@@ -134,7 +128,7 @@ TEST(ServiceManagementScanner, WhatCannotBeReadIsSaidAndNothingReadableIsUnknown
     testing::TemporaryDirectory folder;
     ScriptedLaunchctl launchctl;
     launchctl.marks = std::nullopt;
-    FixedExtensions extensions;
+    const std::optional<Extensions> extensions;  // could not be read
     auto result = ServiceManagementScanner(launchctl, extensions, rules(), folder / "none").scan();
     EXPECT_EQ(result.incomplete,
               (Labels{std::string(LaunchAgentScanner::OtherJobs::kDisabledListUnreadable),

@@ -1,12 +1,13 @@
 // "systemextensionsctl list": the parser on captured output and on what the
-// fake tool prints, and the listing through a real child process that
-// fails, hangs or prints something else.
+// fake tool prints through a real child process, and a tool that fails,
+// hangs or prints something else.
 #include "core/discovery/system_extensions.h"
 
 #include <gtest/gtest.h>
 
 #include "core/support/files.h"
 #include "tests/support/fake_systemextensionsctl_state.h"
+#include "tests/support/fake_tool_running.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/test_executables.h"
 
@@ -71,15 +72,16 @@ TEST(SystemExtensionsOutput, NoExtensionsIsAnEmptyListAndAnythingElseIsUnknown) 
 
 class SystemExtensionTool : public ::testing::Test {
 protected:
-    SystemExtensionTool() { ::setenv(fake::kStateVariable, state.c_str(), 1); }
-    ~SystemExtensionTool() override { ::unsetenv(fake::kStateVariable); }
-
-    SystemExtensionListing listing(std::chrono::milliseconds limit = std::chrono::seconds(5)) const {
-        return SystemExtensionListing(testing::fakeSystemextensionsctlPath(), limit);
+    SystemExtensionTool() {
+        fs::create_directories(folder / "tools");
+        fs::create_symlink(testing::fakeSystemextensionsctlPath(), folder / "tools/systemextensionsctl");
+        ::setenv(fake::kStateVariable, state.c_str(), 1);
     }
+    ~SystemExtensionTool() override { ::unsetenv(fake::kStateVariable); }
 
     testing::TemporaryDirectory folder;
     fs::path state = folder / "systemextensionsctl.json";
+    SystemToolRunning tools{folder / "tools"};
 };
 
 TEST_F(SystemExtensionTool, TheFakePrintsWhatTheParserReadsBack) {
@@ -89,46 +91,43 @@ TEST_F(SystemExtensionTool, TheFakePrintsWhatTheParserReadsBack) {
         {kNetwork, false, false, "-", "com.example.proxy", "4.2/4541", "Proxy", "terminated waiting to uninstall on reboot"},
     };
     fake::install(state, installed);
-    auto read = listing().list();
+    auto read = SystemExtensionsReader::list(tools);
     ASSERT_TRUE(read.has_value());
     // Listed by category, each in the order installed.
     EXPECT_EQ(*read, (Extensions{installed[0], installed[2], installed[1]}));
     EXPECT_EQ(fake::read(state)["calls"], nlohmann::json::parse(R"([["list"]])"));
 
     fake::install(state, {});
-    EXPECT_EQ(listing().list(), Extensions{});
+    EXPECT_EQ(SystemExtensionsReader::list(tools), Extensions{});
 }
 
-TEST_F(SystemExtensionTool, AFailingSlowOrGarbledToolCannotTell) {
-    fake::answer(state, 1, "", "systemextensionsctl: Operation not permitted\n");
-    EXPECT_EQ(listing().list(), std::nullopt);
-    fake::answer(state, 0, "<html>not the list</html>\n");
-    EXPECT_EQ(listing().list(), std::nullopt);
-    fake::answer(state, "hang", "1 extension(s)\n");
-    const auto started = std::chrono::steady_clock::now();
-    EXPECT_EQ(listing(std::chrono::milliseconds(300)).list(), std::nullopt);
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
-    EXPECT_EQ(SystemExtensionListing(folder / "no-such-tool").list(), std::nullopt);
+TEST(SystemExtensionsReader, AFailingSlowMissingOrGarbledToolCannotTell) {
+    using testing::FakeToolRunning;
+    FakeToolRunning tools;
+    EXPECT_EQ(SystemExtensionsReader::list(tools), std::nullopt);
+    tools.answers["systemextensionsctl"] =
+        FakeToolRunning::printing("0 extension(s)\n", 1, "systemextensionsctl: Operation not permitted\n");
+    EXPECT_EQ(SystemExtensionsReader::list(tools), std::nullopt);
+    tools.answers["systemextensionsctl"] = FakeToolRunning::printing("<html>not the list</html>\n");
+    EXPECT_EQ(SystemExtensionsReader::list(tools), std::nullopt);
+    tools.answers["systemextensionsctl"] = FakeToolRunning::timedOut();
+    EXPECT_EQ(SystemExtensionsReader::list(tools), std::nullopt);
 }
 
 TEST(CachedExtensionListing, AsksOnceUntilToldToForget) {
-    struct Counting final : ExtensionListing {
-        int asked = 0;
-        std::optional<Extensions> list() override {
-            ++asked;
-            return Extensions{{kSecurity, true, true, "T", "com.example.edr", "1/1", "edr", "activated enabled"}};
-        }
-    } inner;
-    CachedExtensionListing cached(inner);
+    testing::FakeToolRunning tools;
+    CachedExtensionListing cached(tools);
+    // A list that could not be read is no list, never an empty one.
+    EXPECT_EQ(cached.bundleIdentifiers(), std::nullopt);
+    cached.forget();
+    tools.answers["systemextensionsctl"] = testing::FakeToolRunning::printing(
+        "1 extension(s)\n--- " + kSecurity + "\n*\t*\tT\tcom.example.edr (1/1)\tedr\t[activated enabled]\n");
     EXPECT_EQ(cached.bundleIdentifiers(), (std::vector<std::string>{"com.example.edr"}));
     EXPECT_TRUE(cached.list().has_value());
-    EXPECT_EQ(inner.asked, 1);
+    EXPECT_EQ(tools.calls.size(), 2u);
     cached.forget();
     cached.list();
-    EXPECT_EQ(inner.asked, 2);
-    // A list that could not be read is no list, never an empty one.
-    InertExtensionListing inert;
-    EXPECT_EQ(CachedExtensionListing(inert).bundleIdentifiers(), std::nullopt);
+    EXPECT_EQ(tools.calls.size(), 3u);
 }
 
 }  // namespace

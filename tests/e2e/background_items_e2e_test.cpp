@@ -96,9 +96,10 @@ protected:
 
     // What the desktop app does after a scan a person started.
     void saveScan() {
-        SystemBackgroundItemsTool tool(home / "tools/sfltool", std::chrono::seconds(10),
-                                       testing::homeEnvironment(home.path(), launchd, home / "login-items.json"));
-        const auto scan = BackgroundItemScanner(tool).scan();
+        ::setenv("HOLDENMERE_FAKE_SFLTOOL_STATE", sfltoolState().c_str(), 1);
+        SystemToolRunning tools(home / "tools");
+        const auto scan = BackgroundItemScanner(tools).scan();
+        ::unsetenv("HOLDENMERE_FAKE_SFLTOOL_STATE");
         ASSERT_TRUE(scan.result) << scan.incomplete;
         BackgroundItemStore::besideConfig(configPath()).save({*scan.result, Date::now()});
     }

@@ -107,7 +107,7 @@ TEST_F(StartupInventoryE2E, AHeldJobIsRecordedFirstSwitchedOffAgainAtLoginAndGiv
     // off before the configuration on disk holds it.
     SystemLaunchctl system(testing::FakeLaunchctlTool::executable());
     testing::CheckedLaunchctl launchctl(system, [this] { return ConfigStore{e2e.configPath()}.load(); });
-    SystemExtensionListing extensions(testing::fakeSystemextensionsctlPath());
+    SystemToolRunning extensions(e2e.home / "tools");
     auto inventory = makeStartupInventory(InventoryTools{launchctl, extensions, {e2e.agentsFolder()},
                                                          e2e.home / "LaunchDaemons", BrackenspurLabels{}, nullptr,
                                                          std::nullopt, {}});
