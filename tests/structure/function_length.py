@@ -16,9 +16,9 @@ function is no longer long.
 
 Usage: function_length.py SOURCE_ROOT
 """
-import pathlib
 import re
-import sys
+
+from structure_check import report, run
 
 LIMIT = 60
 SCANNED = ("core", "app", "platform")
@@ -238,15 +238,9 @@ def main(root):
                     failures.append(f"{relative}:{first}: {name} is {length} lines now: drop its \"// Long:\" reason")
                 elif reasoned:
                     reasons += 1
-    for failure in failures:
-        print(failure, file=sys.stderr)
-    print(f"function length: {measured} functions in {files} files, {reasons} long with a reason, "
-          f"{len(failures)} against the rule")
-    return 1 if failures else 0
+    return report(failures, f"function length: {measured} functions in {files} files, {reasons} long with a "
+                            f"reason, {len(failures)} against the rule")
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 2:
-        print(__doc__, file=sys.stderr)
-        sys.exit(64)
-    sys.exit(main(pathlib.Path(sys.argv[1]).resolve()))
+    run(main, __doc__)

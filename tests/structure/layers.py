@@ -10,7 +10,8 @@ Usage: layers.py SOURCE_ROOT
 """
 import pathlib
 import re
-import sys
+
+from structure_check import report, run
 
 # Lowest first. A folder not listed (a new subsystem) must be given a place.
 LAYERS = [
@@ -65,14 +66,8 @@ def main(root):
                     way = "up" if RANK[target] > RANK[source] else "sideways"
                     failures.append(f"{relative}:{number}: {source} includes {match.group(1)} ({way}: "
                                     f"{target} is not below {source})")
-    for failure in failures:
-        print(failure, file=sys.stderr)
-    print(f"layers: {files} files, {len(failures)} include(s) against the layers")
-    return 1 if failures else 0
+    return report(failures, f"layers: {files} files, {len(failures)} include(s) against the layers")
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 2:
-        print(__doc__, file=sys.stderr)
-        sys.exit(64)
-    sys.exit(main(pathlib.Path(sys.argv[1]).resolve()))
+    run(main, __doc__)

@@ -11,9 +11,9 @@ fails on the other platform's linker, which no machine of ours runs.
 
 Usage: platform_twins.py SOURCE_ROOT
 """
-import pathlib
 import re
-import sys
+
+from structure_check import report, run
 
 PLATFORMS = ("apple", "linux", "other")
 SOURCE = re.compile(r"[\w${}./+-]+\.(?:cpp|mm|cc|c|h)\b")
@@ -212,16 +212,9 @@ def main(root):
                     failures.append(f"{header.relative_to(root)}: {what} is declared but not defined for "
                                     f"{platform} (looked in {files})")
 
-    for failure in failures:
-        print(failure, file=sys.stderr)
-    checked = len(twins)
-    print(f"platform twins: {len(sources)} platform sources, {checked} headers with twins, "
-          f"{len(failures)} problem(s)")
-    return 1 if failures else 0
+    return report(failures, f"platform twins: {len(sources)} platform sources, {len(twins)} headers with twins, "
+                            f"{len(failures)} problem(s)")
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 2:
-        print(__doc__, file=sys.stderr)
-        sys.exit(64)
-    sys.exit(main(pathlib.Path(sys.argv[1]).resolve()))
+    run(main, __doc__)
