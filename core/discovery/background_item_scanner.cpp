@@ -164,31 +164,28 @@ std::string BackgroundItemScanner::currentUid() { return std::to_string(::getuid
 
 // Its own words for a failure, rather than ToolRunning::output's: the wait
 // for an authorization is named, and the record is read as printed.
-std::optional<std::string> BackgroundItemScanner::dump(ToolRunning& tools, std::string& failure) {
+Result<std::string> BackgroundItemScanner::dump(ToolRunning& tools) {
     const ChildProcessResult result = tools.run(kSfltool, dumpArguments(), kTimeLimit);
     if (result.succeeded()) return result.output;
     switch (result.ending) {
         case ChildProcessResult::Ending::couldNotStart:
-            failure = result.startError;
-            return std::nullopt;
+            return Failure{result.startError};
         case ChildProcessResult::Ending::timedOut:
-            failure = "sfltool dumpbtm did not finish within " +
-                      text::number(static_cast<double>(kTimeLimit.count()) / 1000.0) +
-                      " s (an administrator's authorization nobody answered?)";
-            return std::nullopt;
+            return Failure{"sfltool dumpbtm did not finish within " +
+                           text::number(static_cast<double>(kTimeLimit.count()) / 1000.0) +
+                           " s (an administrator's authorization nobody answered?)"};
         case ChildProcessResult::Ending::exited:
         case ChildProcessResult::Ending::signalled:
             break;
     }
-    failure = "sfltool dumpbtm failed with " + result.describe(kTimeLimit);
-    if (auto line = firstLine(result.error); !line.empty()) failure += ": " + line;
-    return std::nullopt;
+    std::string reason = "sfltool dumpbtm failed with " + result.describe(kTimeLimit);
+    if (auto line = firstLine(result.error); !line.empty()) reason += ": " + line;
+    return Failure{std::move(reason)};
 }
 
 BackgroundItemScanner::Scan BackgroundItemScanner::scan() const {
-    std::string failure;
-    const auto output = dump(tools_, failure);
-    if (!output) return {std::nullopt, failure};
+    const auto output = dump(tools_);
+    if (!output) return {std::nullopt, output.failure().text};
     const auto records = BackgroundItemDump::parse(*output);
     if (!records.recognised()) return {std::nullopt, "sfltool dumpbtm printed nothing Holdenmere recognises"};
     const auto& sections = records.sections;

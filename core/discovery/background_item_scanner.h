@@ -11,6 +11,7 @@
 #include "core/discovery/background_item_records.h"
 #include "core/discovery/tool_running.h"
 #include "core/startup/startup_item.h"
+#include "core/support/result.h"
 
 namespace holdenmere {
 
@@ -81,9 +82,9 @@ public:
     // `uid` is the user whose section counts: this process's by default.
     explicit BackgroundItemScanner(ToolRunning& tools, std::string uid = currentUid());
 
-    // The record as sfltool printed it; nothing, with `failure` saying why,
-    // when the tool could not start, failed or did not finish in time.
-    static std::optional<std::string> dump(ToolRunning& tools, std::string& failure);
+    // The record as sfltool printed it, or the failure that says why not
+    // (the tool could not start, failed or did not finish in time).
+    static holdenmere::Result<std::string> dump(ToolRunning& tools);
 
     // Runs the tool once. Output that is not the tool's, or that holds no
     // section of this user, is incomplete, never "nothing there".

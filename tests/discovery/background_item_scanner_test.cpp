@@ -235,10 +235,9 @@ TEST(BackgroundItemScanner, ReadsTheFakeToolsRecordsOfTheCurrentUser) {
     std::ofstream(state) << nlohmann::json{{"records", {item}}}.dump();
     ::setenv("HOLDENMERE_FAKE_SFLTOOL_STATE", state.c_str(), 1);
     SystemToolRunning tools(folder / "tools");
-    std::string failure;
-    const auto output = Scanner::dump(tools, failure);
+    const auto output = Scanner::dump(tools);
     ::unsetenv("HOLDENMERE_FAKE_SFLTOOL_STATE");
-    ASSERT_TRUE(output) << failure;
+    ASSERT_TRUE(output) << output.failure().text;
     auto parsed = BackgroundItemDump::parse(*output);
     EXPECT_EQ(parsed.sections, (std::vector<std::string>{Scanner::currentUid()}));
     ASSERT_EQ(parsed.records.size(), 1u);
